@@ -1,0 +1,81 @@
+#include "ChatMessage.h"
+
+namespace {
+const QDateTime referenceDate(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
+}
+
+namespace ReferenceDate {
+
+double secondsSinceReference(const QDateTime &date)
+{
+    return referenceDate.msecsTo(date) / 1000.0;
+}
+
+QDateTime fromSecondsSinceReference(double seconds)
+{
+    return referenceDate.addMSecs(qRound64(seconds * 1000.0));
+}
+
+} // namespace ReferenceDate
+
+ChatMessage ChatMessage::make(Role role, QString text)
+{
+    return ChatMessage{QUuid::createUuid(), role, std::move(text), QDateTime::currentDateTimeUtc()};
+}
+
+QString ChatMessage::idString() const
+{
+    return id.toString(QUuid::WithoutBraces).toUpper();
+}
+
+QString ChatMessage::rawValue(Role role)
+{
+    switch (role) {
+    case Role::user:
+        return QStringLiteral("user");
+    case Role::assistant:
+        return QStringLiteral("assistant");
+    case Role::system:
+        return QStringLiteral("system");
+    }
+    return {};
+}
+
+std::optional<ChatMessage::Role> ChatMessage::roleFromRawValue(const QString &raw)
+{
+    for (Role role : {Role::user, Role::assistant, Role::system}) {
+        if (rawValue(role) == raw)
+            return role;
+    }
+    return std::nullopt;
+}
+
+QJsonObject ChatMessage::toJson() const
+{
+    return QJsonObject{
+        {QStringLiteral("id"), idString()},
+        {QStringLiteral("role"), rawValue(role)},
+        {QStringLiteral("text"), text},
+        {QStringLiteral("createdAt"), ReferenceDate::secondsSinceReference(createdAt)},
+    };
+}
+
+std::optional<ChatMessage> ChatMessage::fromJson(const QJsonValue &value)
+{
+    if (!value.isObject())
+        return std::nullopt;
+    const QJsonObject object = value.toObject();
+    const auto role = roleFromRawValue(object.value(QLatin1String("role")).toString());
+    const QJsonValue text = object.value(QLatin1String("text"));
+    if (!role || !text.isString())
+        return std::nullopt;
+
+    ChatMessage message = make(*role, text.toString());
+    const QUuid id = QUuid::fromString(object.value(QLatin1String("id")).toString());
+    if (!id.isNull())
+        message.id = id;
+    const QJsonValue created = object.value(QLatin1String("createdAt"));
+    if (created.isDouble())
+        message.createdAt = ReferenceDate::fromSecondsSinceReference(created.toDouble());
+    return message;
+}

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "ChatMessage.h"
+
+#include <QObject>
+#include <QtQml/qqmlregistration.h>
+
+// What Kelo remembers between launches: the model-written summary, the last 80 messages and how many
+// user messages the summary covers, in "conversation-memory.json" under the data directory.
+class ConversationMemoryStore : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("ConversationMemoryStore belongs to the ChatStore")
+    Q_PROPERTY(QString summary READ summary NOTIFY summaryChanged)
+
+public:
+    // The directory is GenericDataLocation + "/Kelo" unless given.
+    explicit ConversationMemoryStore(QObject *parent = nullptr);
+    ConversationMemoryStore(const QString &directory, QObject *parent);
+
+    QString summary() const { return m_summary; }
+    QList<ChatMessage> messages() const { return m_messages; }
+    qint64 summarizedUserCount() const { return m_summarizedUserCount; }
+    QString filePath() const { return m_filePath; }
+    // Where an unreadable memory file found at start was copied before anything could overwrite
+    // it; empty when there was none.
+    QString recoveredCopyPath() const { return m_recoveredCopyPath; }
+
+    void persist(const QList<ChatMessage> &messages);
+    void updateSummary(const QString &summary, const QList<ChatMessage> &basedOn);
+    bool shouldRefreshSummary(const QList<ChatMessage> &messages) const;
+    QString transcriptForSummary(const QList<ChatMessage> &messages) const;
+    void clearAll();
+
+Q_SIGNALS:
+    void summaryChanged();
+
+private:
+    void load();
+    void write();
+
+    QString m_summary;
+    QList<ChatMessage> m_messages;
+    qint64 m_summarizedUserCount = 0;
+    QString m_filePath;
+    QString m_recoveredCopyPath;
+};

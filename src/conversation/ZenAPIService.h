@@ -1,0 +1,45 @@
+#pragma once
+
+#include "ZenModel.h"
+#include "ZenToolCall.h"
+#include "ZenToolDefinition.h"
+
+#include <QCoroTask>
+#include <QJsonArray>
+#include <QObject>
+
+class HttpClient;
+struct HttpReply;
+
+// The client of the OpenAI-compatible model service: model list, one completion (chat-completions
+// with tools, or the responses protocol for the models that need it) and the memory compaction.
+class ZenAPIService : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct AssistantResult
+    {
+        QString text;
+        QList<ZenToolCall> toolCalls;
+    };
+
+    // The base URL comes from Endpoints::zenBaseURL() unless given.
+    explicit ZenAPIService(QObject *parent = nullptr);
+    ZenAPIService(QString baseURL, QObject *parent);
+    ~ZenAPIService() override;
+
+    QString baseURL() const { return m_baseURL; }
+
+    QCoro::Task<QList<ZenModel>> fetchModels(QString apiKey);
+    // `messages` are chat-completions message objects, already shaped by the caller.
+    QCoro::Task<AssistantResult> completeChat(QString apiKey, QString modelID, QJsonArray messages,
+                                              QList<ZenToolDefinition> tools);
+    QCoro::Task<QString> summarizeMemory(QString apiKey, QString modelID, QString previousSummary, QString transcript);
+
+private:
+    QCoro::Task<AssistantResult> completeResponses(QString apiKey, QString modelID, QJsonArray messages);
+
+    QString m_baseURL;
+    HttpClient *m_http;
+};

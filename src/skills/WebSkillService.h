@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QCoroTask>
+#include <QObject>
+
+class HttpClient;
+
+// The two built-in web tools: a search of the Romanian encyclopedia and a reader of one web page,
+// both returning plain text for the model.
+class WebSkillService : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit WebSkillService(QObject *parent = nullptr);
+    ~WebSkillService() override;
+
+    QCoro::Task<QString> searchRomanianWeb(QString query);
+    QCoro::Task<QString> fetchURL(QString urlString);
+
+    // The page reader's cleaning of a downloaded body: at most 80,000 bytes in, scripts, styles,
+    // tags and runs of white space out, at most 14,000 characters back.
+    static QString readableText(const QByteArray &body);
+
+private:
+    HttpClient *m_http;
+};

@@ -1,0 +1,73 @@
+#include "SpeechService.h"
+
+namespace {
+template<typename T>
+QVariantList toVariantList(const QList<T> &items)
+{
+    QVariantList list;
+    list.reserve(items.size());
+    for (const T &item : items)
+        list.append(QVariant::fromValue(item));
+    return list;
+}
+} // namespace
+
+SpeechService::SpeechService(QObject *parent)
+    : QObject(parent)
+{
+    initRecognition();
+    initSynthesis();
+}
+
+SpeechService::~SpeechService() = default;
+
+QVariantList SpeechService::googleVoiceList() const
+{
+    return toVariantList(m_googleVoices);
+}
+
+QVariantList SpeechService::azureVoiceList() const
+{
+    return toVariantList(m_azureVoices);
+}
+
+QVariantList SpeechService::elevenVoiceList() const
+{
+    return toVariantList(m_elevenVoices);
+}
+
+#define KELO_SPEECH_SETTER(setter, member, signal)                                                           \
+    void SpeechService::setter(decltype(member) value)                                                       \
+    {                                                                                                        \
+        if (member == value)                                                                                 \
+            return;                                                                                          \
+        member = value;                                                                                      \
+        Q_EMIT signal();                                                                                     \
+        Q_EMIT changed();                                                                                    \
+    }
+
+KELO_SPEECH_SETTER(setListening, m_isListening, isListeningChanged)
+KELO_SPEECH_SETTER(setInputLevel, m_inputLevel, inputLevelChanged)
+KELO_SPEECH_SETTER(setSpeaking, m_isSpeaking, isSpeakingChanged)
+KELO_SPEECH_SETTER(setPreparingVoice, m_isPreparingVoice, isPreparingVoiceChanged)
+KELO_SPEECH_SETTER(setLoadingVoices, m_isLoadingVoices, isLoadingVoicesChanged)
+
+#undef KELO_SPEECH_SETTER
+
+void SpeechService::setTranscript(const QString &value)
+{
+    if (m_transcript == value)
+        return;
+    m_transcript = value;
+    Q_EMIT transcriptChanged();
+    Q_EMIT changed();
+}
+
+void SpeechService::setLastError(const QString &value)
+{
+    if (m_lastError == value)
+        return;
+    m_lastError = value;
+    Q_EMIT lastErrorChanged();
+    Q_EMIT changed();
+}

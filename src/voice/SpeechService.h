@@ -1,0 +1,120 @@
+#pragma once
+
+#include "CloudVoice.h"
+#include "settings/Presets.h"
+
+#include <QCoroTask>
+#include <QObject>
+#include <QVariantList>
+#include <QtQml/qqmlregistration.h>
+
+#include <functional>
+
+class AppSettings;
+class BackgroundExecutionManager;
+
+// Kelo's voice: recognition of the user's Romanian speech and speaking of the answers with one of
+// four engines. The published state drives the orb and the settings screen.
+//
+// The listening side is implemented in SpeechServiceRecognition.cpp, the speaking side in
+// SpeechServiceSynthesis.cpp; the shared state and its setters are here and in SpeechService.cpp.
+class SpeechService : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("SpeechService belongs to the ChatStore")
+
+    // listening
+    Q_PROPERTY(bool isListening READ isListening NOTIFY isListeningChanged)
+    Q_PROPERTY(QString transcript READ transcript NOTIFY transcriptChanged)
+    Q_PROPERTY(double inputLevel READ inputLevel NOTIFY inputLevelChanged)
+    // speaking
+    Q_PROPERTY(bool isSpeaking READ isSpeaking NOTIFY isSpeakingChanged)
+    Q_PROPERTY(bool isPreparingVoice READ isPreparingVoice NOTIFY isPreparingVoiceChanged)
+    Q_PROPERTY(bool isLoadingVoices READ isLoadingVoices NOTIFY isLoadingVoicesChanged)
+    Q_PROPERTY(QVariantList googleVoices READ googleVoiceList NOTIFY voicesChanged)
+    Q_PROPERTY(QVariantList azureVoices READ azureVoiceList NOTIFY voicesChanged)
+    Q_PROPERTY(QVariantList elevenVoices READ elevenVoiceList NOTIFY voicesChanged)
+    // shared
+    Q_PROPERTY(QString lastError READ lastError NOTIFY lastErrorChanged)
+
+public:
+    explicit SpeechService(QObject *parent = nullptr);
+    ~SpeechService() override;
+
+    bool isListening() const { return m_isListening; }
+    QString transcript() const { return m_transcript; }
+    double inputLevel() const { return m_inputLevel; }
+    bool isSpeaking() const { return m_isSpeaking; }
+    bool isPreparingVoice() const { return m_isPreparingVoice; }
+    bool isLoadingVoices() const { return m_isLoadingVoices; }
+    QString lastError() const { return m_lastError; }
+
+    QList<CloudVoice> googleVoices() const { return m_googleVoices; }
+    QList<CloudVoice> azureVoices() const { return m_azureVoices; }
+    QList<CloudVoice> elevenVoices() const { return m_elevenVoices; }
+    QVariantList googleVoiceList() const;
+    QVariantList azureVoiceList() const;
+    QVariantList elevenVoiceList() const;
+
+    // Called with the trimmed final transcript of a run started with autoSubmitOnFinal.
+    std::function<void(const QString &)> onAutomaticTranscript;
+    // Called once when a playback that asked for it ends naturally.
+    std::function<void()> onPlaybackFinished;
+
+    // --- listening (SpeechServiceRecognition.cpp) ---
+    QCoro::Task<> startListening(bool preferOnDevice, bool autoSubmitOnFinal);
+    // Ends the audio of the current run so that the recogniser delivers its final transcript.
+    void finishListening();
+    // Ends the current run at once, delivering nothing.
+    void cancelListening();
+
+    // --- speaking (SpeechServiceSynthesis.cpp) ---
+    // Returns at once; cloud engines run in the background.
+    void speak(const QString &text, AppSettings *settings);
+    QCoro::Task<> previewCloudVoice(VoiceEnginePreset engine, AppSettings *settings);
+    void stopSpeaking();
+    QCoro::Task<> refreshGoogleVoices(const QString &apiKey);
+    QCoro::Task<> refreshAzureVoices(const QString &apiKey, const QString &region);
+    QCoro::Task<> refreshElevenVoices(const QString &apiKey);
+
+Q_SIGNALS:
+    void isListeningChanged();
+    void transcriptChanged();
+    void inputLevelChanged();
+    void isSpeakingChanged();
+    void isPreparingVoiceChanged();
+    void isLoadingVoicesChanged();
+    void voicesChanged();
+    void lastErrorChanged();
+    // Any published property changed; the store forwards this to its observers.
+    void changed();
+
+private:
+    // Each side sets up its own members; called once from the constructor.
+    void initRecognition();
+    void initSynthesis();
+
+    void setListening(bool value);
+    void setTranscript(const QString &value);
+    void setInputLevel(double value);
+    void setSpeaking(bool value);
+    void setPreparingVoice(bool value);
+    void setLoadingVoices(bool value);
+    void setLastError(const QString &value);
+
+    bool m_isListening = false;
+    QString m_transcript;
+    double m_inputLevel = 0.0;
+    bool m_isSpeaking = false;
+    bool m_isPreparingVoice = false;
+    bool m_isLoadingVoices = false;
+    QString m_lastError;
+    QList<CloudVoice> m_googleVoices;
+    QList<CloudVoice> m_azureVoices;
+    QList<CloudVoice> m_elevenVoices;
+
+    // --- listening side, private ---
+
+    // --- speaking side, private ---
+};

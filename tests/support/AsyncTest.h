@@ -1,0 +1,108 @@
+#pragma once
+
+#include <QCoroTask>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <exception>
+#include <optional>
+#include <stdexcept>
+
+// Runs a coroutine to its end inside a test, with an event loop and a time-out. The task's
+// exception is rethrown here (QCoro::waitFor would hang on a throwing task).
+namespace AsyncTest {
+
+class TimedOut : public std::runtime_error
+{
+public:
+    TimedOut()
+        : std::runtime_error("the awaited task did not finish in time")
+    {
+    }
+};
+
+template<typename T>
+T await(QCoro::Task<T> task, int timeoutMs = 30'000)
+{
+    std::optional<T> result;
+    std::exception_ptr error;
+    bool done = false;
+    QEventLoop loop;
+    auto runner = [&]() -> QCoro::Task<> {
+        try {
+            result.emplace(co_await std::move(task));
+        } catch (...) {
+            error = std::current_exception();
+        }
+        done = true;
+        loop.quit();
+    };
+    auto running = runner();
+    if (!done) {
+        QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    if (!done)
+        throw TimedOut();
+    if (error)
+        std::rethrow_exception(error);
+    return std::move(*result);
+}
+
+inline void await(QCoro::Task<> task, int timeoutMs = 30'000)
+{
+    std::exception_ptr error;
+    bool done = false;
+    QEventLoop loop;
+    auto runner = [&]() -> QCoro::Task<> {
+        try {
+            co_await std::move(task);
+        } catch (...) {
+            error = std::current_exception();
+        }
+        done = true;
+        loop.quit();
+    };
+    auto running = runner();
+    if (!done) {
+        QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    if (!done)
+        throw TimedOut();
+    if (error)
+        std::rethrow_exception(error);
+}
+
+// The error of type E the task threw, or nothing when it succeeded or threw something else
+// (anything else is rethrown so the test shows it).
+template<typename E, typename T>
+std::optional<E> awaitError(QCoro::Task<T> task, int timeoutMs = 30'000)
+{
+    try {
+        await(std::move(task), timeoutMs);
+    } catch (const E &e) {
+        return e;
+    }
+    return std::nullopt;
+}
+
+// Spins the event loop until the condition holds or the time runs out.
+template<typename Condition>
+bool waitUntil(Condition condition, int timeoutMs = 10'000)
+{
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (condition())
+            loop.quit();
+    });
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    if (condition())
+        return true;
+    poll.start(5);
+    loop.exec();
+    return condition();
+}
+
+} // namespace AsyncTest
