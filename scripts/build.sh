@@ -10,6 +10,8 @@ done
 
 build_dir=${KELO_BUILD_DIR:-build}
 export CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/kelo/ccache}
+# Paths relative to the checkout, so clones and worktrees share one cache.
+export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD} CCACHE_NOHASHDIR=1
 if [ ! -f "$build_dir/build.ninja" ]; then
   cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_PREFIX_PATH="${KELO_PREFIX_PATH:-$HOME/.cache/kelo/prefix}" >/dev/null
