@@ -10,8 +10,7 @@ QString unavailableText()
 } // namespace
 
 void SpeechService::initSynthesis()
-{
-}
+{ }
 
 void SpeechService::speak(const QString &text, AppSettings *settings)
 {

@@ -1,0 +1,364 @@
+#include "WhisperModelManager.h"
+
+#include "SpeechRecognitionError.h"
+#include "TranscriptionWorker.h"
+#include "WhisperModel.h"
+#include "WhisperModelFile.h"
+#include "net/Endpoints.h"
+#include "net/URLError.h"
+
+#include <QCoroFuture>
+#include <QCoroNetworkReply>
+#include <QCoroTimer>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QSettings>
+#include <QStandardPaths>
+
+namespace {
+
+QSettings settings()
+{
+    return QSettings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"));
+}
+
+// Seconds of silence from the server before a download is given up (it can be resumed).
+constexpr int kStallTimeoutMs = 60'000;
+
+} // namespace
+
+WhisperModelManager::WhisperModelManager(QObject *parent)
+    : QObject(parent)
+    , m_network(new QNetworkAccessManager(this))
+{ }
+
+WhisperModelManager::~WhisperModelManager()
+{
+    cancelDownload();
+}
+
+QList<WhisperModelManager::CatalogueEntry> WhisperModelManager::catalogue()
+{
+    return {
+        { QStringLiteral("base"), QStringLiteral("Base (142 MB, rapid)"), QStringLiteral("ggml-base.bin"),
+            "465707469ff3a37a2b9b8d8f89f2f99de7299dac", 147'951'465 },
+        { QStringLiteral("small"), QStringLiteral("Small (466 MB, mai precis)"), QStringLiteral("ggml-small.bin"),
+            "55356645c2b361a969dfd0ef2c5a50d530afd8d5", 487'601'967 },
+        { QStringLiteral("tiny"), QStringLiteral("Tiny (75 MB, cel mai rapid, mai puțin precis)"),
+            QStringLiteral("ggml-tiny.bin"), "bd577a113a864445d4c299885e0cb97d4ba92b5f", 77'691'713 },
+    };
+}
+
+std::optional<WhisperModelManager::CatalogueEntry> WhisperModelManager::catalogueEntry(const QString &name)
+{
+    for (const CatalogueEntry &entry : catalogue()) {
+        if (entry.name == name.trimmed().toLower())
+            return entry;
+    }
+    return std::nullopt;
+}
+
+QString WhisperModelManager::modelsDirectory() const
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QStringLiteral("/Kelo/models");
+}
+
+QString WhisperModelManager::pathFor(const CatalogueEntry &entry) const
+{
+    return modelsDirectory() + QLatin1Char('/') + entry.fileName;
+}
+
+QList<WhisperModelManager::InstalledModel> WhisperModelManager::installedModels() const
+{
+    QList<InstalledModel> models;
+    const QDir dir(modelsDirectory());
+    for (const QFileInfo &info : dir.entryInfoList({ QStringLiteral("*.bin") }, QDir::Files, QDir::Name)) {
+        InstalledModel model { info.absoluteFilePath(), info.size(), false, {} };
+        try {
+            WhisperModelFile::inspect(model.path);
+            model.usable = true;
+        } catch (const SpeechRecognitionError &error) {
+            model.problem = error.description();
+        }
+        models.append(model);
+    }
+    return models;
+}
+
+QString WhisperModelManager::modelPath() const
+{
+    const QString stored = settings().value(QLatin1String(kSettingsKey)).toString().trimmed();
+    if (!stored.isEmpty())
+        return stored;
+    for (const CatalogueEntry &entry : catalogue()) {
+        const QString candidate = pathFor(entry);
+        if (QFileInfo(candidate).isFile())
+            return candidate;
+    }
+    return {};
+}
+
+void WhisperModelManager::setModelPath(const QString &path)
+{
+    const QString cleaned = path.trimmed();
+    if (cleaned == settings().value(QLatin1String(kSettingsKey)).toString())
+        return;
+    auto store = settings();
+    if (cleaned.isEmpty())
+        store.remove(QLatin1String(kSettingsKey));
+    else
+        store.setValue(QLatin1String(kSettingsKey), cleaned);
+    store.sync();
+    m_checkedStamp.reset();
+    Q_EMIT modelPathChanged();
+    Q_EMIT statusChanged();
+}
+
+void WhisperModelManager::useModel(const QString &path)
+{
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    WhisperModelFile::inspect(absolute);
+    setModelPath(absolute);
+}
+
+WhisperModelManager::FileStamp WhisperModelManager::stampOf(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.isFile())
+        return { path, -1, {} };
+    return { path, info.size(), info.lastModified() };
+}
+
+bool WhisperModelManager::modelAvailable() const
+{
+    const QString path = modelPath();
+    if (path.isEmpty())
+        return false;
+    const FileStamp stamp = stampOf(path);
+    if (m_checkedStamp && *m_checkedStamp == stamp)
+        return m_checkProblem.isEmpty();
+    m_checkProblem.clear();
+    try {
+        WhisperModelFile::inspect(path);
+    } catch (const SpeechRecognitionError &error) {
+        m_checkProblem = error.description();
+    }
+    m_checkedStamp = stamp;
+    return m_checkProblem.isEmpty();
+}
+
+QString WhisperModelManager::statusText() const
+{
+    if (isDownloading())
+        return QStringLiteral("Se descarcă modelul %1… %2%")
+            .arg(m_downloadingName)
+            .arg(qRound(downloadProgress() * 100));
+    const QString path = modelPath();
+    if (path.isEmpty() || !QFileInfo(path).isFile())
+        return SpeechRecognitionError::unavailableText();
+    if (!modelAvailable())
+        return m_checkProblem;
+    return QStringLiteral("Model instalat: %1").arg(QFileInfo(path).fileName());
+}
+
+double WhisperModelManager::downloadProgress() const
+{
+    return m_bytesTotal > 0 ? std::clamp(double(m_bytesReceived) / double(m_bytesTotal), 0.0, 1.0) : 0.0;
+}
+
+void WhisperModelManager::setProgress(qint64 received, qint64 total)
+{
+    m_bytesReceived = received;
+    m_bytesTotal = total;
+    Q_EMIT downloadChanged();
+}
+
+void WhisperModelManager::cancelDownload()
+{
+    if (m_reply)
+        m_reply->abort();
+}
+
+QCoro::Task<QString> WhisperModelManager::download(QString name)
+{
+    const std::optional<CatalogueEntry> entry = catalogueEntry(name);
+    if (!entry)
+        throw SpeechRecognitionError(
+            SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("modelul „%1” nu este în listă").arg(name));
+    if (isDownloading())
+        throw SpeechRecognitionError(
+            SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("o altă descărcare este deja în curs"));
+    if (!QDir().mkpath(modelsDirectory()))
+        throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed,
+            QStringLiteral("dosarul %1 nu poate fi creat").arg(modelsDirectory()));
+
+    const QString finalPath = pathFor(*entry);
+    const QString partPath = finalPath + QStringLiteral(".part");
+    m_downloadingName = entry->name;
+    setProgress(0, entry->approximateBytes);
+
+    bool complete = false;
+    try {
+        complete = co_await fetchInto(*entry, partPath, true);
+        // The server refused to continue the partial file: start over once, cleanly.
+        if (!complete)
+            complete = co_await fetchInto(*entry, partPath, false);
+    } catch (...) {
+        m_downloadingName.clear();
+        Q_EMIT downloadChanged();
+        Q_EMIT statusChanged();
+        throw;
+    }
+    m_downloadingName.clear();
+    Q_EMIT downloadChanged();
+    if (!complete)
+        throw SpeechRecognitionError(
+            SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("serverul nu a trimis fișierul"));
+
+    QFile::remove(finalPath);
+    if (!QFile::rename(partPath, finalPath))
+        throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed,
+            QStringLiteral("fișierul nu a putut fi mutat în %1").arg(finalPath));
+    setModelPath(finalPath);
+    m_checkedStamp.reset();
+    Q_EMIT statusChanged();
+    co_return finalPath;
+}
+
+// Streams the model into partPath, continuing what is there when `resume` is set. Returns false when
+// the server cannot continue the partial file (HTTP 416), so the caller may start clean. The SHA-1 is
+// computed over the partial file first and then over every byte as it arrives.
+QCoro::Task<bool> WhisperModelManager::fetchInto(const CatalogueEntry &entry, const QString &partPath, bool resume)
+{
+    QFile file(partPath);
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    qint64 existing = 0;
+    if (resume && file.exists() && file.open(QIODevice::ReadOnly)) {
+        hash.addData(&file);
+        existing = file.size();
+        file.close();
+    }
+    if (!file.open(existing > 0 ? QIODevice::Append : (QIODevice::WriteOnly | QIODevice::Truncate)))
+        throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed, file.errorString());
+
+    QNetworkRequest request(QUrl(Endpoints::whisperModelBaseURL() + QLatin1Char('/') + entry.fileName));
+    request.setTransferTimeout(kStallTimeoutMs);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
+    if (existing > 0)
+        request.setRawHeader("Range", "bytes=" + QByteArray::number(existing) + '-');
+
+    QNetworkReply *reply = m_network->get(request);
+    m_reply = reply;
+    // A hostile or confused server must not fill the disk.
+    const qint64 limit = entry.approximateBytes * 2;
+    int status = 0;
+    QString failure;
+    bool rangeRefused = false;
+
+    auto receive = [&] {
+        if (status == 0) {
+            status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+            if (status == 200 && existing > 0) {
+                // The server ignored the range: the whole file follows.
+                file.resize(0);
+                file.seek(0);
+                hash.reset();
+                existing = 0;
+            }
+        }
+        const QByteArray data = reply->readAll();
+        if (status == 416) {
+            rangeRefused = true;
+            return;
+        }
+        if (status != 200 && status != 206)
+            return;
+        if (file.write(data) != data.size()) {
+            failure = file.errorString();
+            reply->abort();
+            return;
+        }
+        hash.addData(data);
+        const qint64 received = file.size();
+        if (received > limit) {
+            failure = QStringLiteral("serverul trimite mai mult decât mărimea modelului");
+            reply->abort();
+            return;
+        }
+        const qint64 expected = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
+        setProgress(received, expected > 0 ? existing + expected : entry.approximateBytes);
+    };
+    connect(reply, &QNetworkReply::readyRead, this, receive);
+
+    co_await qCoro(reply).waitForFinished();
+    receive();
+    disconnect(reply, nullptr, this, nullptr);
+    const QNetworkReply::NetworkError networkError = reply->error();
+    const QString networkText = reply->errorString();
+    reply->deleteLater();
+    m_reply = nullptr;
+    file.close();
+
+    if (rangeRefused) {
+        QFile::remove(partPath);
+        co_return false;
+    }
+    if (!failure.isEmpty())
+        throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed, failure);
+    if (status >= 400) {
+        throw SpeechRecognitionError(
+            SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("serverul a răspuns cu HTTP %1").arg(status));
+    }
+    if (networkError != QNetworkReply::NoError)
+        throw URLError::fromNetworkError(networkError, networkText);
+    if (status != 200 && status != 206)
+        throw SpeechRecognitionError(
+            SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("răspuns neașteptat (HTTP %1)").arg(status));
+
+    if (hash.result().toHex() != entry.sha1) {
+        // A corrupt file cannot be resumed into a good one: the next attempt starts clean.
+        QFile::remove(partPath);
+        throw SpeechRecognitionError(SpeechRecognitionError::Kind::checksumMismatch);
+    }
+    co_return true;
+}
+
+QCoro::Task<std::shared_ptr<WhisperModel>> WhisperModelManager::loadModel(TranscriptionWorker *worker)
+{
+    const QString path = modelPath();
+    if (path.isEmpty() || !QFileInfo(path).isFile())
+        throw SpeechRecognitionError(SpeechRecognitionError::Kind::unavailable);
+    const FileStamp stamp = stampOf(path);
+    if (m_loaded && m_loadedStamp == stamp)
+        co_return m_loaded;
+
+    struct Outcome
+    {
+        std::shared_ptr<WhisperModel> model;
+        std::exception_ptr error;
+    };
+    auto outcome = std::make_shared<Outcome>();
+    co_await worker->submitVoid([path, outcome] {
+        try {
+            outcome->model = WhisperModel::load(path);
+            outcome->model->warmUp();
+        } catch (...) {
+            outcome->error = std::current_exception();
+        }
+    });
+    if (outcome->error)
+        std::rethrow_exception(outcome->error);
+    m_loaded = outcome->model;
+    m_loadedStamp = stamp;
+    co_return m_loaded;
+}
+
+void WhisperModelManager::releaseModel()
+{
+    m_loaded.reset();
+    m_loadedStamp = {};
+}
