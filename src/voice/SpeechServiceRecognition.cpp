@@ -84,7 +84,8 @@ QCoro::Task<> SpeechService::startListening(bool preferOnDevice, bool autoSubmit
                                                                     : m_recognitionModels->statusText());
             co_return;
         }
-        std::shared_ptr<WhisperModel> model = co_await m_recognitionModels->loadModel(m_transcriptionWorker.get());
+        co_await m_recognitionModels->loadModel(m_transcriptionWorker.get());
+        std::shared_ptr<WhisperModel> model = m_recognitionModels->loadedModel();
         // Released or cancelled (or started again) while the model was loading.
         if (generation != m_recognitionGeneration)
             co_return;

@@ -26,13 +26,37 @@ QSettings settings()
     return QSettings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"));
 }
 
+struct LoadOutcome
+{
+    std::shared_ptr<WhisperModel> model;
+    std::exception_ptr error;
+};
+
+std::function<void()> loadJob(const QString &path, const std::shared_ptr<LoadOutcome> &outcome)
+{
+    return [path, outcome] {
+        try {
+            auto model = WhisperModel::load(path);
+            model->warmUp();
+            outcome->model = std::move(model);
+        } catch (...) {
+            outcome->error = std::current_exception();
+        }
+    };
+}
+
 // Seconds of silence from the server before a download is given up (it can be resumed).
 constexpr int kStallTimeoutMs = 60'000;
 
 } // namespace
 
 WhisperModelManager::WhisperModelManager(QObject *parent)
+    : WhisperModelManager(defaultCatalogue(), parent)
+{ }
+
+WhisperModelManager::WhisperModelManager(QList<CatalogueEntry> catalogue, QObject *parent)
     : QObject(parent)
+    , m_catalogue(std::move(catalogue))
     , m_network(new QNetworkAccessManager(this))
 { }
 
@@ -41,7 +65,7 @@ WhisperModelManager::~WhisperModelManager()
     cancelDownload();
 }
 
-QList<WhisperModelManager::CatalogueEntry> WhisperModelManager::catalogue()
+QList<WhisperModelManager::CatalogueEntry> WhisperModelManager::defaultCatalogue()
 {
     return {
         { QStringLiteral("base"), QStringLiteral("Base (142 MB, rapid)"), QStringLiteral("ggml-base.bin"),
@@ -53,9 +77,9 @@ QList<WhisperModelManager::CatalogueEntry> WhisperModelManager::catalogue()
     };
 }
 
-std::optional<WhisperModelManager::CatalogueEntry> WhisperModelManager::catalogueEntry(const QString &name)
+std::optional<WhisperModelManager::CatalogueEntry> WhisperModelManager::catalogueEntry(const QString &name) const
 {
-    for (const CatalogueEntry &entry : catalogue()) {
+    for (const CatalogueEntry &entry : m_catalogue) {
         if (entry.name == name.trimmed().toLower())
             return entry;
     }
@@ -94,7 +118,7 @@ QString WhisperModelManager::modelPath() const
     const QString stored = settings().value(QLatin1String(kSettingsKey)).toString().trimmed();
     if (!stored.isEmpty())
         return stored;
-    for (const CatalogueEntry &entry : catalogue()) {
+    for (const CatalogueEntry &entry : m_catalogue) {
         const QString candidate = pathFor(entry);
         if (QFileInfo(candidate).isFile())
             return candidate;
@@ -327,34 +351,21 @@ QCoro::Task<bool> WhisperModelManager::fetchInto(const CatalogueEntry &entry, co
     co_return true;
 }
 
-QCoro::Task<std::shared_ptr<WhisperModel>> WhisperModelManager::loadModel(TranscriptionWorker *worker)
+QCoro::Task<> WhisperModelManager::loadModel(TranscriptionWorker *worker)
 {
     const QString path = modelPath();
     if (path.isEmpty() || !QFileInfo(path).isFile())
         throw SpeechRecognitionError(SpeechRecognitionError::Kind::unavailable);
     const FileStamp stamp = stampOf(path);
     if (m_loaded && m_loadedStamp == stamp)
-        co_return m_loaded;
+        co_return;
 
-    struct Outcome
-    {
-        std::shared_ptr<WhisperModel> model;
-        std::exception_ptr error;
-    };
-    auto outcome = std::make_shared<Outcome>();
-    co_await worker->submitVoid([path, outcome] {
-        try {
-            outcome->model = WhisperModel::load(path);
-            outcome->model->warmUp();
-        } catch (...) {
-            outcome->error = std::current_exception();
-        }
-    });
+    auto outcome = std::make_shared<LoadOutcome>();
+    co_await worker->submitVoid(loadJob(path, outcome));
     if (outcome->error)
         std::rethrow_exception(outcome->error);
     m_loaded = outcome->model;
     m_loadedStamp = stamp;
-    co_return m_loaded;
 }
 
 void WhisperModelManager::releaseModel()

@@ -54,10 +54,14 @@ public:
     static constexpr const char *kSettingsKey = "whisperModelPath";
 
     explicit WhisperModelManager(QObject *parent = nullptr);
+    // Another list of downloadable models (a mirror with its own files, tests).
+    WhisperModelManager(QList<CatalogueEntry> catalogue, QObject *parent = nullptr);
     ~WhisperModelManager() override;
 
-    static QList<CatalogueEntry> catalogue();
-    static std::optional<CatalogueEntry> catalogueEntry(const QString &name);
+    // The published multilingual models Kelo offers, with their SHA-1 sums.
+    static QList<CatalogueEntry> defaultCatalogue();
+    QList<CatalogueEntry> catalogue() const { return m_catalogue; }
+    std::optional<CatalogueEntry> catalogueEntry(const QString &name) const;
     static QString defaultModelName() { return QStringLiteral("base"); }
 
     QString modelsDirectory() const;
@@ -85,8 +89,10 @@ public:
     QCoro::Task<QString> download(QString name);
     void cancelDownload();
 
-    // The chosen model, loaded on the worker thread and warmed up; reused while the file is unchanged.
-    QCoro::Task<std::shared_ptr<WhisperModel>> loadModel(TranscriptionWorker *worker);
+    // Loads the chosen model on the worker thread and warms it up; kept while the file is unchanged.
+    // The model is then loadedModel(): passing shared pointers out of coroutines proved fragile with
+    // this compiler, so the task carries no value.
+    QCoro::Task<> loadModel(TranscriptionWorker *worker);
     std::shared_ptr<WhisperModel> loadedModel() const { return m_loaded; }
     void releaseModel();
 
@@ -108,6 +114,7 @@ private:
     QCoro::Task<bool> fetchInto(const CatalogueEntry &entry, const QString &partPath, bool resume);
     void setProgress(qint64 received, qint64 total);
 
+    QList<CatalogueEntry> m_catalogue;
     QNetworkAccessManager *m_network;
     QPointer<QNetworkReply> m_reply;
     QString m_downloadingName;
