@@ -45,6 +45,77 @@ std::function<void()> loadJob(const QString &path, const std::shared_ptr<LoadOut
     };
 }
 
+// The partial file of one download. The SHA-1 covers what was already on disk and then every byte
+// as it arrives, so a finished download is checked without reading 150 MB again.
+class PartialModelFile
+{
+public:
+    PartialModelFile(const QString &path, qint64 limit)
+        : m_file(path)
+        , m_hash(QCryptographicHash::Sha1)
+        , m_limit(limit)
+    { }
+
+    // Returns how many bytes are kept from an earlier attempt.
+    qint64 open(bool resume)
+    {
+        if (resume && m_file.exists() && m_file.open(QIODevice::ReadOnly)) {
+            m_hash.addData(&m_file);
+            m_startedAt = m_file.size();
+            m_file.close();
+        }
+        const auto mode = m_startedAt > 0 ? QIODevice::Append : (QIODevice::WriteOnly | QIODevice::Truncate);
+        if (!m_file.open(mode))
+            throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed, m_file.errorString());
+        return m_startedAt;
+    }
+
+    void receive(QNetworkReply *reply)
+    {
+        if (m_status == 0 && reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
+            startReply(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt());
+        const QByteArray data = reply->readAll();
+        if ((m_status != 200 && m_status != 206) || !m_failure.isEmpty())
+            return;
+        if (m_file.write(data) != data.size()) {
+            m_failure = m_file.errorString();
+            reply->abort();
+            return;
+        }
+        m_hash.addData(data);
+        if (m_file.size() > m_limit) {
+            m_failure = QStringLiteral("serverul trimite mai mult decât mărimea modelului");
+            reply->abort();
+        }
+    }
+
+    void close() { m_file.close(); }
+    int status() const { return m_status; }
+    QString failure() const { return m_failure; }
+    qint64 size() const { return m_file.size(); }
+    qint64 startedAt() const { return m_startedAt; }
+    QByteArray sha1Hex() const { return m_hash.result().toHex(); }
+
+private:
+    void startReply(int status)
+    {
+        m_status = status;
+        if (status == 200 && m_startedAt > 0) {
+            // The server ignored the range: the whole file follows.
+            m_file.resize(0);
+            m_hash.reset();
+            m_startedAt = 0;
+        }
+    }
+
+    QFile m_file;
+    QCryptographicHash m_hash;
+    qint64 m_limit;
+    qint64 m_startedAt = 0;
+    int m_status = 0;
+    QString m_failure;
+};
+
 // Seconds of silence from the server before a download is given up (it can be resumed).
 constexpr int kStallTimeoutMs = 60'000;
 
@@ -232,6 +303,9 @@ QCoro::Task<QString> WhisperModelManager::download(QString name)
         if (!complete)
             complete = co_await fetchInto(*entry, partPath, false);
     } catch (...) {
+        // An attempt that wrote nothing leaves nothing to resume.
+        if (QFileInfo(partPath).size() == 0)
+            QFile::remove(partPath);
         m_downloadingName.clear();
         Q_EMIT downloadChanged();
         Q_EMIT statusChanged();
@@ -254,20 +328,12 @@ QCoro::Task<QString> WhisperModelManager::download(QString name)
 }
 
 // Streams the model into partPath, continuing what is there when `resume` is set. Returns false when
-// the server cannot continue the partial file (HTTP 416), so the caller may start clean. The SHA-1 is
-// computed over the partial file first and then over every byte as it arrives.
+// the server cannot continue the partial file (HTTP 416), so the caller may start clean.
 QCoro::Task<bool> WhisperModelManager::fetchInto(const CatalogueEntry &entry, const QString &partPath, bool resume)
 {
-    QFile file(partPath);
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    qint64 existing = 0;
-    if (resume && file.exists() && file.open(QIODevice::ReadOnly)) {
-        hash.addData(&file);
-        existing = file.size();
-        file.close();
-    }
-    if (!file.open(existing > 0 ? QIODevice::Append : (QIODevice::WriteOnly | QIODevice::Truncate)))
-        throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed, file.errorString());
+    // A hostile or confused server must not fill the disk.
+    auto sink = std::make_shared<PartialModelFile>(partPath, entry.approximateBytes * 2);
+    const qint64 existing = sink->open(resume);
 
     QNetworkRequest request(QUrl(Endpoints::whisperModelBaseURL() + QLatin1Char('/') + entry.fileName));
     request.setTransferTimeout(kStallTimeoutMs);
@@ -277,44 +343,12 @@ QCoro::Task<bool> WhisperModelManager::fetchInto(const CatalogueEntry &entry, co
 
     QNetworkReply *reply = m_network->get(request);
     m_reply = reply;
-    // A hostile or confused server must not fill the disk.
-    const qint64 limit = entry.approximateBytes * 2;
-    int status = 0;
-    QString failure;
-    bool rangeRefused = false;
-
-    auto receive = [&] {
-        if (status == 0) {
-            status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-            if (status == 200 && existing > 0) {
-                // The server ignored the range: the whole file follows.
-                file.resize(0);
-                file.seek(0);
-                hash.reset();
-                existing = 0;
-            }
-        }
-        const QByteArray data = reply->readAll();
-        if (status == 416) {
-            rangeRefused = true;
-            return;
-        }
-        if (status != 200 && status != 206)
-            return;
-        if (file.write(data) != data.size()) {
-            failure = file.errorString();
-            reply->abort();
-            return;
-        }
-        hash.addData(data);
-        const qint64 received = file.size();
-        if (received > limit) {
-            failure = QStringLiteral("serverul trimite mai mult decât mărimea modelului");
-            reply->abort();
-            return;
-        }
+    const qint64 fallbackTotal = entry.approximateBytes;
+    // Everything the handler needs is captured by value: it belongs to the connection, not to this frame.
+    auto receive = [this, sink, reply, fallbackTotal] {
+        sink->receive(reply);
         const qint64 expected = reply->header(QNetworkRequest::ContentLengthHeader).toLongLong();
-        setProgress(received, expected > 0 ? existing + expected : entry.approximateBytes);
+        setProgress(sink->size(), expected > 0 ? sink->startedAt() + expected : fallbackTotal);
     };
     connect(reply, &QNetworkReply::readyRead, this, receive);
 
@@ -325,25 +359,24 @@ QCoro::Task<bool> WhisperModelManager::fetchInto(const CatalogueEntry &entry, co
     const QString networkText = reply->errorString();
     reply->deleteLater();
     m_reply = nullptr;
-    file.close();
+    sink->close();
 
-    if (rangeRefused) {
+    const int status = sink->status();
+    if (status == 416) {
         QFile::remove(partPath);
         co_return false;
     }
-    if (!failure.isEmpty())
-        throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed, failure);
-    if (status >= 400) {
+    if (!sink->failure().isEmpty())
+        throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed, sink->failure());
+    if (status >= 400)
         throw SpeechRecognitionError(
             SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("serverul a răspuns cu HTTP %1").arg(status));
-    }
     if (networkError != QNetworkReply::NoError)
         throw URLError::fromNetworkError(networkError, networkText);
     if (status != 200 && status != 206)
         throw SpeechRecognitionError(
             SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("răspuns neașteptat (HTTP %1)").arg(status));
-
-    if (hash.result().toHex() != entry.sha1) {
+    if (sink->sha1Hex() != entry.sha1) {
         // A corrupt file cannot be resumed into a good one: the next attempt starts clean.
         QFile::remove(partPath);
         throw SpeechRecognitionError(SpeechRecognitionError::Kind::checksumMismatch);
