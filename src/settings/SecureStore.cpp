@@ -2,6 +2,9 @@
 
 #include "PrivateFile.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
 #include <QDateTime>
 #include <QEventLoop>
 #include <QFile>
@@ -16,7 +19,7 @@ namespace {
 constexpr int keychainTimeoutMs = 10'000;
 // Our file holds four short keys; anything this large is not ours to parse.
 constexpr qint64 maximumFileSize = 1024 * 1024;
-// An account no one writes: reading it tells whether a Secret Service answers at all.
+// An account no one writes: reading it tells whether a keychain answers at all.
 const QString probeAccount = QStringLiteral("kelo.keychain-probe");
 
 bool fileForcedByEnvironment()
@@ -25,7 +28,7 @@ bool fileForcedByEnvironment()
 }
 
 // What a keychain's answer to the probe says about where secrets belong.
-std::optional<bool> fileFallbackFor(QKeychain::Error error)
+bool fileFallbackFor(QKeychain::Error error)
 {
     switch (error) {
     case QKeychain::NoError:
@@ -44,6 +47,23 @@ std::optional<bool> fileFallbackFor(QKeychain::Error error)
         return true;
     }
     return true;
+}
+
+// A Secret Service that was merely started on demand (no login keyring, as on a bare window manager
+// or over SSH) answers reads but has no collection to store into, and would drop every key the user
+// types. Only a definite "no default collection" counts; other keychains (KWallet) are trusted.
+bool secretServiceCannotStore()
+{
+    QDBusMessage readAlias = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.secrets"),
+        QStringLiteral("/org/freedesktop/secrets"), QStringLiteral("org.freedesktop.Secret.Service"),
+        QStringLiteral("ReadAlias"));
+    readAlias << QStringLiteral("default");
+    // Asking must not start a keyring daemon behind another keychain's back.
+    readAlias.setAutoStartService(false);
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(readAlias, QDBus::Block, keychainTimeoutMs);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return false;
+    return reply.arguments().constFirst().value<QDBusObjectPath>().path() == QLatin1String("/");
 }
 } // namespace
 
@@ -99,7 +119,8 @@ std::optional<bool> SecureStore::probeKeychain() const
         return std::nullopt;
     const QKeychain::Error error = job->error();
     job->deleteLater();
-    return fileFallbackFor(error);
+    const bool fileFallback = fileFallbackFor(error);
+    return fileFallback || secretServiceCannotStore();
 }
 
 SecureStore::JobOutcome SecureStore::run(QKeychain::Job *job) const

@@ -185,8 +185,8 @@ private Q_SLOTS:
             "[General]\n"
             "autoSpeak=abc\n"
             "internet=FALSE\n"
-            "onDeviceSpeech=1\n"
-            "backgroundConversation=True\n"
+            "onDeviceSpeech=0\n"
+            "backgroundConversation=yes\n"
             "voiceRate=x\n"
             "personality=calm\n"
             "responseLength=Echilibrat\n"
@@ -198,7 +198,7 @@ private Q_SLOTS:
         QVERIFY(settings.autoSpeak());
         QVERIFY(!settings.internetEnabled());
         QVERIFY(settings.preferOnDeviceSpeech());
-        QVERIFY(settings.backgroundConversationEnabled());
+        QVERIFY(!settings.backgroundConversationEnabled());
         QCOMPARE(settings.voiceRate(), 0.45);
         QCOMPARE(settings.personality(), PersonalityPreset::companion);
         QCOMPARE(settings.responseLength(), ResponseLengthPreset::balanced);
@@ -213,15 +213,18 @@ private Q_SLOTS:
         QVERIFY(contents(settingsPath(home)).contains("\npersonality=Calm"));
     }
 
-    void voiceRateMustBeAFiniteNumber()
+    void handWrittenValuesOfTheRightKindAreHonoured()
     {
         TemporaryHome home;
-        writeFile(settingsPath(home), "[General]\nvoiceRate=nan\n");
-        QCOMPARE(AppSettings().voiceRate(), 0.45);
-        writeFile(settingsPath(home), "[General]\nvoiceRate=0.52\n");
+        writeFile(settingsPath(home), "[General]\nvoiceRate=0.52\nbackgroundConversation=TRUE\nautoSpeak=False\n");
+        AppSettings settings;
+        QCOMPARE(settings.voiceRate(), 0.52);
+        QVERIFY(settings.backgroundConversationEnabled());
+        QVERIFY(!settings.autoSpeak());
+
         TemporaryHome other;
-        copyConfig(home, other);
-        QCOMPARE(AppSettings().voiceRate(), 0.52);
+        writeFile(settingsPath(other), "[General]\nvoiceRate=nan\n");
+        QCOMPARE(AppSettings().voiceRate(), 0.45);
     }
 
     void undecodableServerListIsKeptUntilTheListChanges()
