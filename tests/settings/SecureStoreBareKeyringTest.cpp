@@ -1,48 +1,29 @@
+#include "PrivateSessionBus.h"
 #include "SettingsTestSupport.h"
 #include "TemporaryHome.h"
 #include "settings/SecureStore.h"
 
-#include <QProcess>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace SettingsTestSupport;
 
-// A session bus of its own on which GNOME Keyring is only started on demand, with no login keyring:
-// the Secret Service answers but cannot keep anything, which is what a bare window manager or an SSH
-// session offers. Keys must go to the private file instead of vanishing.
+// A session bus on which GNOME Keyring is only started on demand, with no login keyring: the Secret
+// Service answers but cannot keep anything, which is what a bare window manager or an SSH session
+// offers. Keys must go to the private file instead of vanishing.
 class SecureStoreBareKeyringTest : public QObject
 {
     Q_OBJECT
 
 private:
-    QTemporaryDir m_busHome;
-    QProcess m_bus;
+    PrivateSessionBus m_bus;
 
 private Q_SLOTS:
     void initTestCase()
     {
-        if (QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty()
+        if (!PrivateSessionBus::available()
             || QStandardPaths::findExecutable(QStringLiteral("gnome-keyring-daemon")).isEmpty())
             QSKIP("dbus-daemon or gnome-keyring-daemon is not installed (scripts/install-deps.sh)");
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        // The keyring the bus starts keeps its (empty) data here, not in the developer's home.
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_busHome.path());
-        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_busHome.path());
-        m_bus.setProcessEnvironment(environment);
-        m_bus.start(QStringLiteral("dbus-daemon"),
-            { QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address=1") });
-        QVERIFY(m_bus.waitForReadyRead(10'000));
-        const QByteArray address = m_bus.readLine().trimmed();
-        QVERIFY(!address.isEmpty());
-        qputenv("DBUS_SESSION_BUS_ADDRESS", address);
-    }
-
-    void cleanupTestCase()
-    {
-        m_bus.terminate();
-        m_bus.waitForFinished(5'000);
+        QVERIFY(m_bus.start());
     }
 
     void keysGoToTheFileWhenTheKeyringCannotStore()
