@@ -38,6 +38,7 @@ Q_SIGNALS:
 
 private:
     void load();
+    void keepUnreadableCopy();
     void write();
 
     QString m_summary;
@@ -45,4 +46,6 @@ private:
     qint64 m_summarizedUserCount = 0;
     QString m_filePath;
     QString m_recoveredCopyPath;
+    // Set when an unreadable file could not be copied aside: it is then never overwritten.
+    bool m_writesSuspended = false;
 };
