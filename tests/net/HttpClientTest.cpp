@@ -1,7 +1,6 @@
-#include "net/HttpClient.h"
-
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
+#include "net/HttpClient.h"
 #include "net/HttpStatus.h"
 #include "net/URLError.h"
 
@@ -55,7 +54,7 @@ private Q_SLOTS:
     {
         FakeHttpServer server;
         Reply reply = Reply::text({});
-        reply.chunks = { "first ", "second ", "third" };
+        reply.chunks = {"first ", "second ", "third"};
         reply.chunkIntervalMs = 20;
         reply.delayMs = 50;
         server.on("GET", "/stream", reply);
@@ -69,12 +68,12 @@ private Q_SLOTS:
     {
         FakeHttpServer server;
         Reply reply = Reply::text({}, 200, "text/event-stream");
-        reply.chunks = { "data: {\"a\":1}\n\n" };
+        reply.chunks = {"data: {\"a\":1}\n\n"};
         reply.neverAnswer = false;
         server.on("POST", "/sse", reply);
         // A stream that never ends: the first chunk arrives, the terminator never does.
         Reply hanging = reply;
-        hanging.chunks = { "data: {\"a\":1}\n\n" };
+        hanging.chunks = {"data: {\"a\":1}\n\n"};
         hanging.chunkIntervalMs = 60'000;
         hanging.chunks.append("never");
         server.on("POST", "/hang", hanging);
@@ -140,8 +139,7 @@ private Q_SLOTS:
         HttpClient::Options options;
         options.timeoutMs = 300;
 
-        const auto error
-            = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/silent"), options));
+        const auto error = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/silent"), options));
         QVERIFY(error);
         QCOMPARE(error->code(), URLError::timedOut);
     }
