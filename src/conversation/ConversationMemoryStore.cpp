@@ -6,7 +6,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QSaveFile>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -113,9 +112,12 @@ ConversationMemoryStore::ConversationMemoryStore(QObject *parent)
     : ConversationMemoryStore(defaultDirectory(), parent)
 { }
 
+ConversationMemoryStore::~ConversationMemoryStore() = default;
+
 ConversationMemoryStore::ConversationMemoryStore(const QString &directory, QObject *parent)
     : QObject(parent)
     , m_filePath(QDir(directory).filePath(fileName))
+    , m_writer(std::make_unique<ConversationMemoryWriter>(m_filePath))
 {
     QDir().mkpath(directory);
     load();
@@ -204,21 +206,19 @@ void ConversationMemoryStore::clearAll()
     m_messages.clear();
     m_summarizedUserCount = 0;
     // Clearing is the user's explicit wish to forget, so it applies even to a file we could not read.
-    QFile::remove(m_filePath);
+    m_writer->remove();
     m_writesSuspended = false;
     if (changed)
         Q_EMIT summaryChanged();
 }
 
-// Failures are not the user's concern: the state in memory stays as set and the next write retries.
 void ConversationMemoryStore::write()
 {
-    if (m_writesSuspended)
-        return;
-    QSaveFile file(m_filePath);
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.write(encodeSnapshot(m_summary, m_messages, m_summarizedUserCount));
-    if (file.commit())
-        QFile::setPermissions(m_filePath, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    if (!m_writesSuspended)
+        m_writer->write(encodeSnapshot(m_summary, m_messages, m_summarizedUserCount));
+}
+
+void ConversationMemoryStore::waitForWrites()
+{
+    m_writer->waitForDone();
 }

@@ -101,6 +101,7 @@ private Q_SLOTS:
         QList<ChatMessage> messages = conversation(3);
         messages[0].createdAt = QDateTime(QDate(2001, 1, 1), QTime(0, 1, 0, 250), Qt::UTC);
         store.updateSummary(QStringLiteral("  • îi place ceaiul\n"), messages);
+        store.waitForWrites();
         const double written
             = QDateTime(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC).secsTo(QDateTime::currentDateTimeUtc());
 
@@ -129,11 +130,13 @@ private Q_SLOTS:
         ConversationMemoryStore store;
         const QList<ChatMessage> eighty = conversation(80);
         store.persist(eighty);
+        store.waitForWrites();
         QCOMPARE(store.messages(), eighty);
         QCOMPARE(fileObject(memoryFile()).value("messages").toArray().size(), 80);
 
         const QList<ChatMessage> eightyOne = conversation(81, 100);
         store.persist(eightyOne);
+        store.waitForWrites();
         QCOMPARE(store.messages(), eightyOne.mid(1));
         const QJsonArray stored = fileObject(memoryFile()).value("messages").toArray();
         QCOMPARE(stored.size(), 80);
@@ -178,17 +181,40 @@ private Q_SLOTS:
         store.updateSummary(QStringLiteral("ceva"), withUsers(4));
         QSignalSpy changed(&store, &ConversationMemoryStore::summaryChanged);
         store.clearAll();
+        store.waitForWrites();
         QCOMPARE(changed.size(), 1);
         QVERIFY(!QFile::exists(memoryFile()));
         QCOMPARE(store.summary(), QString());
         QVERIFY(store.messages().isEmpty());
         QCOMPARE(store.summarizedUserCount(), 0);
         store.clearAll(); // nothing left to remove
+        store.waitForWrites();
 
         ConversationMemoryStore fresh;
         QCOMPARE(fresh.summary(), QString());
         QVERIFY(fresh.messages().isEmpty());
         QVERIFY(!fresh.shouldRefreshSummary(withUsers(3)));
+    }
+
+    void writesLandInTheOrderMade()
+    {
+        ConversationMemoryStore store;
+        for (int round = 0; round < 20; ++round) {
+            store.persist(conversation(80, round));
+            if (round % 5 == 4)
+                store.clearAll();
+        }
+        store.waitForWrites();
+        QVERIFY(!QFile::exists(memoryFile()));
+
+        for (int round = 0; round < 20; ++round)
+            store.persist(conversation(3, round));
+        store.clearAll();
+        store.updateSummary(QStringLiteral("ultimul"), conversation(2, 7));
+        store.waitForWrites();
+        QCOMPARE(fileObject(memoryFile()).value("summary").toString(), QStringLiteral("ultimul"));
+        QCOMPARE(fileObject(memoryFile()).value("messages").toArray().first().toObject().value("text").toString(),
+            QStringLiteral("mesaj 7"));
     }
 
     void unreadableFileIsKeptAsideBeforeAnyWrite_data()
@@ -223,6 +249,7 @@ private Q_SLOTS:
         QVERIFY(QFileInfo(store.recoveredCopyPath()).fileName().contains(QDate::currentDate().toString("yyyyMMdd")));
 
         store.persist(conversation(2));
+        store.waitForWrites();
         QCOMPARE(readFile(store.recoveredCopyPath()), contents);
         QCOMPARE(fileObject(memoryFile()).value("messages").toArray().size(), 2);
 
@@ -260,6 +287,7 @@ private Q_SLOTS:
         QCOMPARE(store.summarizedUserCount(), Q_INT64_C(4294967301));
         QVERIFY(store.recoveredCopyPath().isEmpty());
         store.persist({});
+        store.waitForWrites();
         QCOMPARE(fileObject(memoryFile()).value("summarizedUserCount").toInteger(), Q_INT64_C(4294967301));
     }
 };
