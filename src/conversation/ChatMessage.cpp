@@ -20,7 +20,7 @@ QDateTime fromSecondsSinceReference(double seconds)
 
 ChatMessage ChatMessage::make(Role role, QString text)
 {
-    return ChatMessage { QUuid::createUuid(), role, std::move(text), QDateTime::currentDateTimeUtc() };
+    return ChatMessage{QUuid::createUuid(), role, std::move(text), QDateTime::currentDateTimeUtc()};
 }
 
 QString ChatMessage::idString() const
@@ -43,7 +43,7 @@ QString ChatMessage::rawValue(Role role)
 
 std::optional<ChatMessage::Role> ChatMessage::roleFromRawValue(const QString &raw)
 {
-    for (Role role : { Role::user, Role::assistant, Role::system }) {
+    for (Role role : {Role::user, Role::assistant, Role::system}) {
         if (rawValue(role) == raw)
             return role;
     }
@@ -52,11 +52,11 @@ std::optional<ChatMessage::Role> ChatMessage::roleFromRawValue(const QString &ra
 
 QJsonObject ChatMessage::toJson() const
 {
-    return QJsonObject {
-        { QStringLiteral("id"), idString() },
-        { QStringLiteral("role"), rawValue(role) },
-        { QStringLiteral("text"), text },
-        { QStringLiteral("createdAt"), ReferenceDate::secondsSinceReference(createdAt) },
+    return QJsonObject{
+        {QStringLiteral("id"), idString()},
+        {QStringLiteral("role"), rawValue(role)},
+        {QStringLiteral("text"), text},
+        {QStringLiteral("createdAt"), ReferenceDate::secondsSinceReference(createdAt)},
     };
 }
 

@@ -33,8 +33,8 @@ public:
 
     QCoro::Task<QList<ZenModel>> fetchModels(QString apiKey);
     // `messages` are chat-completions message objects, already shaped by the caller.
-    QCoro::Task<AssistantResult> completeChat(
-        QString apiKey, QString modelID, QJsonArray messages, QList<ZenToolDefinition> tools);
+    QCoro::Task<AssistantResult> completeChat(QString apiKey, QString modelID, QJsonArray messages,
+                                              QList<ZenToolDefinition> tools);
     QCoro::Task<QString> summarizeMemory(QString apiKey, QString modelID, QString previousSummary, QString transcript);
 
 private:
