@@ -171,6 +171,8 @@ private Q_SLOTS:
         background->begin(QStringLiteral("Kelo cloud voice"));
         QVERIFY(settled(1, { "Kelo cloud voice" }));
         background->begin(QStringLiteral("Kelo response"));
+        // The previous lock is given back at once, not when the new one arrives.
+        QCOMPARE(m_logind->heldReasons(), QStringList());
         QVERIFY(settled(2, { "Kelo response" }));
 
         // Two begins in a row, before any lock has arrived: only the second one's is kept.
