@@ -28,8 +28,8 @@ public:
     QList<ChatMessage> messages() const { return m_messages; }
     qint64 summarizedUserCount() const { return m_summarizedUserCount; }
     QString filePath() const { return m_filePath; }
-    // Where an unreadable memory file found at start was copied before anything could overwrite
-    // it; empty when there was none.
+    // Where a memory file found at start was copied, before anything could overwrite it, because
+    // it (or some of its messages) could not be read; empty when there was none.
     QString recoveredCopyPath() const { return m_recoveredCopyPath; }
 
     void persist(const QList<ChatMessage> &messages);
