@@ -27,7 +27,8 @@ QString SpeechRecognitionError::description() const
     case Kind::modelEnglishOnly:
         return QStringLiteral("Modelul „%1” recunoaște doar engleza; alege un model multilingv.").arg(m_detail);
     case Kind::downloadFailed:
-        return QStringLiteral("Descărcarea modelului a eșuat: %1").arg(m_detail);
+        return m_detail.isEmpty() ? QStringLiteral("Descărcarea modelului a eșuat.")
+                                  : QStringLiteral("Descărcarea modelului a eșuat: %1").arg(m_detail);
     case Kind::checksumMismatch:
         return QStringLiteral(
             "Modelul descărcat este deteriorat (suma de control nu se potrivește). Încearcă din nou.");

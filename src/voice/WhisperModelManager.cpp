@@ -272,6 +272,40 @@ void WhisperModelManager::setProgress(qint64 received, qint64 total)
     Q_EMIT downloadChanged();
 }
 
+QVariantList WhisperModelManager::catalogueList() const
+{
+    QVariantList list;
+    for (const CatalogueEntry &entry : m_catalogue) {
+        list.append(QVariantMap { { QStringLiteral("name"), entry.name }, { QStringLiteral("title"), entry.title },
+            { QStringLiteral("bytes"), entry.approximateBytes }, { QStringLiteral("path"), pathFor(entry) } });
+    }
+    return list;
+}
+
+void WhisperModelManager::startDownload(const QString &name)
+{
+    m_downloadError.clear();
+    Q_EMIT downloadChanged();
+    // Fire and forget: every failure is caught here and shown as text.
+    [](WhisperModelManager *self, QString model) -> QCoro::Task<> {
+        QPointer<WhisperModelManager> guard(self);
+        try {
+            co_await self->download(model);
+        } catch (const KeloError &error) {
+            if (guard) {
+                guard->m_downloadError = error.description();
+                Q_EMIT guard->downloadChanged();
+            }
+        } catch (const std::exception &) {
+            if (guard) {
+                guard->m_downloadError
+                    = SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed).description();
+                Q_EMIT guard->downloadChanged();
+            }
+        }
+    }(this, name);
+}
+
 void WhisperModelManager::cancelDownload()
 {
     if (m_reply)
@@ -394,7 +428,10 @@ QCoro::Task<> WhisperModelManager::loadModel(TranscriptionWorker *worker)
         co_return;
 
     auto outcome = std::make_shared<LoadOutcome>();
-    co_await worker->submitVoid(loadJob(path, outcome));
+    // The job is built outside the co_await expression: g++ 12 destroyed a lambda temporary there
+    // twice, which released the loaded model under the recogniser's feet.
+    QFuture<void> loading = worker->submitVoid(loadJob(path, outcome));
+    co_await loading;
     if (outcome->error)
         std::rethrow_exception(outcome->error);
     m_loaded = outcome->model;

@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QVariantList>
 #include <QtQml/qqmlregistration.h>
 
 #include <memory>
@@ -31,6 +32,8 @@ class WhisperModelManager : public QObject
     Q_PROPERTY(bool isDownloading READ isDownloading NOTIFY downloadChanged)
     Q_PROPERTY(double downloadProgress READ downloadProgress NOTIFY downloadChanged)
     Q_PROPERTY(QString downloadingModel READ downloadingModel NOTIFY downloadChanged)
+    Q_PROPERTY(QString downloadError READ downloadError NOTIFY downloadChanged)
+    Q_PROPERTY(QVariantList catalogue READ catalogueList CONSTANT)
 
 public:
     struct CatalogueEntry
@@ -87,11 +90,16 @@ public:
     // Fetches a catalogue model into the models folder, resuming a partial file; checks its SHA-1 and
     // makes it the chosen model. Returns its path. Throws URLError or SpeechRecognitionError.
     QCoro::Task<QString> download(QString name);
-    void cancelDownload();
+    Q_INVOKABLE void cancelDownload();
+    // For the settings screen: starts download(name) and reports its failure in downloadError.
+    Q_INVOKABLE void startDownload(const QString &name);
+    QString downloadError() const { return m_downloadError; }
+    // name, title and approximate size of each catalogue model, for a picker.
+    QVariantList catalogueList() const;
 
     // Loads the chosen model on the worker thread and warms it up; kept while the file is unchanged.
-    // The model is then loadedModel(): passing shared pointers out of coroutines proved fragile with
-    // this compiler, so the task carries no value.
+    // The model is then loadedModel(); the task carries no value because QCoro's co_return moves
+    // from an lvalue, which would empty the cached member.
     QCoro::Task<> loadModel(TranscriptionWorker *worker);
     std::shared_ptr<WhisperModel> loadedModel() const { return m_loaded; }
     void releaseModel();
@@ -118,6 +126,7 @@ private:
     QNetworkAccessManager *m_network;
     QPointer<QNetworkReply> m_reply;
     QString m_downloadingName;
+    QString m_downloadError;
     qint64 m_bytesReceived = 0;
     qint64 m_bytesTotal = 0;
 
