@@ -184,6 +184,7 @@ private Q_SLOTS:
         QVERIFY(!third.at(6)[QLatin1String("content")].toString().contains(QLatin1String("x()")));
 
         // The turn is on disk: the greeting, the question and the answer.
+        store.memory()->waitForWrites();
         ConversationMemoryStore reloaded(m_home->dataHome() + QStringLiteral("/Kelo"), nullptr);
         QCOMPARE(reloaded.messages().size(), 3);
         QCOMPARE(reloaded.messages().constLast().text, QStringLiteral("Brâncuși a creat Coloana infinitului."));
@@ -338,6 +339,7 @@ private Q_SLOTS:
 
         store.clearMemory();
         QCOMPARE(store.messages().first().text, QStringLiteral("Memoria a fost resetată. Putem începe de la zero."));
+        store.memory()->waitForWrites();
         QVERIFY(!QFile::exists(store.memory()->filePath()));
         ChatStore restarted;
         QCOMPARE(restarted.messages().first().text, ChatStore::welcomeText());
