@@ -392,14 +392,16 @@ QCoro::Task<QList<MCPToolBinding>> ChatStore::currentMCPBindings()
     if (m_toolsRefreshedAt && m_toolsRefreshedAt->secsTo(now) < mcpCacheSeconds)
         co_return m_cachedMCPBindings;
 
-    const QString syncing = QStringLiteral("Sincronizez skillurile…");
-    setToolStatus(syncing);
     QList<MCPServerConfig> enabled;
     for (const MCPServerConfig &server : m_settings->mcpServers()) {
         if (server.enabled)
             enabled.append(server);
     }
-    m_cachedMCPBindings = co_await m_mcp->discoverBindings(enabled);
+    // With nothing to ask there is nothing to sync, and no status to flash.
+    const QString syncing = QStringLiteral("Sincronizez skillurile…");
+    if (!enabled.isEmpty())
+        setToolStatus(syncing);
+    m_cachedMCPBindings = enabled.isEmpty() ? QList<MCPToolBinding>() : co_await m_mcp->discoverBindings(enabled);
     m_toolsRefreshedAt = QDateTime::currentDateTimeUtc();
     if (m_toolStatus == syncing)
         setToolStatus(std::nullopt);

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "ChatMessage.h"
+#include "ConversationMemoryStore.h"
 #include "ZenAPIService.h"
 #include "ZenModel.h"
+#include "settings/AppSettings.h"
 #include "skills/MCPToolBinding.h"
+#include "voice/SpeechService.h"
 
 #include <QCoroTask>
 #include <QDateTime>
@@ -15,12 +18,9 @@
 
 #include <optional>
 
-class AppSettings;
 class QTimer;
 class BackgroundExecutionManager;
-class ConversationMemoryStore;
 class MCPClient;
-class SpeechService;
 class WebSkillService;
 
 // The one observable object that runs the conversation. It owns every service, holds the visible

@@ -89,9 +89,9 @@ private Q_SLOTS:
         const Run run = kelo({QStringLiteral("ask"), QStringLiteral("Câți"), QStringLiteral("locuitori are Iașiul?")});
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out, QStringLiteral("Iașiul are circa 270.000 de locuitori.\n"));
-        QVERIFY2(run.err.contains(QLatin1String("Caut pe internet…")), qPrintable(run.err));
-        QVERIFY(run.err.contains(QLatin1String("Citesc pagina…")));
-        QCOMPARE(m_service->requests(QStringLiteral("/chat/completions")).first().json()[QLatin1String("messages")][2][QLatin1String("content")].toString(),
+        QVERIFY2(run.err.contains(QStringLiteral("Caut pe internet…")), qPrintable(run.err));
+        QVERIFY(run.err.contains(QStringLiteral("Citesc pagina…")));
+        QCOMPARE(m_service->requests(QStringLiteral("/chat/completions")).first().json()[QStringLiteral("messages")][2][QStringLiteral("content")].toString(),
                  QStringLiteral("Câți locuitori are Iașiul?"));
 
         // The memory file: a snapshot object with dates as seconds since 2001 and the three messages.
@@ -99,12 +99,12 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QJsonObject snapshot = QJsonDocument::fromJson(file.readAll()).object();
         QCOMPARE(snapshot.keys(), (QStringList{"messages", "summarizedUserCount", "summary", "updatedAt"}));
-        QVERIFY(snapshot[QLatin1String("updatedAt")].toDouble() > 7e8); // after 2023, in 2001-based seconds
-        const QJsonArray messages = snapshot[QLatin1String("messages")].toArray();
+        QVERIFY(snapshot[QStringLiteral("updatedAt")].toDouble() > 7e8); // after 2023, in 2001-based seconds
+        const QJsonArray messages = snapshot[QStringLiteral("messages")].toArray();
         QCOMPARE(messages.size(), 3);
-        QCOMPARE(messages.at(1)[QLatin1String("role")].toString(), QStringLiteral("user"));
-        QCOMPARE(messages.at(2)[QLatin1String("text")].toString(), QStringLiteral("Iașiul are circa 270.000 de locuitori."));
-        QVERIFY(messages.at(2)[QLatin1String("createdAt")].isDouble());
+        QCOMPARE(messages.at(1)[QStringLiteral("role")].toString(), QStringLiteral("user"));
+        QCOMPARE(messages.at(2)[QStringLiteral("text")].toString(), QStringLiteral("Iașiul are circa 270.000 de locuitori."));
+        QVERIFY(messages.at(2)[QStringLiteral("createdAt")].isDouble());
     }
 
     void askExitCodesTellFailureFromUsage()
@@ -130,9 +130,9 @@ private Q_SLOTS:
         QCOMPARE(kelo({QStringLiteral("ask"), QStringLiteral("primul")}).exitCode, 0);
         const Run run = kelo({QStringLiteral("ask"), QStringLiteral("--new"), QStringLiteral("-")}, "rând unu\nrând doi\n");
         QCOMPARE(run.exitCode, 0);
-        const QJsonArray sent = m_service->requests(QStringLiteral("/chat/completions")).last().json()[QLatin1String("messages")].toArray();
+        const QJsonArray sent = m_service->requests(QStringLiteral("/chat/completions")).last().json()[QStringLiteral("messages")].toArray();
         QCOMPARE(sent.size(), 3); // system, the new-conversation notice, the question
-        QCOMPARE(sent.last()[QLatin1String("content")].toString(), QStringLiteral("rând unu\nrând doi"));
+        QCOMPARE(sent.last()[QStringLiteral("content")].toString(), QStringLiteral("rând unu\nrând doi"));
     }
 
     void chatSessionFromAPipe()
@@ -140,9 +140,9 @@ private Q_SLOTS:
         m_service->on("POST", QStringLiteral("/chat/completions"), Reply::json(completion(QStringLiteral("Bună!"))));
         const Run run = kelo({QStringLiteral("chat")}, "salut\n/memory\n/new\n/quit\nnu se mai trimite\n");
         QCOMPARE(run.exitCode, 0);
-        QVERIFY2(run.out.contains(QLatin1String("Kelo: Bună!")), qPrintable(run.out));
-        QVERIFY(run.out.contains(QLatin1String("Memoria se construiește automat")));
-        QVERIFY(run.out.contains(QLatin1String("Conversație nouă.")));
+        QVERIFY2(run.out.contains(QStringLiteral("Kelo: Bună!")), qPrintable(run.out));
+        QVERIFY(run.out.contains(QStringLiteral("Memoria se construiește automat")));
+        QVERIFY(run.out.contains(QStringLiteral("Conversație nouă.")));
         QCOMPARE(m_service->requestCount(QStringLiteral("/chat/completions")), 1);
     }
 
@@ -158,12 +158,12 @@ private Q_SLOTS:
 
         const Run key = kelo({QStringLiteral("test-key")});
         QCOMPARE(key.exitCode, 0);
-        QVERIFY(key.out.startsWith(QLatin1String("Conectat")));
+        QVERIFY(key.out.startsWith(QStringLiteral("Conectat")));
 
         m_service->on("GET", QStringLiteral("/models"), Reply::json(QJsonObject{{"message", "cheie invalidă"}}, 401));
         const Run badKey = kelo({QStringLiteral("test-key")});
         QCOMPARE(badKey.exitCode, 1);
-        QVERIFY2(badKey.out.contains(QLatin1String("cheie invalidă")), qPrintable(badKey.out));
+        QVERIFY2(badKey.out.contains(QStringLiteral("cheie invalidă")), qPrintable(badKey.out));
         QCOMPARE(kelo({QStringLiteral("models")}).exitCode, 1);
     }
 
@@ -183,10 +183,10 @@ private Q_SLOTS:
 
         QCOMPARE(kelo({"config", "set", "elevenAPIKey", "sk-secret-1234"}).exitCode, 0);
         const Run list = kelo({"config", "list"});
-        QVERIFY(list.out.contains(QLatin1String("elevenAPIKey = ••••1234")));
-        QVERIFY(!list.out.contains(QLatin1String("sk-secret")));
-        QVERIFY(list.out.contains(QLatin1String("zenModelID = big-pickle")));
-        QVERIFY(list.out.contains(QLatin1String("mcpServers = []")));
+        QVERIFY(list.out.contains(QStringLiteral("elevenAPIKey = ••••1234")));
+        QVERIFY(!list.out.contains(QStringLiteral("sk-secret")));
+        QVERIFY(list.out.contains(QStringLiteral("zenModelID = big-pickle")));
+        QVERIFY(list.out.contains(QStringLiteral("mcpServers = []")));
         QCOMPARE(kelo({"config", "get", "elevenAPIKey", "--show-secrets"}).out, QStringLiteral("sk-secret-1234\n"));
         QCOMPARE(kelo({"config", "set", "elevenAPIKey", ""}).exitCode, 0);
     }
@@ -198,7 +198,7 @@ private Q_SLOTS:
         for (const char *command : {"ask", "chat", "models", "test-key", "config", "memory"})
             QVERIFY2(help.out.contains(QLatin1String(command)), command);
         QCOMPARE(kelo({QStringLiteral("ask"), QStringLiteral("--help")}).exitCode, 0);
-        QVERIFY(kelo({QStringLiteral("--version")}).out.startsWith(QLatin1String("kelo ")));
+        QVERIFY(kelo({QStringLiteral("--version")}).out.startsWith(QStringLiteral("kelo ")));
     }
 };
 

@@ -35,20 +35,20 @@ QJsonObject toolCall(const QString &id, const QString &name, const QJsonObject &
 
 QJsonArray sentMessages(const FakeHttpServer::Request &request)
 {
-    return request.json().value(QLatin1String("messages")).toArray();
+    return request.json().value(QStringLiteral("messages")).toArray();
 }
 
 QStringList roles(const QJsonArray &messages)
 {
     QStringList list;
     for (const QJsonValue &message : messages)
-        list.append(message[QLatin1String("role")].toString());
+        list.append(message[QStringLiteral("role")].toString());
     return list;
 }
 
 bool isCompaction(const FakeHttpServer::Request &request)
 {
-    return sentMessages(request).first()[QLatin1String("content")].toString().startsWith(QLatin1String("Ești un compactor"));
+    return sentMessages(request).first()[QStringLiteral("content")].toString().startsWith(QStringLiteral("Ești un compactor"));
 }
 
 } // namespace
@@ -167,8 +167,8 @@ private Q_SLOTS:
         QCOMPARE(requests.size(), 3);
 
         const QJsonObject first = requests.at(0).json();
-        QCOMPARE(first[QLatin1String("tools")].toArray().size(), 2);
-        QCOMPARE(first[QLatin1String("tools")][0][QLatin1String("function")][QLatin1String("name")].toString(),
+        QCOMPARE(first[QStringLiteral("tools")].toArray().size(), 2);
+        QCOMPARE(first[QStringLiteral("tools")][0][QStringLiteral("function")][QStringLiteral("name")].toString(),
                  QStringLiteral("kelo_web_search"));
         QCOMPARE(roles(sentMessages(requests.at(0))), (QStringList{"system", "assistant", "user"}));
         QCOMPARE(requests.at(0).header("Authorization"), QByteArray("Bearer test-key"));
@@ -176,12 +176,12 @@ private Q_SLOTS:
         // Each later request echoes the model's tool call and carries the tool's result.
         const QJsonArray second = sentMessages(requests.at(1));
         QCOMPARE(roles(second).mid(3), (QStringList{"assistant", "tool"}));
-        QCOMPARE(second.at(3)[QLatin1String("tool_calls")][0][QLatin1String("id")].toString(), QStringLiteral("c1"));
-        QCOMPARE(second.at(4)[QLatin1String("tool_call_id")].toString(), QStringLiteral("c1"));
-        QCOMPARE(second.at(4)[QLatin1String("content")].toString(), QStringLiteral("• Constantin Brâncuși: sculptor român"));
+        QCOMPARE(second.at(3)[QStringLiteral("tool_calls")][0][QStringLiteral("id")].toString(), QStringLiteral("c1"));
+        QCOMPARE(second.at(4)[QStringLiteral("tool_call_id")].toString(), QStringLiteral("c1"));
+        QCOMPARE(second.at(4)[QStringLiteral("content")].toString(), QStringLiteral("• Constantin Brâncuși: sculptor român"));
         const QJsonArray third = sentMessages(requests.at(2));
-        QVERIFY(third.at(6)[QLatin1String("content")].toString().contains(QLatin1String("Coloana infinitului")));
-        QVERIFY(!third.at(6)[QLatin1String("content")].toString().contains(QLatin1String("x()")));
+        QVERIFY(third.at(6)[QStringLiteral("content")].toString().contains(QStringLiteral("Coloana infinitului")));
+        QVERIFY(!third.at(6)[QStringLiteral("content")].toString().contains(QStringLiteral("x()")));
 
         // The turn is on disk: the greeting, the question and the answer.
         store.memory()->waitForWrites();
@@ -200,17 +200,17 @@ private Q_SLOTS:
         AsyncTest::await(store.send(QStringLiteral("al douăzecilea")));
         const QJsonArray sent = sentMessages(chatRequests().first());
         QCOMPARE(sent.size(), 17);
-        QCOMPARE(sent.first()[QLatin1String("role")].toString(), QStringLiteral("system"));
-        QVERIFY(sent.first()[QLatin1String("content")].toString().startsWith(QLatin1String("Ești Kelo")));
-        QCOMPARE(sent.at(1)[QLatin1String("content")].toString(), QStringLiteral("mesaj 4"));
-        QCOMPARE(sent.last()[QLatin1String("content")].toString(), QStringLiteral("al douăzecilea"));
+        QCOMPARE(sent.first()[QStringLiteral("role")].toString(), QStringLiteral("system"));
+        QVERIFY(sent.first()[QStringLiteral("content")].toString().startsWith(QStringLiteral("Ești Kelo")));
+        QCOMPARE(sent.at(1)[QStringLiteral("content")].toString(), QStringLiteral("mesaj 4"));
+        QCOMPARE(sent.last()[QStringLiteral("content")].toString(), QStringLiteral("al douăzecilea"));
     }
 
     void endlessToolCallsStopAfterTheFourthRound()
     {
         m_service->on("POST", QStringLiteral("/chat/completions"), [](const FakeHttpServer::Request &request) {
-            const QJsonArray messages = request.json()[QLatin1String("messages")].toArray();
-            if (messages.last()[QLatin1String("role")].toString() == QLatin1String("system"))
+            const QJsonArray messages = request.json()[QStringLiteral("messages")].toArray();
+            if (messages.last()[QStringLiteral("role")].toString() == QStringLiteral("system"))
                 return Reply::json(completion(QStringLiteral("Gata, fără instrumente.")));
             return Reply::json(completion(QString(), {toolCall(QStringLiteral("x"), QStringLiteral("nu_exista"), {})}));
         });
@@ -221,10 +221,10 @@ private Q_SLOTS:
         const auto requests = chatRequests();
         QCOMPARE(requests.size(), 5);
         const QJsonArray last = sentMessages(requests.last());
-        QCOMPARE(last.last()[QLatin1String("content")].toString(),
+        QCOMPARE(last.last()[QStringLiteral("content")].toString(),
                  QStringLiteral("Returnează acum răspunsul final pentru utilizator, fără a mai apela instrumente."));
         // The unknown tool's result went back to the model each round.
-        QCOMPARE(last.at(last.size() - 2)[QLatin1String("content")].toString(), QStringLiteral("Instrument necunoscut: nu_exista"));
+        QCOMPARE(last.at(last.size() - 2)[QStringLiteral("content")].toString(), QStringLiteral("Instrument necunoscut: nu_exista"));
         QCOMPARE(roles(last).count(QStringLiteral("tool")), 4);
         QCOMPARE(store.messages().constLast().text, QStringLiteral("Gata, fără instrumente."));
     }
@@ -240,8 +240,8 @@ private Q_SLOTS:
         ChatStore store;
         AsyncTest::await(store.send(QStringLiteral("x")));
         const QJsonArray sent = sentMessages(chatRequests().at(1));
-        QCOMPARE(sent.at(sent.size() - 2)[QLatin1String("content")].toString(), QStringLiteral("Lipsește parametrul query."));
-        QCOMPARE(sent.last()[QLatin1String("content")].toString(), QStringLiteral("Lipsește parametrul url."));
+        QCOMPARE(sent.at(sent.size() - 2)[QStringLiteral("content")].toString(), QStringLiteral("Lipsește parametrul query."));
+        QCOMPARE(sent.last()[QStringLiteral("content")].toString(), QStringLiteral("Lipsește parametrul url."));
         QCOMPARE(m_service->requests().size(), 2);
     }
 
@@ -258,8 +258,8 @@ private Q_SLOTS:
         ChatStore store;
         AsyncTest::await(store.send(QStringLiteral("x")));
         const QJsonArray sent = sentMessages(chatRequests().at(1));
-        QVERIFY(sent.at(sent.size() - 2)[QLatin1String("content")].toString().startsWith(QLatin1String("Căutarea web a eșuat: ")));
-        QVERIFY(sent.last()[QLatin1String("content")].toString().startsWith(QLatin1String("Citirea URL-ului a eșuat: ")));
+        QVERIFY(sent.at(sent.size() - 2)[QStringLiteral("content")].toString().startsWith(QStringLiteral("Căutarea web a eșuat: ")));
+        QVERIFY(sent.last()[QStringLiteral("content")].toString().startsWith(QStringLiteral("Citirea URL-ului a eșuat: ")));
         QCOMPARE(store.messages().constLast().text, QStringLiteral("Nu am găsit nimic."));
     }
 
@@ -283,7 +283,7 @@ private Q_SLOTS:
         m_zenURL = std::make_unique<ScopedEnvironment>("KELO_ZEN_BASE_URL", QStringLiteral("http://127.0.0.1:1"));
         ChatStore store;
         AsyncTest::await(store.send(QStringLiteral("Salut")));
-        QVERIFY(store.messages().constLast().text.startsWith(QLatin1String("Nu am putut termina răspunsul: ")));
+        QVERIFY(store.messages().constLast().text.startsWith(QStringLiteral("Nu am putut termina răspunsul: ")));
         QVERIFY(store.messages().constLast().text.size() > 35);
     }
 
@@ -293,14 +293,14 @@ private Q_SLOTS:
         ChatStore store;
         store.setForceInternetNext(true);
         AsyncTest::await(store.send(QStringLiteral("primul")));
-        QVERIFY(sentMessages(chatRequests().at(0)).last()[QLatin1String("content")].toString().contains(QLatin1String("kelo_web_search")));
+        QVERIFY(sentMessages(chatRequests().at(0)).last()[QStringLiteral("content")].toString().contains(QStringLiteral("kelo_web_search")));
         QVERIFY(!store.forceInternetNext());
 
         store.settings()->setInternetEnabled(false);
         AsyncTest::await(store.send(QStringLiteral("al doilea")));
         const auto second = chatRequests().at(1);
-        QVERIFY(!second.json().contains(QLatin1String("tools")));
-        QCOMPARE(sentMessages(second).last()[QLatin1String("content")].toString(), QStringLiteral("al doilea"));
+        QVERIFY(!second.json().contains(QStringLiteral("tools")));
+        QCOMPARE(sentMessages(second).last()[QStringLiteral("content")].toString(), QStringLiteral("al doilea"));
     }
 
     void memoryIsCompactedAfterFourUserMessages()
@@ -318,14 +318,14 @@ private Q_SLOTS:
         const auto requests = chatRequests();
         QCOMPARE(requests.size(), 5);
         QVERIFY(isCompaction(requests.last()));
-        QVERIFY(sentMessages(requests.last()).last()[QLatin1String("content")].toString().contains(QLatin1String("Utilizator: mesajul 4")));
+        QVERIFY(sentMessages(requests.last()).last()[QStringLiteral("content")].toString().contains(QStringLiteral("Utilizator: mesajul 4")));
         QCOMPARE(store.memory()->summary(), QStringLiteral("• Îi place sculptura."));
         QCOMPARE(store.memory()->summarizedUserCount(), 4);
 
         // The summary now reaches the system prompt of the next turn.
         AsyncTest::await(store.send(QStringLiteral("mesajul 5")));
-        QVERIFY(sentMessages(chatRequests().constLast()).first()[QLatin1String("content")].toString().contains(
-            QLatin1String("Memorie de conversație:\n• Îi place sculptura.")));
+        QVERIFY(sentMessages(chatRequests().constLast()).first()[QStringLiteral("content")].toString().contains(
+            QStringLiteral("Memorie de conversație:\n• Îi place sculptura.")));
     }
 
     void newConversationAndMemoryReset()
@@ -364,7 +364,7 @@ private Q_SLOTS:
                                                QJsonArray{QJsonObject{{QStringLiteral("id"), QStringLiteral("m-1")},
                                                                       {QStringLiteral("name"), QStringLiteral("Model Unu")}}}}}));
         const QString result = AsyncTest::await(store.testZenConnection());
-        QVERIFY2(result.startsWith(QLatin1String("Conectat")), qPrintable(result));
+        QVERIFY2(result.startsWith(QStringLiteral("Conectat")), qPrintable(result));
         store.settings()->setZenModelID(QStringLiteral("m-1"));
         QCOMPARE(store.selectedZenModel().name, QStringLiteral("Model Unu"));
         store.settings()->setZenAPIKey(QString());
