@@ -184,8 +184,18 @@ QList<WhisperModelManager::InstalledModel> WhisperModelManager::installedModels(
     return models;
 }
 
+void WhisperModelManager::setSessionModelPath(const QString &path)
+{
+    m_sessionModelPath = path.trimmed().isEmpty() ? QString() : QFileInfo(path.trimmed()).absoluteFilePath();
+    m_checkedStamp.reset();
+    Q_EMIT modelPathChanged();
+    Q_EMIT statusChanged();
+}
+
 QString WhisperModelManager::modelPath() const
 {
+    if (!m_sessionModelPath.isEmpty())
+        return m_sessionModelPath;
     const QString stored = settings().value(QLatin1String(kSettingsKey)).toString().trimmed();
     if (!stored.isEmpty())
         return stored;

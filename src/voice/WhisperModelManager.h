@@ -76,6 +76,8 @@ public:
     void setModelPath(const QString &path);
     // Checks the file first; throws SpeechRecognitionError when it is not a usable model.
     void useModel(const QString &path);
+    // A model for this process only (the command line's --model); the stored choice stays.
+    void setSessionModelPath(const QString &path);
 
     // A usable multilingual model file is where modelPath points (checked, then cached per file state).
     bool modelAvailable() const;
@@ -123,6 +125,7 @@ private:
     void setProgress(qint64 received, qint64 total);
 
     QList<CatalogueEntry> m_catalogue;
+    QString m_sessionModelPath;
     QNetworkAccessManager *m_network;
     QPointer<QNetworkReply> m_reply;
     QString m_downloadingName;

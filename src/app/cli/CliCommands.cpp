@@ -3,8 +3,10 @@
 #include "AskCommand.h"
 #include "ChatCommand.h"
 #include "ConfigCommand.h"
+#include "ListenCommand.h"
 #include "MemoryCommand.h"
 #include "ModelsCommand.h"
+#include "RecognitionModelCommand.h"
 #include "TestKeyCommand.h"
 
 std::vector<std::unique_ptr<CliCommand>> allCliCommands()
@@ -16,5 +18,7 @@ std::vector<std::unique_ptr<CliCommand>> allCliCommands()
     commands.push_back(std::make_unique<TestKeyCommand>());
     commands.push_back(std::make_unique<ConfigCommand>());
     commands.push_back(std::make_unique<MemoryCommand>());
+    commands.push_back(std::make_unique<ListenCommand>());
+    commands.push_back(std::make_unique<RecognitionModelCommand>());
     return commands;
 }
