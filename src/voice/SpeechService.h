@@ -83,7 +83,8 @@ public:
     // unavailability text and the settings screen offers the download.
     bool recognitionAvailable() const;
     WhisperModelManager *recognitionModels() const;
-    // Desktop microphones need no run-time grant; true unless no input device exists at all.
+    // Desktop sessions grant the microphone to every program, so this is always true; a missing or
+    // busy device is reported when the run starts.
     QCoro::Task<bool> requestPermissions();
     // Where runs take their audio from (the microphone by default; a file in tests and the CLI).
     using AudioInputFactory = std::function<std::unique_ptr<AudioInput>()>;
@@ -143,7 +144,8 @@ private:
     void handleRecognitionResult(const QString &text, bool isFinal);
     void handleRecognitionFailure(const QString &message);
 
-    // Declared before the model manager and the task so it is destroyed after them.
+    // Declared before the task so it is destroyed after it: the task aborts its job first, then the
+    // worker waits for that job to return.
     std::shared_ptr<TranscriptionWorker> m_transcriptionWorker;
     WhisperModelManager *m_recognitionModels = nullptr;
     AudioInputFactory m_audioInputFactory;

@@ -72,7 +72,6 @@ QCoro::Task<> SpeechService::startListening(bool preferOnDevice, bool autoSubmit
         if (generation != m_recognitionGeneration)
             co_return;
         finishRecognitionEngine();
-        m_recognitionGeneration = generation;
         setTranscript({});
         setLastError({});
         m_autoSubmitRecognition = autoSubmitOnFinal;
