@@ -41,7 +41,8 @@ public:
         QString name;
         QString title;
         QString fileName;
-        // Published by the model's maintainers next to the files; checked after every download.
+        // SHA-1 as published with the models (the table in models/README.md of the whisper.cpp sources
+        // we build); checked over every byte after each download.
         QByteArray sha1;
         qint64 approximateBytes = 0;
     };
