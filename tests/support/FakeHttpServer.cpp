@@ -62,8 +62,8 @@ FakeHttpServer::FakeHttpServer(QObject *parent)
     : QObject(parent)
 {
     m_server.setMissingHandler([this](const QHttpServerRequest &request, QHttpServerResponder &&responder) {
-        Request recorded{methodName(request.method()), request.url().path(), request.query(), request.headers(),
-                         request.body()};
+        Request recorded { methodName(request.method()), request.url().path(), request.query(), request.headers(),
+            request.body() };
         m_requests.append(recorded);
         auto held = std::make_shared<QHttpServerResponder>(std::move(responder));
 
@@ -108,7 +108,7 @@ void FakeHttpServer::on(const QByteArray &method, const QString &path, Handler h
         existing->handler = std::move(handler);
         return;
     }
-    m_routes.append(Route{method, path, std::move(handler), {}});
+    m_routes.append(Route { method, path, std::move(handler), {} });
 }
 
 void FakeHttpServer::on(const QByteArray &method, const QString &path, Reply reply)
@@ -119,7 +119,7 @@ void FakeHttpServer::on(const QByteArray &method, const QString &path, Reply rep
 void FakeHttpServer::enqueue(const QByteArray &method, const QString &path, Reply reply)
 {
     if (!route(method, path))
-        m_routes.append(Route{method, path, {}, {}});
+        m_routes.append(Route { method, path, {}, {} });
     route(method, path)->queue.append(std::move(reply));
 }
 
@@ -160,7 +160,10 @@ void FakeHttpServer::answer(std::shared_ptr<QHttpServerResponder> responder, con
             return;
         }
         writeHead(*responder, reply, true);
-        for (qsizetype i = 0; i <= reply.chunks.size(); ++i) {
+        if (reply.holdOpenAfterChunks)
+            self->m_heldResponders.append(responder);
+        const qsizetype last = reply.holdOpenAfterChunks ? reply.chunks.size() - 1 : reply.chunks.size();
+        for (qsizetype i = 0; i <= last; ++i) {
             const QByteArray chunk = i < reply.chunks.size() ? reply.chunks.at(i) : QByteArray();
             const QByteArray framed = QByteArray::number(chunk.size(), 16) + "\r\n" + chunk + "\r\n";
             QTimer::singleShot(reply.chunkIntervalMs * i, self, [responder, framed] { responder->writeBody(framed); });
