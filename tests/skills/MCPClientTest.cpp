@@ -217,6 +217,7 @@ private Q_SLOTS:
             << Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", 1 }, { "result", "yes" } });
         QTest::newRow("server error") << Reply::text("oops", 500);
         QTest::newRow("not found") << Reply::text("missing", 404);
+        QTest::newRow("bad request") << Reply::text("bad", 400);
     }
 
     void malformedRepliesAreInvalidResponses()
