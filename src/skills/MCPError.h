@@ -11,8 +11,7 @@ public:
     explicit MCPError(Kind kind, QString message = {})
         : m_kind(kind)
         , m_message(std::move(message))
-    {
-    }
+    { }
 
     Kind kind() const { return m_kind; }
     QString message() const { return m_message; }

@@ -5,7 +5,6 @@
 
 #include <QCoroSignal>
 #include <QDesktopServices>
-#include <QUrlQuery>
 
 #include <chrono>
 
@@ -26,9 +25,9 @@ WebAuthenticationSession::WebAuthenticationSession(
 
 void WebAuthenticationSession::offer(const QUrl &callback)
 {
+    // The channel hands over only what this flow issued, or a stray redirect while this is the only
+    // flow waiting; the caller's state check tells them apart.
     if (m_state.isEmpty() || m_callback)
-        return;
-    if (QUrlQuery(callback).queryItemValue(QStringLiteral("state"), QUrl::FullyDecoded) != m_state)
         return;
     m_callback = callback;
     Q_EMIT finished();
@@ -44,13 +43,14 @@ void WebAuthenticationSession::cancel()
 
 QCoro::Task<QUrl> WebAuthenticationSession::start(QUrl authorizationURL, QString state)
 {
-    m_state = state;
     m_callback.reset();
     m_canceled = false;
     if (!m_channel->listen())
         throw WebAuthenticationError(WebAuthenticationError::callbackChannelUnavailable, m_channel->errorString());
+    m_state = state;
+    m_channel->addPendingState(state);
     if (!m_openBrowser || !m_openBrowser(authorizationURL)) {
-        m_state.clear();
+        finish();
         throw WebAuthenticationError(WebAuthenticationError::browserUnavailable);
     }
     if (!m_callback && !m_canceled) {
@@ -58,10 +58,16 @@ QCoro::Task<QUrl> WebAuthenticationSession::start(QUrl authorizationURL, QString
             = co_await qCoro(this, &WebAuthenticationSession::finished, std::chrono::milliseconds(m_timeoutMs));
         Q_UNUSED(signalled);
     }
-    m_state.clear();
+    finish();
     if (m_callback)
         co_return *m_callback;
     if (m_canceled)
         throw WebAuthenticationError(WebAuthenticationError::canceled);
     throw WebAuthenticationError(WebAuthenticationError::timedOut);
+}
+
+void WebAuthenticationSession::finish()
+{
+    m_channel->removePendingState(m_state);
+    m_state.clear();
 }

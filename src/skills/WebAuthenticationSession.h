@@ -10,8 +10,7 @@
 class OAuthCallbackChannel;
 
 // The desktop's web authentication sheet: opens the authorization page in the system browser and
-// waits, with a time-out and a cancel, for the "kelo://oauth" redirect carrying our state.
-// Redirects with any other state belong to no flow of ours and are ignored.
+// waits, with a time-out and a cancel, for the "kelo://oauth" redirect the channel hands over.
 class WebAuthenticationSession : public QObject
 {
     Q_OBJECT
@@ -34,6 +33,7 @@ Q_SIGNALS:
 
 private:
     void offer(const QUrl &callback);
+    void finish();
 
     OAuthCallbackChannel *m_channel;
     BrowserOpener m_openBrowser;

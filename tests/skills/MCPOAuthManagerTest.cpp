@@ -38,7 +38,7 @@ public:
             reply->deleteLater();
             const QUrl location(QString::fromUtf8(reply->rawHeader("Location")));
             if (location.scheme() == QLatin1String("kelo"))
-                OAuthCallbackChannel::deliver(location, m_directory);
+                OAuthCallbackChannel::deliver(location, m_directory); // runs on by itself; never throws
         });
         return true;
     }
@@ -288,8 +288,16 @@ private Q_SLOTS:
             QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::invalidCallback);
         }
         {
-            // A redirect for some other flow is not ours: the flow keeps waiting, then gives up.
+            // The provider answers the only waiting flow with a state it never issued.
             auth.redirect = [](const QUrlQuery &) { return QStringLiteral("kelo://oauth?code=x&state=FOREIGN"); };
+            MCPOAuthManager manager(options());
+            QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::stateMismatch);
+        }
+        {
+            // While another flow also waits, a foreign redirect is nobody's: this flow times out.
+            OAuthCallbackChannel otherFlow(m_callbacks.path());
+            QVERIFY(otherFlow.listen());
+            otherFlow.addPendingState("SOMEONE-ELSE");
             MCPOAuthManager manager(options(800));
             QCOMPARE(expectError<WebAuthenticationError>(manager, item).kind(), WebAuthenticationError::timedOut);
             QCOMPARE(manager.statusText(), QString());

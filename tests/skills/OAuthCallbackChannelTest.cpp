@@ -26,7 +26,7 @@ class OAuthCallbackChannelTest : public QObject
     QString freshDirectory() { return m_root.filePath(QUuid::createUuid().toString(QUuid::Id128)); }
 
 private Q_SLOTS:
-    void everyWaitingProcessReceivesTheCallback()
+    void theFlowThatIssuedTheStateTakesTheCallback()
     {
         const QString dir = freshDirectory();
         OAuthCallbackChannel app(dir);
@@ -34,13 +34,41 @@ private Q_SLOTS:
         QVERIFY(app.listen());
         QVERIFY(cli.listen());
         QCOMPARE(QFileInfo(dir).permissions() & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
+        app.addPendingState("APP");
+        cli.addPendingState("CLI");
         QSignalSpy appSpy(&app, &OAuthCallbackChannel::callbackReceived);
         QSignalSpy cliSpy(&cli, &OAuthCallbackChannel::callbackReceived);
 
-        const QUrl callback(QStringLiteral("kelo://oauth?code=a%2Bb&state=S1"));
-        QCOMPARE(OAuthCallbackChannel::deliver(callback, dir), 2);
-        QVERIFY(AsyncTest::waitUntil([&] { return appSpy.size() == 1 && cliSpy.size() == 1; }));
-        QCOMPARE(appSpy.first().first().toUrl(), callback);
+        const QUrl callback(QStringLiteral("kelo://oauth?code=a%2Bb&state=CLI"));
+        QVERIFY(AsyncTest::await(OAuthCallbackChannel::deliver(callback, dir)));
+        QCOMPARE(cliSpy.size(), 1);
+        QCOMPARE(cliSpy.first().first().toUrl(), callback);
+        QCOMPARE(appSpy.size(), 0);
+
+        // With two flows waiting, a redirect that neither issued belongs to nobody.
+        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=x&state=OLD"), dir)));
+        QCOMPARE(appSpy.size() + cliSpy.size(), 1);
+    }
+
+    void theOnlyWaitingFlowGetsAForeignStateAndNoFlowGetsNothing()
+    {
+        const QString dir = freshDirectory();
+        OAuthCallbackChannel idle(dir);
+        OAuthCallbackChannel waiting(dir);
+        QVERIFY(idle.listen());
+        QVERIFY(waiting.listen());
+        QSignalSpy idleSpy(&idle, &OAuthCallbackChannel::callbackReceived);
+        QSignalSpy waitingSpy(&waiting, &OAuthCallbackChannel::callbackReceived);
+        const QUrl foreign("kelo://oauth?code=x&state=FOREIGN");
+        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(foreign, dir)));
+
+        waiting.addPendingState("MINE");
+        QVERIFY(AsyncTest::await(OAuthCallbackChannel::deliver(foreign, dir)));
+        QCOMPARE(waitingSpy.size(), 1);
+        QCOMPARE(idleSpy.size(), 0);
+
+        waiting.removePendingState("MINE");
+        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(foreign, dir)));
     }
 
     void foreignOrMalformedMessagesAreDropped()
@@ -48,9 +76,10 @@ private Q_SLOTS:
         const QString dir = freshDirectory();
         OAuthCallbackChannel channel(dir);
         QVERIFY(channel.listen());
+        channel.addPendingState("ok");
         QSignalSpy spy(&channel, &OAuthCallbackChannel::callbackReceived);
-        QCOMPARE(OAuthCallbackChannel::deliver(QUrl("https://example.org/oauth?code=1"), dir), 1);
-        QCOMPARE(OAuthCallbackChannel::deliver(QUrl("kelo://other?code=1"), dir), 1);
+        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("https://example.org/oauth?state=ok"), dir)));
+        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("kelo://other?state=ok"), dir)));
 
         // A writer that never ends its line and floods the socket is cut off.
         const QString socketPath = QDir(dir).entryInfoList(QDir::System).first().absoluteFilePath();
@@ -61,9 +90,7 @@ private Q_SLOTS:
         flood.flush();
         QVERIFY(AsyncTest::waitUntil([&] { return flood.state() == QLocalSocket::UnconnectedState; }, 5000));
 
-        QCOMPARE(OAuthCallbackChannel::deliver(QUrl("kelo://oauth?state=ok"), dir), 1);
-        QVERIFY(AsyncTest::waitUntil([&] { return spy.size() == 1; }));
-        QTest::qWait(50);
+        QVERIFY(AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("kelo://oauth?state=ok"), dir)));
         QCOMPARE(spy.size(), 1);
         QCOMPARE(spy.first().first().toUrl(), QUrl("kelo://oauth?state=ok"));
     }
@@ -84,7 +111,8 @@ private Q_SLOTS:
 
         OAuthCallbackChannel live(dir);
         QVERIFY(live.listen());
-        QCOMPARE(OAuthCallbackChannel::deliver(QUrl("kelo://oauth?state=x"), dir), 1);
+        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("kelo://oauth?state=x"), dir)));
+        QVERIFY(live.isListening());
         QVERIFY(!QFileInfo::exists(stalePath));
     }
 
@@ -97,30 +125,39 @@ private Q_SLOTS:
 
         OAuthCallbackChannel channel(dir);
         QVERIFY(channel.listen());
+        QCOMPARE(OAuthCallbackChannel::handOffArguments({ "kelo", "kelo://oauth?code=1&state=2" }, dir), 1);
+        channel.addPendingState("2");
         QSignalSpy spy(&channel, &OAuthCallbackChannel::callbackReceived);
         QCOMPARE(OAuthCallbackChannel::handOffArguments({ "kelo", "kelo://oauth?code=1&state=2" }, dir), 0);
-        QVERIFY(AsyncTest::waitUntil([&] { return spy.size() == 1; }));
+        QCOMPARE(spy.size(), 1);
     }
 
-    void sessionWaitsOnlyForItsOwnState()
+    void sessionReturnsTheRedirectOfItsFlow()
     {
         const QString dir = freshDirectory();
+        OAuthCallbackChannel other(dir);
+        QVERIFY(other.listen());
+        other.addPendingState("OTHER");
+        QSignalSpy otherSpy(&other, &OAuthCallbackChannel::callbackReceived);
+
         OAuthCallbackChannel channel(dir);
         QUrl opened;
         WebAuthenticationSession session(
             &channel,
             [&](const QUrl &url) {
                 opened = url;
-                QTimer::singleShot(10, [dir] {
-                    OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=stray&state=OTHER"), dir);
-                    OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=mine&state=MINE"), dir);
-                });
+                [](QString dir) -> QCoro::Task<> {
+                    co_await OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=stray&state=UNKNOWN"), dir);
+                    co_await OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=theirs&state=OTHER"), dir);
+                    co_await OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=mine&state=MINE"), dir);
+                }(dir);
                 return true;
             },
             5'000);
         const QUrl callback = AsyncTest::await(session.start(QUrl("https://auth.example/authorize"), "MINE"));
         QCOMPARE(opened, QUrl("https://auth.example/authorize"));
         QCOMPARE(callback, QUrl("kelo://oauth?code=mine&state=MINE"));
+        QCOMPARE(otherSpy.size(), 1);
     }
 
     void sessionEndsOnCancelTimeOutOrNoBrowser()
