@@ -105,7 +105,10 @@ MCPOAuthManager::MCPOAuthManager(Options options, QObject *parent)
     , m_http(new HttpClient(this))
 { }
 
-MCPOAuthManager::~MCPOAuthManager() = default;
+MCPOAuthManager::~MCPOAuthManager()
+{
+    cancel();
+}
 
 void MCPOAuthManager::setStatusText(const QString &text)
 {
@@ -174,9 +177,14 @@ std::optional<OAuthAuthorizationServerMetadata> MCPOAuthManager::fallbackMetadat
 QList<MCPServerConfig> MCPOAuthManager::withConnection(
     QList<MCPServerConfig> servers, const MCPGalleryItem &item, const QString &token, const QString &authLabel)
 {
-    const MCPServerConfig server { QUuid::createUuid(), item.name, item.endpoint, token, true, item.id, authLabel };
+    // An item without an id is an endpoint typed by hand: it is the same service when a manually
+    // added server has the same endpoint.
+    const std::optional<QString> sourceID = item.id.isEmpty() ? std::nullopt : std::optional<QString>(item.id);
+    const MCPServerConfig server { QUuid::createUuid(), item.name, item.endpoint, token, true, sourceID, authLabel };
     for (MCPServerConfig &existing : servers) {
-        if (existing.sourceID == item.id) {
+        const bool same
+            = sourceID ? existing.sourceID == sourceID : (!existing.sourceID && existing.endpoint == item.endpoint);
+        if (same) {
             existing = server;
             return servers;
         }

@@ -41,6 +41,7 @@ public:
 
     explicit MCPOAuthManager(QObject *parent = nullptr);
     explicit MCPOAuthManager(Options options, QObject *parent = nullptr);
+    // Cancels a flow still waiting for the browser.
     ~MCPOAuthManager() override;
 
     // Runs the whole flow and returns the access token. Empty supplied strings count as not supplied.
@@ -54,8 +55,9 @@ public:
     QString statusText() const { return m_statusText; }
     bool running() const { return m_running; }
 
-    // The server list after saving a connection of `item`: a server from the same gallery item is
-    // replaced in place, otherwise the new one is appended.
+    // The server list after saving a connection of `item`: a server from the same gallery item (for an
+    // item without an id: a manually added server with the same endpoint) is replaced in place,
+    // otherwise the new one is appended.
     static QList<MCPServerConfig> withConnection(
         QList<MCPServerConfig> servers, const MCPGalleryItem &item, const QString &token, const QString &authLabel);
 

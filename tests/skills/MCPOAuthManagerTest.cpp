@@ -389,6 +389,13 @@ private Q_SLOTS:
         QCOMPARE(servers[1].sourceID, std::optional<QString>("linear"));
         QCOMPARE(servers[1].endpoint, linear.endpoint);
         QVERIFY(servers[1].enabled);
+
+        const MCPGalleryItem typed { {}, "m.example", {}, manual.endpoint, {}, {}, {}, {} };
+        servers = MCPOAuthManager::withConnection(servers, typed, "t3", "OAuth");
+        QCOMPARE(servers.size(), 2);
+        QCOMPARE(servers[0].bearerToken, QString("t3"));
+        QCOMPARE(servers[0].sourceID, std::nullopt);
+        QCOMPARE(servers[1].bearerToken, QString("t2"));
     }
 };
 
