@@ -76,11 +76,11 @@ std::optional<QJsonObject> decodeBody(const QByteArray &body)
     const QJsonDocument document = QJsonDocument::fromJson(body, &error);
     if (error.error == QJsonParseError::NoError && document.isObject())
         return document.object();
+    // An event stream is text; a body that is not UTF-8 is no reply at all.
     QStringDecoder utf8(QStringDecoder::Utf8);
-    const QString text = utf8(body);
+    [[maybe_unused]] const QString text = utf8(body);
     if (utf8.hasError())
         return std::nullopt;
-    Q_UNUSED(text);
     return MCPClient::firstReplyInEventStream(body);
 }
 
