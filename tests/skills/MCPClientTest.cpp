@@ -210,8 +210,8 @@ private Q_SLOTS:
         QTest::newRow("number body") << Reply::text("42", 200, "application/json");
         QTest::newRow("truncated json") << Reply::text(R"({"jsonrpc":"2.0","result":{)", 200, "application/json");
         QTest::newRow("stream without object") << Reply::eventStream({ "{broken", "[DONE]", "\"text\"" });
-        QTest::newRow("invalid utf-8 stream")
-            << Reply::text("data: {\"result\":{}}\xff\xfe\n", 200, "text/event-stream");
+        QTest::newRow("stream that is not utf-8")
+            << Reply::text("data: {\"id\":1,\"result\":{}}\n: \xff\xfe\n", 200, "text/event-stream");
         QTest::newRow("empty 202 to a request") << Reply::text({}, 202);
         QTest::newRow("result not an object")
             << Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", 1 }, { "result", "yes" } });
