@@ -31,7 +31,8 @@ struct Download
 HttpClient::HttpClient(QObject *parent)
     : QObject(parent)
     , m_manager(new QNetworkAccessManager(this))
-{ }
+{
+}
 
 QCoro::Task<HttpReply> HttpClient::get(QNetworkRequest request, Options options)
 {
@@ -54,22 +55,22 @@ QCoro::Task<HttpReply> HttpClient::send(QByteArray verb, QNetworkRequest request
 
     auto download = std::make_shared<Download>();
     QObject::connect(reply, &QNetworkReply::readyRead, reply,
-        [reply, download, limit = options.maxBodyBytes, cut = options.truncateAtLimit,
-            isComplete = options.isComplete] {
-            if (download->endedEarly)
-                return;
-            download->body += reply->readAll();
-            if (download->body.size() > limit) {
-                download->truncated = true;
-                download->tooLarge = !cut;
-                download->body.truncate(limit);
-                download->endedEarly = true;
-                reply->abort();
-            } else if (isComplete && isComplete(download->body)) {
-                download->endedEarly = true;
-                reply->abort();
-            }
-        });
+                     [reply, download, limit = options.maxBodyBytes, cut = options.truncateAtLimit,
+                      isComplete = options.isComplete] {
+        if (download->endedEarly)
+            return;
+        download->body += reply->readAll();
+        if (download->body.size() > limit) {
+            download->truncated = true;
+            download->tooLarge = !cut;
+            download->body.truncate(limit);
+            download->endedEarly = true;
+            reply->abort();
+        } else if (isComplete && isComplete(download->body)) {
+            download->endedEarly = true;
+            reply->abort();
+        }
+    });
 
     co_await reply;
     reply->deleteLater();

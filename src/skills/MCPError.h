@@ -11,7 +11,8 @@ public:
     explicit MCPError(Kind kind, QString message = {})
         : m_kind(kind)
         , m_message(std::move(message))
-    { }
+    {
+    }
 
     Kind kind() const { return m_kind; }
     QString message() const { return m_message; }

@@ -4,12 +4,12 @@
 
 QJsonObject MCPServerConfig::toJson() const
 {
-    QJsonObject object {
-        { QStringLiteral("id"), idString() },
-        { QStringLiteral("name"), name },
-        { QStringLiteral("endpoint"), endpoint },
-        { QStringLiteral("bearerToken"), bearerToken },
-        { QStringLiteral("enabled"), enabled },
+    QJsonObject object{
+        {QStringLiteral("id"), idString()},
+        {QStringLiteral("name"), name},
+        {QStringLiteral("endpoint"), endpoint},
+        {QStringLiteral("bearerToken"), bearerToken},
+        {QStringLiteral("enabled"), enabled},
     };
     if (sourceID)
         object.insert(QStringLiteral("sourceID"), *sourceID);
@@ -31,7 +31,7 @@ std::optional<MCPServerConfig> MCPServerConfig::fromJson(const QJsonValue &value
     if (id.isNull() || !name.isString() || !endpoint.isString() || !token.isString() || !enabled.isBool())
         return std::nullopt;
 
-    MCPServerConfig server { id, name.toString(), endpoint.toString(), token.toString(), enabled.toBool(), {}, {} };
+    MCPServerConfig server{id, name.toString(), endpoint.toString(), token.toString(), enabled.toBool(), {}, {}};
     const auto optionalString = [&object](QLatin1String key) -> std::optional<std::optional<QString>> {
         const QJsonValue member = object.value(key);
         if (member.isUndefined() || member.isNull())
