@@ -47,16 +47,21 @@ std::optional<QJsonObject> replyOnDataLine(QByteArrayView line)
 // keeps open does not run into the time-out. Scans only what arrived since the last call.
 std::function<bool(const QByteArray &)> replyArrivedPredicate()
 {
-    auto scanned = std::make_shared<qsizetype>(0);
-    return [scanned](const QByteArray &body) {
-        qsizetype start = *scanned;
-        for (qsizetype end = body.indexOf('\n', start); end >= 0; end = body.indexOf('\n', start)) {
-            const bool found = replyOnDataLine(QByteArrayView(body).sliced(start, end - start)).has_value();
-            start = end + 1;
-            if (found)
+    struct Progress
+    {
+        qsizetype lineStart = 0; // where the first unfinished line begins
+        qsizetype searched = 0; // no line feed before this offset after lineStart
+    };
+    auto progress = std::make_shared<Progress>();
+    return [progress](const QByteArray &body) {
+        qsizetype end = body.indexOf('\n', std::max(progress->lineStart, progress->searched));
+        for (; end >= 0; end = body.indexOf('\n', progress->lineStart)) {
+            const qsizetype start = progress->lineStart;
+            progress->lineStart = end + 1;
+            if (replyOnDataLine(QByteArrayView(body).sliced(start, end - start)))
                 return true;
         }
-        *scanned = start;
+        progress->searched = body.size();
         return false;
     };
 }
