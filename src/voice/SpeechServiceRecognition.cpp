@@ -4,8 +4,7 @@
 // the push-to-talk flow stays honest about it.
 
 void SpeechService::initRecognition()
-{
-}
+{ }
 
 QCoro::Task<> SpeechService::startListening(bool preferOnDevice, bool autoSubmitOnFinal)
 {
