@@ -4,7 +4,8 @@
 // the push-to-talk flow stays honest about it.
 
 void SpeechService::initRecognition()
-{ }
+{
+}
 
 QCoro::Task<> SpeechService::startListening(bool preferOnDevice, bool autoSubmitOnFinal)
 {
