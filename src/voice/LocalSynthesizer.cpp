@@ -1,32 +1,15 @@
 #include "LocalSynthesizer.h"
 
 #include "SpeechText.h"
+#include "SpeechdEngineHost.h"
 
 #include <QCollator>
-#include <QLocale>
 #include <QTextToSpeech>
 #include <QThread>
 
 #include <algorithm>
-#include <utility>
 
 namespace {
-
-const QString engineName = QStringLiteral("speechd");
-
-QString missingEngineText()
-{
-    return QStringLiteral("Vocea locală nu este disponibilă: lipsește speech-dispatcher. Instalează pachetele "
-                          "speech-dispatcher și speech-dispatcher-espeak-ng sau alege o voce din cloud.");
-}
-
-QString brokenEngineText(const QString &detail)
-{
-    QString text = QStringLiteral("Vocea locală nu a putut porni (speech-dispatcher).");
-    if (!detail.isEmpty())
-        text += QLatin1Char(' ') + detail;
-    return text;
-}
 
 QString stuckEngineText()
 {
@@ -34,13 +17,13 @@ QString stuckEngineText()
                           "speech-dispatcher.");
 }
 
-// Never a fallback engine: a Romanian answer read by an English synthesiser helps nobody.
-QTextToSpeech *buildEngine()
+QString slowStartText()
 {
-    if (!QTextToSpeech::availableEngines().contains(engineName))
-        return nullptr;
-    return new QTextToSpeech(engineName);
+    return QStringLiteral("Vocea locală nu a pornit la timp: speech-dispatcher nu răspunde.");
 }
+
+// How long the engine's thread may take to wind down when Kelo closes; a stuck one is left behind.
+constexpr int shutdownWaitMs = 2'000;
 
 } // namespace
 
@@ -49,95 +32,87 @@ LocalSynthesizer::LocalSynthesizer(QObject *parent)
 {
     m_delay.setSingleShot(true);
     m_deadline.setSingleShot(true);
-    connect(&m_deadline, &QTimer::timeout, this, [this] { fail(stuckEngineText()); });
+    connect(&m_deadline, &QTimer::timeout, this, [this] {
+        const bool starting = m_engineState == EngineState::starting;
+        abandonEngine();
+        if (starting) {
+            m_unavailableReason = slowStartText();
+            setEngineState(EngineState::unavailable);
+            fail(m_unavailableReason);
+        } else {
+            fail(stuckEngineText());
+        }
+    });
 }
 
 LocalSynthesizer::~LocalSynthesizer()
 {
-    if (m_builder) {
-        m_builder->wait();
-        delete m_builder;
-        // Built but never handed over: the hand-over runs from the event loop, which is past now.
-        delete m_builtEngine;
-    }
+    if (!m_thread)
+        return;
+    // The engine is deleted on its own thread, which then ends.
+    SpeechdEngineHost *host = m_host;
+    QMetaObject::invokeMethod(
+        host,
+        [host] {
+            delete host;
+            QThread::currentThread()->quit();
+        },
+        Qt::QueuedConnection);
+    if (m_thread->wait(shutdownWaitMs))
+        delete m_thread;
+    // Otherwise the thread is stuck inside speech-dispatcher; it ends with the process.
+}
+
+void LocalSynthesizer::setEngineState(EngineState state)
+{
+    if (m_engineState == state)
+        return;
+    m_engineState = state;
+    Q_EMIT engineStateChanged();
 }
 
 void LocalSynthesizer::prepare()
 {
     if (m_engineState != EngineState::notStarted)
         return;
-    m_engineState = EngineState::starting;
-    Q_EMIT engineStateChanged();
-
-    QThread *home = thread();
-    // The destructor waits for this thread, so `this` outlives it.
-    m_builder = QThread::create([this, home] {
-        m_builtEngine = buildEngine();
-        if (m_builtEngine)
-            m_builtEngine->moveToThread(home);
-    });
-    connect(m_builder, &QThread::finished, this, &LocalSynthesizer::engineBuilt, Qt::QueuedConnection);
-    m_builder->start();
+    m_thread = new QThread;
+    m_thread->setObjectName(QStringLiteral("speechd"));
+    auto *host = new SpeechdEngineHost;
+    host->moveToThread(m_thread);
+    m_host = host;
+    connect(m_thread, &QThread::finished, host, &QObject::deleteLater);
+    connect(host, &SpeechdEngineHost::ready, this, &LocalSynthesizer::onReady);
+    connect(host, &SpeechdEngineHost::unavailable, this, &LocalSynthesizer::onUnavailable);
+    connect(host, &SpeechdEngineHost::stateChanged, this, &LocalSynthesizer::onHostStateChanged);
+    m_thread->start();
+    QMetaObject::invokeMethod(host, &SpeechdEngineHost::start, Qt::QueuedConnection);
+    setEngineState(EngineState::starting);
+    m_deadline.start(startDeadlineMs);
 }
 
-void LocalSynthesizer::engineBuilt()
+void LocalSynthesizer::onReady(const QList<LocalVoice> &voices)
 {
-    m_builder->wait();
-    delete m_builder;
-    m_builder = nullptr;
-    QTextToSpeech *engine = std::exchange(m_builtEngine, nullptr);
-
-    if (!engine) {
-        m_unavailableReason = missingEngineText();
-    } else if (engine->state() == QTextToSpeech::Error) {
-        m_unavailableReason = brokenEngineText(engine->errorString());
-        delete engine;
-    } else {
-        m_engine = engine;
-        m_engine->setParent(this);
-        connect(m_engine, &QTextToSpeech::stateChanged, this,
-            [this](QTextToSpeech::State state) { onEngineStateChanged(int(state)); });
-        loadRomanianVoices();
-    }
-    m_engineState = m_engine ? EngineState::ready : EngineState::unavailable;
-    Q_EMIT engineStateChanged();
-    if (m_engine)
-        startNext();
-    else if (!m_queue.isEmpty())
-        fail(m_unavailableReason);
-}
-
-void LocalSynthesizer::loadRomanianVoices()
-{
-    const QLocale initial = m_engine->locale();
-    QList<LocalVoice> voices;
-    for (const QLocale &locale : m_engine->availableLocales()) {
-        const QString language = locale.bcp47Name();
-        if (!language.toLower().startsWith(QLatin1StringView("ro")))
-            continue;
-        m_engine->setLocale(locale);
-        for (const QVoice &voice : m_engine->availableVoices()) {
-            LocalVoice local;
-            local.identifier = voice.name();
-            local.name = voice.name();
-            local.language = language;
-            local.quality = LocalVoice::qualityOfVoiceNamed(voice.name());
-            if (m_voicesByIdentifier.contains(local.identifier))
-                continue;
-            m_voicesByIdentifier.insert(local.identifier, voice);
-            voices.append(local);
-        }
-    }
-    m_engine->setLocale(initial);
-
+    m_deadline.stop();
+    QList<LocalVoice> sorted = voices;
     QCollator collator;
     collator.setCaseSensitivity(Qt::CaseInsensitive);
-    std::stable_sort(voices.begin(), voices.end(), [&](const LocalVoice &a, const LocalVoice &b) {
+    std::stable_sort(sorted.begin(), sorted.end(), [&](const LocalVoice &a, const LocalVoice &b) {
         if (a.quality != b.quality)
             return a.quality > b.quality;
         return collator.compare(a.name, b.name) < 0;
     });
-    m_romanianVoices = voices;
+    m_romanianVoices = sorted;
+    setEngineState(EngineState::ready);
+    startNext();
+}
+
+void LocalSynthesizer::onUnavailable(const QString &reason)
+{
+    m_deadline.stop();
+    m_unavailableReason = reason;
+    setEngineState(EngineState::unavailable);
+    if (!m_queue.isEmpty())
+        fail(reason);
 }
 
 void LocalSynthesizer::enqueue(const Utterance &utterance)
@@ -160,14 +135,16 @@ void LocalSynthesizer::enqueue(const Utterance &utterance)
 
 void LocalSynthesizer::stopAll()
 {
+    const bool wasSpeaking = m_current != nullptr;
     m_queue.clear();
     m_current.reset();
     m_currentStarted = false;
     m_delay.stop();
     m_delay.disconnect(this);
-    m_deadline.stop();
-    if (m_engine && m_engine->state() != QTextToSpeech::Ready)
-        m_engine->stop(QTextToSpeech::BoundaryHint::Immediate);
+    if (m_engineState == EngineState::ready)
+        m_deadline.stop();
+    if (wasSpeaking && m_host)
+        QMetaObject::invokeMethod(m_host, &SpeechdEngineHost::stop, Qt::QueuedConnection);
 }
 
 int LocalSynthesizer::deadlineMs(const Utterance &utterance)
@@ -179,7 +156,7 @@ int LocalSynthesizer::deadlineMs(const Utterance &utterance)
 
 void LocalSynthesizer::startNext()
 {
-    if (m_current || m_queue.isEmpty() || !m_engine)
+    if (m_current || m_queue.isEmpty() || m_engineState != EngineState::ready)
         return;
     m_current = std::make_unique<Utterance>(m_queue.dequeue());
     m_currentStarted = false;
@@ -188,32 +165,30 @@ void LocalSynthesizer::startNext()
     m_delay.start(m_current->preDelayMs);
 }
 
+QString LocalSynthesizer::resolvedVoice(const QString &identifier) const
+{
+    const bool known = std::any_of(m_romanianVoices.begin(), m_romanianVoices.end(),
+        [&](const LocalVoice &voice) { return voice.identifier == identifier; });
+    if (!identifier.isEmpty() && known)
+        return identifier;
+    return m_romanianVoices.isEmpty() ? QString() : m_romanianVoices.first().identifier;
+}
+
 void LocalSynthesizer::speakCurrent()
 {
     m_delay.disconnect(this);
-    if (!m_current)
+    if (!m_current || !m_host)
         return;
-    applyVoice(m_current->voiceIdentifier);
-    m_engine->setRate(SpeechText::qtRate(m_current->rate));
-    m_engine->setPitch(0.0);
-    m_engine->setVolume(1.0);
     m_deadline.start(deadlineMs(*m_current));
-    m_engine->say(m_current->text);
+    SpeechdEngineHost *host = m_host;
+    QMetaObject::invokeMethod(
+        host,
+        [host, text = m_current->text, voice = resolvedVoice(m_current->voiceIdentifier),
+            rate = SpeechText::qtRate(m_current->rate)] { host->say(text, voice, rate); },
+        Qt::QueuedConnection);
 }
 
-void LocalSynthesizer::applyVoice(const QString &identifier)
-{
-    const auto chosen = m_voicesByIdentifier.constFind(identifier);
-    if (!identifier.isEmpty() && chosen != m_voicesByIdentifier.constEnd()) {
-        m_engine->setVoice(*chosen);
-    } else if (!m_romanianVoices.isEmpty()) {
-        m_engine->setVoice(m_voicesByIdentifier.value(m_romanianVoices.first().identifier));
-    } else {
-        m_engine->setLocale(QLocale(QStringLiteral("ro_RO")));
-    }
-}
-
-void LocalSynthesizer::onEngineStateChanged(int state)
+void LocalSynthesizer::onHostStateChanged(int state, const QString &errorString)
 {
     if (!m_current || m_delay.isActive())
         return;
@@ -229,9 +204,13 @@ void LocalSynthesizer::onEngineStateChanged(int state)
         if (m_currentStarted)
             finishCurrent();
         break;
-    case QTextToSpeech::Error:
-        fail(brokenEngineText(m_engine->errorString()));
+    case QTextToSpeech::Error: {
+        QString text = QStringLiteral("Vocea locală s-a oprit cu o eroare (speech-dispatcher).");
+        if (!errorString.isEmpty())
+            text += QLatin1Char(' ') + errorString;
+        fail(text);
         break;
+    }
     case QTextToSpeech::Paused:
         break;
     }
@@ -255,4 +234,18 @@ void LocalSynthesizer::fail(const QString &description)
 {
     stopAll();
     Q_EMIT failed(description);
+}
+
+void LocalSynthesizer::abandonEngine()
+{
+    if (m_host)
+        m_host->disconnect(this);
+    m_host = nullptr;
+    if (m_thread) {
+        // Should the daemon ever answer again, the thread winds down and cleans up after itself.
+        connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
+        m_thread->quit();
+        m_thread = nullptr;
+    }
+    setEngineState(EngineState::notStarted);
 }

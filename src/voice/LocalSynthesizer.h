@@ -2,27 +2,27 @@
 
 #include "LocalVoice.h"
 
-#include <QHash>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QQueue>
 #include <QTimer>
-#include <QVoice>
 
 #include <memory>
 
-class QTextToSpeech;
 class QThread;
+class SpeechdEngineHost;
 
 // The desktop's own synthesiser (Qt TextToSpeech on speech-dispatcher with eSpeak NG) driven one
-// utterance at a time, so that each utterance gets its own start, finish and cancel events, its
-// rate and its pauses before and after.
+// utterance at a time, so that each utterance gets its own start and finish events, its rate and
+// its pauses before and after.
 //
-// The engine's constructor blocks for seconds while speech-dispatcher starts, so it is built on a
-// worker thread the first time it is needed; utterances queued meanwhile wait for it. Without a
-// sound server speech-dispatcher may report "speaking" forever, so every utterance has a deadline.
-// When speech-dispatcher is missing or broken, failed() says so in Romanian: there is no other
-// local engine to fall back to (flite speaks English only).
+// The engine lives on a thread of its own (see SpeechdEngineHost): its constructor blocks for
+// seconds while speech-dispatcher starts, and a daemon without a working sound server reports
+// "speaking" forever and stops answering. Every utterance therefore has a deadline; past it the
+// engine and its thread are abandoned, failed() says so, and the next utterance starts a fresh
+// engine. When speech-dispatcher is missing or broken, failed() says so in Romanian: there is no
+// other local engine to fall back to.
 class LocalSynthesizer : public QObject
 {
     Q_OBJECT
@@ -34,7 +34,7 @@ public:
         QString text;
         // On the phone scale (0…1, 0.5 normal).
         double rate = 0.5;
-        // Empty, or unknown to the engine: the first Romanian voice.
+        // Empty, or unknown to the engine: the first of romanianVoices().
         QString voiceIdentifier;
         int preDelayMs = 0;
         int postDelayMs = 0;
@@ -51,7 +51,8 @@ public:
     // Why the engine cannot speak (Romanian), when unavailable.
     QString unavailableReason() const { return m_unavailableReason; }
 
-    // Installed voices whose language starts with "ro", best quality first, then by name.
+    // Installed voices whose language starts with "ro", best quality first, then by name
+    // (case-insensitive, in the user's locale). Empty until the engine is ready.
     QList<LocalVoice> romanianVoices() const { return m_romanianVoices; }
 
     void enqueue(const Utterance &utterance);
@@ -60,6 +61,7 @@ public:
 
     // How long one utterance may take before the engine is considered stuck.
     static int deadlineMs(const Utterance &utterance);
+    static constexpr int startDeadlineMs = 60'000;
 
 Q_SIGNALS:
     void engineStateChanged();
@@ -69,23 +71,23 @@ Q_SIGNALS:
     void failed(const QString &description);
 
 private:
-    void engineBuilt();
-    void loadRomanianVoices();
+    void onReady(const QList<LocalVoice> &voices);
+    void onUnavailable(const QString &reason);
+    void onHostStateChanged(int state, const QString &errorString);
     void startNext();
     void speakCurrent();
-    void onEngineStateChanged(int state);
     void finishCurrent();
     void fail(const QString &description);
-    void applyVoice(const QString &identifier);
+    // Leaves a stuck engine and its thread behind, for good.
+    void abandonEngine();
+    void setEngineState(EngineState state);
+    QString resolvedVoice(const QString &identifier) const;
 
     EngineState m_engineState = EngineState::notStarted;
     QString m_unavailableReason;
-    QThread *m_builder = nullptr;
-    // Written by the builder thread, read here only after it finished.
-    QTextToSpeech *m_builtEngine = nullptr;
-    QTextToSpeech *m_engine = nullptr;
+    QThread *m_thread = nullptr;
+    QPointer<SpeechdEngineHost> m_host;
     QList<LocalVoice> m_romanianVoices;
-    QHash<QString, QVoice> m_voicesByIdentifier;
 
     QQueue<Utterance> m_queue;
     std::unique_ptr<Utterance> m_current;

@@ -1,11 +1,12 @@
+#include "voice/CloudSpeechClient.h"
+
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
 #include "VoiceTestSupport.h"
-#include "voice/CloudSpeechClient.h"
+#include "net/URLError.h"
 #include "voice/CloudVoiceCatalog.h"
 #include "voice/ProviderError.h"
-#include "net/URLError.h"
 
 #include <QJsonArray>
 #include <QTest>
@@ -60,24 +61,26 @@ private Q_SLOTS:
     void googleSendsJsonAndDecodesBase64Audio()
     {
         m_server->on("POST", "/v1/text:synthesize",
-                     Reply::json(QJsonObject{{"audioContent", QString::fromLatin1(m_mp3.toBase64())}}));
+            Reply::json(QJsonObject { { "audioContent", QString::fromLatin1(m_mp3.toBase64()) } }));
         CloudSpeechClient client;
 
-        const QByteArray audio =
-            AsyncTest::await(client.synthesizeGoogle(QStringLiteral("Bună ziua."), QStringLiteral("k&y+1"), {}));
+        const QByteArray audio
+            = AsyncTest::await(client.synthesizeGoogle(QStringLiteral("Bună ziua."), QStringLiteral("k&y+1"), {}));
         QCOMPARE(audio, m_mp3);
 
         const FakeHttpServer::Request request = m_server->requests().first();
         QCOMPARE(request.query.queryItemValue("key", QUrl::FullyDecoded), QStringLiteral("k&y+1"));
         QCOMPARE(request.header("Content-Type"), QByteArray("application/json"));
         const QJsonObject body = request.json();
-        QCOMPARE(body["input"].toObject(), (QJsonObject{{"text", "Bună ziua."}}));
-        QCOMPARE(body["voice"].toObject(), (QJsonObject{{"languageCode", "ro-RO"}, {"name", "ro-RO-Wavenet-B"}}));
-        QCOMPARE(body["audioConfig"].toObject(), (QJsonObject{{"audioEncoding", "MP3"}, {"speakingRate", 1.0}}));
+        QCOMPARE(body["input"].toObject(), (QJsonObject { { "text", "Bună ziua." } }));
+        QCOMPARE(
+            body["voice"].toObject(), (QJsonObject { { "languageCode", "ro-RO" }, { "name", "ro-RO-Wavenet-B" } }));
+        QCOMPARE(body["audioConfig"].toObject(), (QJsonObject { { "audioEncoding", "MP3" }, { "speakingRate", 1.0 } }));
 
-        AsyncTest::await(client.synthesizeGoogle(QStringLiteral("x"), QStringLiteral("k"), QStringLiteral("ro-RO-Chirp3-HD-Aoede")));
+        AsyncTest::await(
+            client.synthesizeGoogle(QStringLiteral("x"), QStringLiteral("k"), QStringLiteral("ro-RO-Chirp3-HD-Aoede")));
         QCOMPARE(m_server->requests().last().json()["voice"].toObject()["name"].toString(),
-                 QStringLiteral("ro-RO-Chirp3-HD-Aoede"));
+            QStringLiteral("ro-RO-Chirp3-HD-Aoede"));
     }
 
     void googleAnswersThatHoldNoAudio_data()
@@ -107,8 +110,8 @@ private Q_SLOTS:
         CloudSpeechClient client;
 
         const QString hostile = QStringLiteral("Tom & Jerry: <b>\"da\"</b> 'nu' ]]></voice><voice name=\"x\">");
-        const QByteArray audio = AsyncTest::await(
-            client.synthesizeAzure(hostile, QStringLiteral("key1"), QStringLiteral("westeurope"), QStringLiteral("a\"b")));
+        const QByteArray audio = AsyncTest::await(client.synthesizeAzure(
+            hostile, QStringLiteral("key1"), QStringLiteral("westeurope"), QStringLiteral("a\"b")));
         QCOMPARE(audio, m_mp3);
 
         const FakeHttpServer::Request request = m_server->requests().first();
@@ -117,9 +120,9 @@ private Q_SLOTS:
         QCOMPARE(request.header("X-Microsoft-OutputFormat"), QByteArray("audio-24khz-48kbitrate-mono-mp3"));
         QCOMPARE(request.header("User-Agent"), QByteArray("KeloCompanion"));
         QCOMPARE(QString::fromUtf8(request.body),
-                 QStringLiteral("<speak version=\"1.0\" xml:lang=\"ro-RO\">\n  <voice name=\"a&quot;b\">"
-                                "Tom &amp; Jerry: &lt;b&gt;&quot;da&quot;&lt;/b&gt; &apos;nu&apos; ]]&gt;&lt;/voice&gt;"
-                                "&lt;voice name=&quot;x&quot;&gt;</voice>\n</speak>"));
+            QStringLiteral("<speak version=\"1.0\" xml:lang=\"ro-RO\">\n  <voice name=\"a&quot;b\">"
+                           "Tom &amp; Jerry: &lt;b&gt;&quot;da&quot;&lt;/b&gt; &apos;nu&apos; ]]&gt;&lt;/voice&gt;"
+                           "&lt;voice name=&quot;x&quot;&gt;</voice>\n</speak>"));
 
         AsyncTest::await(client.synthesizeAzure("x", "k", "westeurope", {}));
         QVERIFY(m_server->requests().last().body.contains("<voice name=\"ro-RO-AlinaNeural\">"));
@@ -128,7 +131,7 @@ private Q_SLOTS:
     void azureRegionMustBeAHostLabel()
     {
         CloudSpeechClient client;
-        for (const QString region : {"evil.example.com#", "west europe", "a/b"}) {
+        for (const QString region : { "evil.example.com#", "west europe", "a/b" }) {
             const auto error = AsyncTest::awaitError<URLError>(client.synthesizeAzure("x", "k", region, {}));
             QVERIFY2(error && error->code() == URLError::badURL, qPrintable(region));
         }
@@ -147,11 +150,11 @@ private Q_SLOTS:
         QCOMPARE(request.header("xi-api-key"), QByteArray("xi"));
         QCOMPARE(request.header("Content-Type"), QByteArray("application/json"));
         QCOMPARE(request.header("Accept"), QByteArray("audio/mpeg"));
-        const QJsonObject expectedSettings{
-            {"stability", 0.46}, {"similarity_boost", 0.82}, {"style", 0.18}, {"use_speaker_boost", true}};
-        QCOMPARE(request.json(), (QJsonObject{{"text", "Salut"},
-                                              {"model_id", "eleven_multilingual_v2"},
-                                              {"voice_settings", expectedSettings}}));
+        const QJsonObject expectedSettings { { "stability", 0.46 }, { "similarity_boost", 0.82 }, { "style", 0.18 },
+            { "use_speaker_boost", true } };
+        QCOMPARE(request.json(),
+            (QJsonObject { { "text", "Salut" }, { "model_id", "eleven_multilingual_v2" },
+                { "voice_settings", expectedSettings } }));
     }
 
     void elevenLabsVoiceIdCannotLeaveItsPath()
@@ -202,15 +205,18 @@ private Q_SLOTS:
 
     void googleVoiceListIsRomanianOnly()
     {
-        const QJsonArray voices{
-            QJsonObject{{"languageCodes", QJsonArray{"ro-RO"}}, {"name", "ro-RO-Wavenet-B"}, {"ssmlGender", "MALE"}},
-            QJsonObject{{"languageCodes", QJsonArray{"en-US"}}, {"name", "en-US-Wavenet-A"}, {"ssmlGender", "FEMALE"}},
-            QJsonObject{{"languageCodes", QJsonArray{"ro-RO"}}, {"name", "ro-RO-Standard-A"}, {"ssmlGender", "FEMALE"}},
-            QJsonObject{{"languageCodes", "ro-RO"}, {"name", "malformed"}},
-            QJsonObject{{"languageCodes", QJsonArray{"ro-RO"}}, {"ssmlGender", "FEMALE"}},
+        const QJsonArray voices {
+            QJsonObject {
+                { "languageCodes", QJsonArray { "ro-RO" } }, { "name", "ro-RO-Wavenet-B" }, { "ssmlGender", "MALE" } },
+            QJsonObject { { "languageCodes", QJsonArray { "en-US" } }, { "name", "en-US-Wavenet-A" },
+                { "ssmlGender", "FEMALE" } },
+            QJsonObject { { "languageCodes", QJsonArray { "ro-RO" } }, { "name", "ro-RO-Standard-A" },
+                { "ssmlGender", "FEMALE" } },
+            QJsonObject { { "languageCodes", "ro-RO" }, { "name", "malformed" } },
+            QJsonObject { { "languageCodes", QJsonArray { "ro-RO" } }, { "ssmlGender", "FEMALE" } },
             QJsonValue("not an object"),
         };
-        m_server->on("GET", "/v1/voices", Reply::json(QJsonObject{{"voices", voices}}));
+        m_server->on("GET", "/v1/voices", Reply::json(QJsonObject { { "voices", voices } }));
         CloudVoiceCatalog catalog;
 
         const QList<CloudVoice> list = AsyncTest::await(catalog.googleVoices("g k"));
@@ -226,12 +232,12 @@ private Q_SLOTS:
 
     void azureVoiceListIsRomanianOnly()
     {
-        const QJsonArray voices{
-            QJsonObject{{"ShortName", "ro-RO-EmilNeural"}, {"DisplayName", "Emil"}, {"Locale", "ro-RO"},
-                        {"Gender", "Male"}, {"VoiceType", "Neural"}},
-            QJsonObject{{"ShortName", "de-DE-KatjaNeural"}, {"DisplayName", "Katja"}, {"Locale", "de-DE"}},
-            QJsonObject{{"ShortName", "ro-RO-AlinaNeural"}, {"DisplayName", "Alina"}, {"Locale", "ro-RO"},
-                        {"Gender", "Female"}, {"VoiceType", "Neural"}},
+        const QJsonArray voices {
+            QJsonObject { { "ShortName", "ro-RO-EmilNeural" }, { "DisplayName", "Emil" }, { "Locale", "ro-RO" },
+                { "Gender", "Male" }, { "VoiceType", "Neural" } },
+            QJsonObject { { "ShortName", "de-DE-KatjaNeural" }, { "DisplayName", "Katja" }, { "Locale", "de-DE" } },
+            QJsonObject { { "ShortName", "ro-RO-AlinaNeural" }, { "DisplayName", "Alina" }, { "Locale", "ro-RO" },
+                { "Gender", "Female" }, { "VoiceType", "Neural" } },
         };
         m_server->on("GET", "/cognitiveservices/voices/list", Reply::json(voices));
         CloudVoiceCatalog catalog;
@@ -247,14 +253,14 @@ private Q_SLOTS:
 
     void elevenVoiceListKeepsEveryWellFormedVoice()
     {
-        const QJsonArray voices{
-            QJsonObject{{"voice_id", "v2"}, {"name", "Rachel"}, {"category", "premade"},
-                        {"labels", QJsonObject{{"gender", "female"}}}},
-            QJsonObject{{"voice_id", "v1"}, {"name", "andrei"}, {"category", "cloned"}},
-            QJsonObject{{"voice_id", 7}, {"name", "wrong type"}},
-            QJsonObject{{"name", "no id"}},
+        const QJsonArray voices {
+            QJsonObject { { "voice_id", "v2" }, { "name", "Rachel" }, { "category", "premade" },
+                { "labels", QJsonObject { { "gender", "female" } } } },
+            QJsonObject { { "voice_id", "v1" }, { "name", "andrei" }, { "category", "cloned" } },
+            QJsonObject { { "voice_id", 7 }, { "name", "wrong type" } },
+            QJsonObject { { "name", "no id" } },
         };
-        m_server->on("GET", "/v1/voices", Reply::json(QJsonObject{{"voices", voices}}));
+        m_server->on("GET", "/v1/voices", Reply::json(QJsonObject { { "voices", voices } }));
         CloudVoiceCatalog catalog;
 
         const QList<CloudVoice> list = AsyncTest::await(catalog.elevenVoices("xi"));

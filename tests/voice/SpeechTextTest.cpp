@@ -1,5 +1,6 @@
-#include "voice/ProviderError.h"
 #include "voice/SpeechText.h"
+
+#include "voice/ProviderError.h"
 
 #include <QTest>
 
@@ -18,19 +19,21 @@ private Q_SLOTS:
         QTest::addColumn<QString>("spoken");
 
         QTest::newRow("reasoning blocks, any case, across lines")
-            << "<THINK>plan\nsteps</think>Bună! <analysis>x</analysis>Gata." << "Bună! Gata.";
-        QTest::newRow("only the first closing tag ends a block")
-            << "<think>a</think>unu <think>b</think>doi" << "unu doi";
+            << "<THINK>plan\nsteps</think>Bună! <analysis>x</analysis>Gata."
+            << "Bună! Gata.";
+        QTest::newRow("only the first closing tag ends a block") << "<think>a</think>unu <think>b</think>doi"
+                                                                 << "unu doi";
         QTest::newRow("a markdown link keeps its text")
-            << "Vezi [pagina despre Iași](https://ro.wikipedia.org/wiki/Ia%C8%99i) acum." << "Vezi pagina despre Iași acum.";
-        QTest::newRow("a bare address becomes the word link")
-            << "Sursa: https://example.ro/a?b=c, apoi restul." << "Sursa: link apoi restul.";
-        QTest::newRow("markup characters become blanks")
-            << "## Titlu\n* **unu** | _doi_\n> citat" << "Titlu unu doi citat";
-        QTest::newRow("white space collapses and is trimmed")
-            << "  \n\tunu \r\n\n doi \t " << "unu doi";
-        QTest::newRow("underscores inside an address are blanked before it is recognised")
-            << "http://a.ro/x_y" << "link y";
+            << "Vezi [pagina despre Iași](https://ro.wikipedia.org/wiki/Ia%C8%99i) acum."
+            << "Vezi pagina despre Iași acum.";
+        QTest::newRow("a bare address becomes the word link") << "Sursa: https://example.ro/a?b=c, apoi restul."
+                                                              << "Sursa: link apoi restul.";
+        QTest::newRow("markup characters become blanks") << "## Titlu\n* **unu** | _doi_\n> citat"
+                                                         << "Titlu unu doi citat";
+        QTest::newRow("white space collapses and is trimmed") << "  \n\tunu \r\n\n doi \t "
+                                                              << "unu doi";
+        QTest::newRow("underscores inside an address are blanked before it is recognised") << "http://a.ro/x_y"
+                                                                                           << "link y";
     }
 
     void cleaning()
@@ -42,8 +45,8 @@ private Q_SLOTS:
 
     void repliesThatCleanToNothing()
     {
-        for (const QString &reply : {QStringLiteral("<think>doar gânduri</think>"), QStringLiteral("### *** ___ |||"),
-                                     QStringLiteral("<analysis>\n</analysis>  \n ")}) {
+        for (const QString &reply : { QStringLiteral("<think>doar gânduri</think>"), QStringLiteral("### *** ___ |||"),
+                 QStringLiteral("<analysis>\n</analysis>  \n ") }) {
             QVERIFY2(cleanForSpeech(reply).isEmpty(), qPrintable(reply));
         }
     }
@@ -51,10 +54,10 @@ private Q_SLOTS:
     void sentencesAreSplitTrimmedAndNeverEmpty()
     {
         QCOMPARE(sentences(QStringLiteral("Bună ziua. Ce mai faci? Eu sunt bine!")),
-                 QStringList({QStringLiteral("Bună ziua."), QStringLiteral("Ce mai faci?"),
-                              QStringLiteral("Eu sunt bine!")}));
-        QCOMPARE(sentences(QStringLiteral("fără punct")), QStringList{QStringLiteral("fără punct")});
-        QCOMPARE(sentences(QStringLiteral("   ")), QStringList{QStringLiteral("   ")});
+            QStringList(
+                { QStringLiteral("Bună ziua."), QStringLiteral("Ce mai faci?"), QStringLiteral("Eu sunt bine!") }));
+        QCOMPARE(sentences(QStringLiteral("fără punct")), QStringList { QStringLiteral("fără punct") });
+        QCOMPARE(sentences(QStringLiteral("   ")), QStringList { QStringLiteral("   ") });
     }
 
     void ratesOfTheUtterances()
@@ -62,7 +65,7 @@ private Q_SLOTS:
         QCOMPARE(utteranceRate(0.5, 0), 0.505);
         QCOMPARE(utteranceRate(0.5, 1), 0.5);
         QCOMPARE(utteranceRate(0.5, 7), 0.5);
-        for (qsizetype i : {0, 1, 2}) {
+        for (qsizetype i : { 0, 1, 2 }) {
             QCOMPARE(utteranceRate(0.3, i), 0.4);
             QCOMPARE(utteranceRate(0.6, i), 0.52);
         }
@@ -84,14 +87,14 @@ private Q_SLOTS:
     void ssmlEscapingNeverEscapesTwice()
     {
         QCOMPARE(escapeForSSML(QStringLiteral("Tom & \"Jerry\" <3 'ok' >")),
-                 QStringLiteral("Tom &amp; &quot;Jerry&quot; &lt;3 &apos;ok&apos; &gt;"));
+            QStringLiteral("Tom &amp; &quot;Jerry&quot; &lt;3 &apos;ok&apos; &gt;"));
         QCOMPARE(escapeForSSML(QStringLiteral("&lt;")), QStringLiteral("&amp;lt;"));
     }
 
     void providerErrorsShowTheBodyOrTheProvider()
     {
-        const ProviderError withBody = ProviderError::fromResponse(QStringLiteral("Google Cloud"), 401,
-                                                                   R"({"error":{"message":"API key not valid"}})");
+        const ProviderError withBody = ProviderError::fromResponse(
+            QStringLiteral("Google Cloud"), 401, R"({"error":{"message":"API key not valid"}})");
         QCOMPARE(withBody.domain(), QStringLiteral("Kelo.Google Cloud"));
         QCOMPARE(withBody.code(), 401);
         QCOMPARE(withBody.description(), QStringLiteral(R"({"error":{"message":"API key not valid"}})"));
@@ -100,7 +103,8 @@ private Q_SLOTS:
         QCOMPARE(empty.code(), 500);
         QCOMPARE(empty.description(), QStringLiteral("Azure Speech nu a putut fi redat."));
 
-        const ProviderError binary = ProviderError::fromResponse(QStringLiteral("ElevenLabs"), 502, "\xff\xfe\x00garbage");
+        const ProviderError binary
+            = ProviderError::fromResponse(QStringLiteral("ElevenLabs"), 502, "\xff\xfe\x00garbage");
         QCOMPARE(binary.description(), QStringLiteral("ElevenLabs nu a putut fi redat."));
 
         const ProviderError notHttp = ProviderError::fromResponse(QStringLiteral("ElevenLabs"), 0, "x");
