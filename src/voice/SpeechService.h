@@ -143,8 +143,10 @@ private:
     QCoro::Task<> speakGoogle(QString text, QString apiKey, QString voiceName);
     QCoro::Task<> speakAzure(QString text, QString apiKey, QString region, QString voiceName);
     QCoro::Task<> speakElevenLabs(QString text, QString apiKey, QString voiceID);
-    // The frame every cloud engine shares once its settings are known to be present.
-    QCoro::Task<> runCloudRequest(std::function<QCoro::Task<QByteArray>()> request);
+    // The frame every cloud engine shares once its settings are known to be present: begin before
+    // sending (returns the playback generation), complete with the request under way.
+    quint64 beginCloudRequest();
+    QCoro::Task<> completeCloudRequest(quint64 generation, QCoro::Task<QByteArray> request);
     void playCloudAudio(const QByteArray &data, quint64 generation);
     void finishCloudPlayback(const QString &errorDescription);
     void notifyPlaybackFinishedIfNeeded();

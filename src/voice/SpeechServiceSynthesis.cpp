@@ -187,8 +187,8 @@ QCoro::Task<> SpeechService::speakGoogle(QString text, QString apiKey, QString v
         setLastError(missingGoogleKeyText());
         co_return;
     }
-    co_await runCloudRequest(
-        [this, cleaned, key, voiceName] { return m_cloudSpeech->synthesizeGoogle(cleaned, key, voiceName); });
+    const quint64 generation = beginCloudRequest();
+    co_await completeCloudRequest(generation, m_cloudSpeech->synthesizeGoogle(cleaned, key, voiceName));
 }
 
 QCoro::Task<> SpeechService::speakAzure(QString text, QString apiKey, QString region, QString voiceName)
@@ -202,9 +202,8 @@ QCoro::Task<> SpeechService::speakAzure(QString text, QString apiKey, QString re
         setLastError(missingAzureSettingsText());
         co_return;
     }
-    co_await runCloudRequest([this, cleaned, key, trimmedRegion, voiceName] {
-        return m_cloudSpeech->synthesizeAzure(cleaned, key, trimmedRegion, voiceName);
-    });
+    const quint64 generation = beginCloudRequest();
+    co_await completeCloudRequest(generation, m_cloudSpeech->synthesizeAzure(cleaned, key, trimmedRegion, voiceName));
 }
 
 QCoro::Task<> SpeechService::speakElevenLabs(QString text, QString apiKey, QString voiceID)
@@ -221,22 +220,25 @@ QCoro::Task<> SpeechService::speakElevenLabs(QString text, QString apiKey, QStri
         setLastError(missingElevenVoiceText());
         co_return;
     }
-    co_await runCloudRequest(
-        [this, cleaned, key, voiceID] { return m_cloudSpeech->synthesizeElevenLabs(cleaned, key, voiceID); });
+    const quint64 generation = beginCloudRequest();
+    co_await completeCloudRequest(generation, m_cloudSpeech->synthesizeElevenLabs(cleaned, key, voiceID));
 }
 
-QCoro::Task<> SpeechService::runCloudRequest(std::function<QCoro::Task<QByteArray>()> request)
+quint64 SpeechService::beginCloudRequest()
 {
     stopSpeaking();
-    const quint64 generation = m_playbackGeneration;
     setPreparingVoice(true);
     m_notifyWhenPlaybackFinishes = true;
     // A newer request re-opens the task; it is closed once the last request in flight is handled.
     m_backgroundExecution->begin(backgroundTaskName);
     ++m_cloudRequestsInFlight;
+    return m_playbackGeneration;
+}
 
+QCoro::Task<> SpeechService::completeCloudRequest(quint64 generation, QCoro::Task<QByteArray> request)
+{
     try {
-        const QByteArray audio = co_await request();
+        const QByteArray audio = co_await std::move(request);
         if (generation == m_playbackGeneration)
             playCloudAudio(audio, generation);
     } catch (...) {
