@@ -5,6 +5,7 @@
 #include <QAudioDevice>
 #include <QAudioSink>
 #include <QMediaDevices>
+#include <QTimer>
 
 CloudAudioPlayer::CloudAudioPlayer(const QByteArray &mp3, QObject *parent)
     : QObject(parent)
@@ -59,7 +60,13 @@ void CloudAudioPlayer::onStateChanged()
     const QAudio::State state = m_sink->state();
     if (state == QAudio::IdleState && m_stream->atEnd()) {
         m_done = true;
-        Q_EMIT finished(true);
+        // The device has taken the last samples but still holds up to a buffer of them; the end
+        // is reported once that has been heard, so hands-free listening does not hear Kelo.
+        const qint64 tailMs = m_stream->format().durationForBytes(qint32(m_sink->bufferSize())) / 1000;
+        QTimer::singleShot(tailMs, this, [this] {
+            if (m_sink)
+                Q_EMIT finished(true);
+        });
     } else if (state == QAudio::StoppedState && m_sink->error() != QAudio::NoError) {
         m_done = true;
         Q_EMIT finished(false);

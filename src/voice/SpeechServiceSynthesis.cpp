@@ -69,6 +69,8 @@ void SpeechService::initSynthesis()
 
 void SpeechService::speak(const QString &text, AppSettings *settings)
 {
+    if (!settings)
+        return;
     switch (settings->voiceEngine()) {
     case VoiceEnginePreset::appleLocal:
         speakApple(text, settings->voiceRate(), settings->voiceIdentifier());
@@ -87,6 +89,8 @@ void SpeechService::speak(const QString &text, AppSettings *settings)
 
 QCoro::Task<> SpeechService::previewCloudVoice(VoiceEnginePreset engine, AppSettings *settings)
 {
+    if (!settings)
+        co_return;
     switch (engine) {
     case VoiceEnginePreset::appleLocal:
         speakApple(localSample, settings->voiceRate(), settings->voiceIdentifier());

@@ -92,9 +92,7 @@ private Q_SLOTS:
 
     void playsAudibly()
     {
-        const QString unavailable = audioUnavailableReason();
-        if (!unavailable.isEmpty())
-            QSKIP(qPrintable(unavailable));
+        KELO_REQUIRE_AUDIO();
 
         const qint64 expectedMs = [&] {
             Mp3PcmStream stream(m_mp3);
@@ -123,9 +121,7 @@ private Q_SLOTS:
 
     void stopSilencesAtOnceAndReportsNothing()
     {
-        const QString unavailable = audioUnavailableReason();
-        if (!unavailable.isEmpty())
-            QSKIP(qPrintable(unavailable));
+        KELO_REQUIRE_AUDIO();
 
         CloudAudioPlayer player(m_mp3);
         QSignalSpy finished(&player, &CloudAudioPlayer::finished);

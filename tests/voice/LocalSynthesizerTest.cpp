@@ -46,9 +46,7 @@ class LocalSynthesizerTest : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        const QString unavailable = audioUnavailableReason();
-        if (!unavailable.isEmpty())
-            QSKIP(qPrintable(unavailable));
+        KELO_REQUIRE_AUDIO();
         m_synthesizer = std::make_unique<LocalSynthesizer>();
         m_synthesizer->prepare();
         QCOMPARE(m_synthesizer->engineState(), LocalSynthesizer::EngineState::starting);

@@ -45,13 +45,6 @@ class SpeechServiceSynthesisTest : public QObject
     std::unique_ptr<SpeechService> m_speech;
     int m_finishedCalls = 0;
 
-    void requireAudio()
-    {
-        const QString unavailable = audioUnavailableReason();
-        if (!unavailable.isEmpty())
-            QSKIP(qPrintable(unavailable));
-    }
-
     QString googleAudioJson() const { return QString::fromLatin1(m_mp3.toBase64()); }
 
 private Q_SLOTS:
@@ -221,7 +214,7 @@ private Q_SLOTS:
 
     void aNewerSpeakWinsOverALateReply()
     {
-        requireAudio();
+        KELO_REQUIRE_AUDIO();
         Reply slow = Reply::text("not audio", 200, "audio/mpeg");
         slow.delayMs = 600;
         m_server->enqueue("POST", "/cognitiveservices/v1", slow);
@@ -242,7 +235,7 @@ private Q_SLOTS:
 
     void cloudSpeechPlaysAudiblyAndCallsBackOnce()
     {
-        requireAudio();
+        KELO_REQUIRE_AUDIO();
         m_server->on("POST", "/v1/text:synthesize", Reply::json(QJsonObject { { "audioContent", googleAudioJson() } }));
         m_settings->setVoiceEngine(VoiceEnginePreset::googleCloud);
         m_settings->setGoogleTTSAPIKey(QStringLiteral("key"));
@@ -265,7 +258,7 @@ private Q_SLOTS:
 
     void stopSpeakingSilencesCloudAudioWithoutCallback()
     {
-        requireAudio();
+        KELO_REQUIRE_AUDIO();
         const QByteArray longer = makeSpeechMp3(QStringLiteral("Aceasta este o frază mai lungă, care ar trebui să "
                                                                "țină câteva secunde bune dacă nu o oprește nimeni."));
         m_server->on("POST", "/v1/text-to-speech/voice", Reply::text(longer, 200, "audio/mpeg"));
@@ -288,7 +281,7 @@ private Q_SLOTS:
 
     void localSpeechRunsSentenceBySentenceAndCallsBackOnce()
     {
-        requireAudio();
+        KELO_REQUIRE_AUDIO();
         m_settings->setVoiceEngine(VoiceEnginePreset::appleLocal);
         m_settings->setVoiceRate(0.6);
         m_settings->setVoiceIdentifier(QStringLiteral("no such voice"));

@@ -18,6 +18,15 @@ QByteArray makeSpeechMp3(const QString &text, const QString &sampleRateKHz = QSt
 // sees an output device.
 QString audioUnavailableReason();
 
+// Skips the calling test function when there is no audio server (QSKIP returns from the function
+// it is written in, hence a macro).
+#define KELO_REQUIRE_AUDIO()                                                                                           \
+    do {                                                                                                               \
+        const QString kelo_audio_problem = VoiceTestSupport::audioUnavailableReason();                                 \
+        if (!kelo_audio_problem.isEmpty())                                                                             \
+            QSKIP(qPrintable(kelo_audio_problem));                                                                     \
+    } while (false)
+
 // Statistics of 16 kHz mono s16le audio.
 struct AudioLevels
 {
