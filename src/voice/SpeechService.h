@@ -98,6 +98,9 @@ public:
     // The cloud audio now playing, if any.
     CloudAudioPlayer *cloudAudioPlayer() const { return m_audioPlayer; }
     Q_SIGNAL void localVoicesChanged();
+    // speak() with an engine chosen by the caller instead of the settings (the command line's
+    // --engine); the other values still come from the settings.
+    void speak(const QString &text, AppSettings *settings, VoiceEnginePreset engine);
     // --- end of the speaking side's local voices ---
 
 Q_SIGNALS:

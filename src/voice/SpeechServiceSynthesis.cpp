@@ -69,9 +69,15 @@ void SpeechService::initSynthesis()
 
 void SpeechService::speak(const QString &text, AppSettings *settings)
 {
+    if (settings)
+        speak(text, settings, settings->voiceEngine());
+}
+
+void SpeechService::speak(const QString &text, AppSettings *settings, VoiceEnginePreset engine)
+{
     if (!settings)
         return;
-    switch (settings->voiceEngine()) {
+    switch (engine) {
     case VoiceEnginePreset::appleLocal:
         speakApple(text, settings->voiceRate(), settings->voiceIdentifier());
         return;
