@@ -7,6 +7,7 @@
 #include "voice/LocalVoice.h"
 #include "voice/SpeechService.h"
 
+#include <QJsonArray>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -188,6 +189,35 @@ private Q_SLOTS:
         QCOMPARE(log.entries.first(), QStringLiteral("preparing"));
         QCOMPARE(log.entries.last(), QStringLiteral("prepared"));
         QCOMPARE(m_server->requests().size(), 1);
+    }
+
+    void voiceListsPublishWhileLoadingFlagIsUp()
+    {
+        Reply voices = Reply::json(QJsonObject { { "voices",
+            QJsonArray { QJsonObject { { "voice_id", "v1" }, { "name", "Ana" }, { "category", "premade" } } } } });
+        voices.delayMs = 300;
+        m_server->enqueue("GET", "/v1/voices", voices);
+        m_server->enqueue("GET", "/v1/voices", Reply::text({}, 401));
+        QSignalSpy published(m_speech.get(), &SpeechService::voicesChanged);
+
+        auto loading = m_speech->refreshElevenVoices(QStringLiteral(" key "));
+        QVERIFY(m_speech->isLoadingVoices());
+        AsyncTest::await(std::move(loading));
+        QVERIFY(!m_speech->isLoadingVoices());
+        QCOMPARE(published.size(), 1);
+        QCOMPARE(m_speech->elevenVoices().size(), 1);
+        QCOMPARE(m_speech->elevenVoiceList().first().value<CloudVoice>().name, QStringLiteral("Ana"));
+        QCOMPARE(m_server->requests().first().header("xi-api-key"), QByteArray("key"));
+
+        // A failed reload says why and keeps the list the user already has.
+        AsyncTest::await(m_speech->refreshElevenVoices(QStringLiteral("key")));
+        QCOMPARE(m_speech->lastError(), QStringLiteral("ElevenLabs nu a putut fi redat."));
+        QCOMPARE(m_speech->elevenVoices().size(), 1);
+        QVERIFY(!m_speech->isLoadingVoices());
+
+        AsyncTest::await(m_speech->refreshAzureVoices(QStringLiteral("key"), QString()));
+        QCOMPARE(m_speech->lastError(), QStringLiteral("Introdu cheia și regiunea Azure Speech."));
+        QCOMPARE(m_server->requests().size(), 2);
     }
 
     void aLateReplyAfterStopIsDropped()
