@@ -131,15 +131,6 @@ private Q_SLOTS:
         QCOMPARE(ids(started), (QList<quint64> { 20, 21 }));
         QCOMPARE(ids(finished), QList<quint64> { 21 });
     }
-
-    void deadlinesGrowWithTheText()
-    {
-        const int shortText = LocalSynthesizer::deadlineMs(utterance(1, QStringLiteral("Da.")));
-        const int longText = LocalSynthesizer::deadlineMs(utterance(1, QString(400, QLatin1Char('a'))));
-        QVERIFY(shortText >= 5'000);
-        // 400 characters at eSpeak's slowest rate take about 50 s.
-        QVERIFY(longText > 50'000);
-    }
 };
 
 QTEST_GUILESS_MAIN(LocalSynthesizerTest)
