@@ -63,15 +63,6 @@ Mp3PcmStream::~Mp3PcmStream()
         mpg123_delete(m_handle);
 }
 
-qint64 Mp3PcmStream::estimatedDurationMs() const
-{
-    const off_t frames = mpg123_framelength(m_handle);
-    const double secondsPerFrame = mpg123_tpf(m_handle);
-    if (frames <= 0 || secondsPerFrame <= 0)
-        return 0;
-    return qint64(double(frames) * secondsPerFrame * 1000.0);
-}
-
 bool Mp3PcmStream::atEnd() const
 {
     return m_inputEnded && m_pendingOffset >= m_pending.size() && QIODevice::bytesAvailable() == 0;

@@ -19,8 +19,6 @@ public:
     ~Mp3PcmStream() override;
 
     QAudioFormat format() const { return m_format; }
-    // Duration of the whole file, estimated from its frames; 0 when unknown.
-    qint64 estimatedDurationMs() const;
 
     bool isSequential() const override { return true; }
     bool atEnd() const override;
