@@ -1,7 +1,8 @@
 #include "SpeechService.h"
 
 namespace {
-template<typename T> QVariantList toVariantList(const QList<T> &items)
+template<typename T>
+QVariantList toVariantList(const QList<T> &items)
 {
     QVariantList list;
     list.reserve(items.size());
@@ -35,14 +36,14 @@ QVariantList SpeechService::elevenVoiceList() const
     return toVariantList(m_elevenVoices);
 }
 
-#define KELO_SPEECH_SETTER(setter, member, signal)                                                                     \
-    void SpeechService::setter(decltype(member) value)                                                                 \
-    {                                                                                                                  \
-        if (member == value)                                                                                           \
-            return;                                                                                                    \
-        member = value;                                                                                                \
-        Q_EMIT signal();                                                                                               \
-        Q_EMIT changed();                                                                                              \
+#define KELO_SPEECH_SETTER(setter, member, signal)                                                           \
+    void SpeechService::setter(decltype(member) value)                                                       \
+    {                                                                                                        \
+        if (member == value)                                                                                 \
+            return;                                                                                          \
+        member = value;                                                                                      \
+        Q_EMIT signal();                                                                                     \
+        Q_EMIT changed();                                                                                    \
     }
 
 KELO_SPEECH_SETTER(setListening, m_isListening, isListeningChanged)

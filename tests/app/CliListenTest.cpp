@@ -11,7 +11,7 @@
 #include <QTest>
 
 // `kelo listen` and `kelo model` as a user runs them.
-class VoiceCliTest : public QObject
+class CliListenTest : public QObject
 {
     Q_OBJECT
 
@@ -122,5 +122,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(VoiceCliTest)
-#include "VoiceCliTest.moc"
+QTEST_GUILESS_MAIN(CliListenTest)
+#include "CliListenTest.moc"
