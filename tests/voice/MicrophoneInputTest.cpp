@@ -32,6 +32,10 @@ class MicrophoneInputTest : public QObject
     static bool run(const QString &program, const QStringList &arguments)
     {
         QProcess process;
+        // Off the session bus: a shared test server there already holds PulseAudio's bus name.
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+        process.setProcessEnvironment(environment);
         process.start(program, arguments);
         return process.waitForFinished(20'000) && process.exitStatus() == QProcess::NormalExit
             && process.exitCode() == 0;
