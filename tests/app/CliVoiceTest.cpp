@@ -1,4 +1,5 @@
 #include "AsyncTest.h"
+#include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
 #include "VoiceTestSupport.h"
@@ -39,7 +40,7 @@ class CliVoiceTest : public QObject
         QProcess process;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         for (const char *variable :
-            { "KELO_GOOGLE_TTS_BASE_URL", "KELO_AZURE_TTS_BASE_URL", "KELO_ELEVENLABS_BASE_URL" })
+            { "KELO_GOOGLE_TTS_BASE_URL", "KELO_AZURE_TTS_BASE_URL", "KELO_ELEVENLABS_BASE_URL", "KELO_ZEN_BASE_URL" })
             environment.insert(QString::fromLatin1(variable), m_service->baseUrl());
         process.setProcessEnvironment(environment);
         QElapsedTimer clock;
@@ -93,6 +94,39 @@ private Q_SLOTS:
         QCOMPARE(requests.first().json()[QStringLiteral("text")].toString(), QStringLiteral("Bună ziua!"));
         // The whole clip was played before kelo returned.
         QVERIFY2(run.elapsedMs > 1'500, qPrintable(QString::number(run.elapsedMs)));
+    }
+
+    void askSpeaksItsAnswerOnlyWhenAsked()
+    {
+        KELO_REQUIRE_AUDIO();
+        const QByteArray mp3 = VoiceTestSupport::makeSpeechMp3(QStringLiteral("Coloana infinitului este la Târgu Jiu."));
+        if (mp3.isEmpty())
+            QSKIP("espeak-ng and lame are needed to make test audio");
+        const QString answer = QStringLiteral("Coloana infinitului este la Târgu Jiu.");
+        m_service->on("POST", QStringLiteral("/chat/completions"), Reply::json(ChatCompletionReplies::completion(answer)));
+        m_service->on("POST", QStringLiteral("/v1/text-to-speech/v1"), Reply::text(mp3, 200, "audio/mpeg"));
+        configure(QStringLiteral("zenAPIKey"), QStringLiteral("cheie-zen"));
+        configure(QStringLiteral("voiceEngine"), QStringLiteral("ElevenLabs"));
+        configure(QStringLiteral("elevenAPIKey"), QStringLiteral("cheie"));
+        configure(QStringLiteral("elevenVoiceID"), QStringLiteral("v1"));
+
+        const Run silent = kelo({ QStringLiteral("ask"), QStringLiteral("Unde e Coloana?") });
+        QCOMPARE(silent.exitCode, 0);
+        QCOMPARE(m_service->requestCount(QStringLiteral("/v1/text-to-speech/v1")), 0);
+
+        VoiceTestSupport::MonitorRecording recording;
+        QVERIFY(recording.isRecording());
+        const Run spoken = kelo({ QStringLiteral("ask"), QStringLiteral("--speak"), QStringLiteral("Unde e Coloana?") });
+        const VoiceTestSupport::AudioLevels levels = VoiceTestSupport::measure(recording.stop());
+        QCOMPARE(spoken.exitCode, 0);
+        QCOMPARE(spoken.out, answer + QLatin1Char('\n'));
+        QCOMPARE(m_service->requests(QStringLiteral("/v1/text-to-speech/v1")).first().json()[QStringLiteral("text")].toString(), answer);
+        QVERIFY2(levels.audibleSeconds > 1.0, qPrintable(QString::number(levels.audibleSeconds)));
+
+        // With "Răspunde cu voce" off, --speak stays quiet.
+        configure(QStringLiteral("autoSpeak"), QStringLiteral("false"));
+        QCOMPARE(kelo({ QStringLiteral("ask"), QStringLiteral("--speak"), QStringLiteral("Din nou?") }).exitCode, 0);
+        QCOMPARE(m_service->requestCount(QStringLiteral("/v1/text-to-speech/v1")), 1);
     }
 
     void sayReportsVoiceErrorsWithExitCodeOne()
