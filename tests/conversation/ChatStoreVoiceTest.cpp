@@ -1,0 +1,141 @@
+#include "AsyncTest.h"
+#include "ChatCompletionReplies.h"
+#include "FakeHttpServer.h"
+#include "RandomWhisperModel.h"
+#include "TemporaryHome.h"
+#include "VoiceSamples.h"
+#include "conversation/ChatStore.h"
+#include "voice/WavFile.h"
+#include "voice/WavFileInput.h"
+#include "voice/WhisperModelManager.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+using Reply = FakeHttpServer::Reply;
+
+// A voice turn through the whole store: push-to-talk over a spoken Romanian WAV fed through the
+// capture interface, the on-device recogniser (a random-weights model: the words are meaningless,
+// the flow is real), the transcript submitted as a turn, the answer from a loopback model service.
+class ChatStoreVoiceTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString m_modelPath;
+    QString m_spokenPath;
+    std::unique_ptr<TemporaryHome> m_home;
+    std::unique_ptr<FakeHttpServer> m_service;
+    std::unique_ptr<ScopedEnvironment> m_zenURL;
+    std::unique_ptr<ScopedEnvironment> m_key;
+
+    void prepare(ChatStore &store, const QString &wavPath)
+    {
+        store.setSpeaksAnswers(false);
+        store.speech()->recognitionModels()->setModelPath(m_modelPath);
+        store.speech()->setAudioInputFactory(
+            [wavPath] { return std::unique_ptr<AudioInput>(new WavFileInput(WavFile::read(wavPath))); });
+    }
+
+    QList<FakeHttpServer::Request> turns() const { return m_service->requests(QStringLiteral("/chat/completions")); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_modelPath = m_dir.filePath(QStringLiteral("ggml-random.bin"));
+        RandomWhisperModel::write(m_modelPath, RandomWhisperModel::tiny());
+        m_spokenPath = VoiceSamples::speakRomanian(m_dir.path(), QStringLiteral("Care este capitala României?"));
+    }
+
+    void init()
+    {
+        m_home = std::make_unique<TemporaryHome>();
+        m_service = std::make_unique<FakeHttpServer>();
+        m_service->on("POST", QStringLiteral("/chat/completions"),
+                      Reply::json(ChatCompletionReplies::completion(QStringLiteral("Capitala este București."))));
+        m_zenURL = std::make_unique<ScopedEnvironment>("KELO_ZEN_BASE_URL", m_service->baseUrl());
+        m_key = std::make_unique<ScopedEnvironment>("KELO_ZEN_API_KEY", QStringLiteral("cheie"));
+    }
+
+    void cleanup()
+    {
+        m_key.reset();
+        m_zenURL.reset();
+        m_service.reset();
+        m_home.reset();
+    }
+
+    void holdingTheOrbTurnsSpeechIntoATurn()
+    {
+        if (m_spokenPath.isEmpty())
+            QSKIP("espeak-ng is not installed");
+        ChatStore store;
+        prepare(store, m_spokenPath);
+
+        AsyncTest::await(store.beginPushToTalk());
+        QVERIFY(store.isPushToTalkActive());
+        QVERIFY(store.speech()->isListening());
+        QCOMPARE(store.toolStatus(), QStringLiteral("Kelo este gata"));
+        QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->transcript().isEmpty(); }, 20'000));
+
+        AsyncTest::await(store.endPushToTalk());
+        QVERIFY(!store.isPushToTalkActive());
+        QVERIFY(AsyncTest::waitUntil([&] { return store.messages().constLast().text == QStringLiteral("Capitala este București."); }, 30'000));
+
+        QCOMPARE(turns().size(), 1);
+        const QList<ChatMessage> messages = store.messages();
+        const ChatMessage &question = messages.at(messages.size() - 2);
+        QCOMPARE(question.role, ChatMessage::Role::user);
+        QVERIFY(!question.text.isEmpty());
+        QCOMPARE(question.text, question.text.trimmed());
+        const QJsonArray sent = turns().first().json()[QStringLiteral("messages")].toArray();
+        QCOMPARE(sent.last()[QStringLiteral("content")].toString(), question.text);
+    }
+
+    void aTapStartsAndEndsOnceAndSilenceSendsNothing()
+    {
+        const QString silence = m_dir.filePath(QStringLiteral("silence.wav"));
+        VoiceSamples::writeWav(silence, QVector<float>(16000, 0.0f), 16000, 1);
+        ChatStore store;
+        prepare(store, silence);
+
+        // Press and lift at once, twice: each release ends its own run, no turn is sent.
+        for (int i = 0; i < 2; ++i) {
+            AsyncTest::await(store.beginPushToTalk());
+            AsyncTest::await(store.beginPushToTalk()); // a second press while held changes nothing
+            AsyncTest::await(store.endPushToTalk());
+            QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->isListening(); }, 10'000));
+        }
+        QTest::qWait(200);
+        QVERIFY(!store.isPushToTalkActive());
+        QVERIFY(turns().isEmpty());
+        QCOMPARE(store.messages().size(), 1);
+    }
+
+    void listeningResumesHandsFreeOnlyAfterASpokenAnswerToAVoiceTurn()
+    {
+        if (m_spokenPath.isEmpty())
+            QSKIP("espeak-ng is not installed");
+        ChatStore store;
+        prepare(store, m_spokenPath);
+
+        // A typed turn: the end of its playback does not open the microphone.
+        AsyncTest::await(store.send(QStringLiteral("Salut")));
+        store.speech()->onPlaybackFinished();
+        QTest::qWait(1'000);
+        QVERIFY(!store.speech()->isListening());
+
+        AsyncTest::await(store.beginPushToTalk());
+        QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->transcript().isEmpty(); }, 20'000));
+        AsyncTest::await(store.endPushToTalk());
+        QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 2 && !store.isThinking(); }, 30'000));
+
+        store.speech()->onPlaybackFinished();
+        QVERIFY(AsyncTest::waitUntil([&] { return store.speech()->isListening(); }, 5'000));
+        // The hands-free run ends by itself after the speaker pauses, and its transcript is a turn.
+        QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 3; }, 40'000));
+    }
+};
+
+QTEST_GUILESS_MAIN(ChatStoreVoiceTest)
+#include "ChatStoreVoiceTest.moc"
