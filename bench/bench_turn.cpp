@@ -38,7 +38,7 @@ Figures measure(ChatStore &store, int turns)
         samples.append(timer.nsecsElapsed() / 1e6);
     }
     std::sort(samples.begin(), samples.end());
-    return {samples.at(samples.size() / 2), samples.at(samples.size() * 9 / 10)};
+    return { samples.at(samples.size() / 2), samples.at(samples.size() * 9 / 10) };
 }
 
 } // namespace
@@ -61,32 +61,34 @@ int main(int argc, char *argv[])
     service.on("GET", QStringLiteral("/pagina"), Reply::text(html, 200, "text/html"));
     QJsonArray pages;
     for (int i = 0; i < 5; ++i)
-        pages.append(QJsonObject{{"title", QStringLiteral("Pagina %1").arg(i)},
-                                 {"excerpt", QStringLiteral("un <span class=\"searchmatch\">rezultat</span> bun")}});
-    service.on("GET", QStringLiteral("/w/rest.php/v1/search/page"), Reply::json(QJsonObject{{"pages", pages}}));
+        pages.append(QJsonObject { { "title", QStringLiteral("Pagina %1").arg(i) },
+            { "excerpt", QStringLiteral("un <span class=\"searchmatch\">rezultat</span> bun") } });
+    service.on("GET", QStringLiteral("/w/rest.php/v1/search/page"), Reply::json(QJsonObject { { "pages", pages } }));
 
     bool withTools = false;
     service.on("POST", QStringLiteral("/chat/completions"), [&](const FakeHttpServer::Request &request) {
         const QJsonArray messages = request.json()[QLatin1String("messages")].toArray();
-        const int toolResults = int(std::count_if(messages.begin(), messages.end(), [](const QJsonValue &m) {
-            return m[QLatin1String("role")].toString() == QLatin1String("tool");
-        }));
+        const int toolResults = int(std::count_if(messages.begin(), messages.end(),
+            [](const QJsonValue &m) { return m[QLatin1String("role")].toString() == QLatin1String("tool"); }));
         if (withTools && toolResults == 0)
-            return Reply::json(completion(QString(), {toolCall("s", "kelo_web_search", {{"query", "Brâncuși"}})}));
+            return Reply::json(
+                completion(QString(), { toolCall("s", "kelo_web_search", { { "query", "Brâncuși" } }) }));
         if (withTools && toolResults == 1)
-            return Reply::json(completion(QString(), {toolCall("f", "kelo_fetch_url", {{"url", page}})}));
+            return Reply::json(completion(QString(), { toolCall("f", "kelo_fetch_url", { { "url", page } }) }));
         return Reply::json(completion(QStringLiteral("<think>gândesc</think>Un răspuns scurt, în română.")));
     });
 
     ChatStore store;
     store.setSpeaksAnswers(false);
     store.settings()->setMemoryEnabled(false); // compaction is a separate request, not per-turn cost
-    measure(store, 20);                        // warm-up: connections, regexes, caches
+    measure(store, 20); // warm-up: connections, regexes, caches
 
     const Figures plain = measure(store, turns);
     withTools = true;
     const Figures tools = measure(store, turns);
-    std::printf("turn without tools:        median %.3f ms, p90 %.3f ms (%d turns)\n", plain.medianMs, plain.p90Ms, turns);
-    std::printf("turn with 2 web-tool rounds: median %.3f ms, p90 %.3f ms (%d turns)\n", tools.medianMs, tools.p90Ms, turns);
+    std::printf(
+        "turn without tools:        median %.3f ms, p90 %.3f ms (%d turns)\n", plain.medianMs, plain.p90Ms, turns);
+    std::printf(
+        "turn with 2 web-tool rounds: median %.3f ms, p90 %.3f ms (%d turns)\n", tools.medianMs, tools.p90Ms, turns);
     return 0;
 }

@@ -26,24 +26,25 @@ constexpr qint64 handsFreePauseMs = 1200;
 constexpr qint64 handsFreeNoSpeechMs = 8000;
 constexpr double speechLevel = 0.08;
 
-const QString forceInternetInstruction = QStringLiteral(
-    "Pentru această cerere folosește instrumentul kelo_web_search înainte de răspuns, dacă întrebarea cere informație externă.");
+const QString forceInternetInstruction = QStringLiteral("Pentru această cerere folosește instrumentul kelo_web_search "
+                                                        "înainte de răspuns, dacă întrebarea cere informație externă.");
 const QString finalAnswerInstruction
     = QStringLiteral("Returnează acum răspunsul final pentru utilizator, fără a mai apela instrumente.");
 
 QJsonObject chatMessage(const QString &role, const QString &content)
 {
-    return {{QStringLiteral("role"), role}, {QStringLiteral("content"), content}};
+    return { { QStringLiteral("role"), role }, { QStringLiteral("content"), content } };
 }
 
 QJsonObject stringSchema(const QString &property, const QString &description)
 {
     return {
-        {QStringLiteral("type"), QStringLiteral("object")},
-        {QStringLiteral("properties"),
-         QJsonObject{{property, QJsonObject{{QStringLiteral("type"), QStringLiteral("string")},
-                                            {QStringLiteral("description"), description}}}}},
-        {QStringLiteral("required"), QJsonArray{property}},
+        { QStringLiteral("type"), QStringLiteral("object") },
+        { QStringLiteral("properties"),
+            QJsonObject { { property,
+                QJsonObject { { QStringLiteral("type"), QStringLiteral("string") },
+                    { QStringLiteral("description"), description } } } } },
+        { QStringLiteral("required"), QJsonArray { property } },
     };
 }
 
@@ -53,26 +54,26 @@ QJsonObject toolCallEcho(const ZenAPIService::AssistantResult &result)
     QJsonArray calls;
     for (const ZenToolCall &call : result.toolCalls) {
         const QString arguments = QString::fromUtf8(QJsonDocument(call.arguments).toJson(QJsonDocument::Compact));
-        calls.append(QJsonObject{
-            {QStringLiteral("id"), call.id},
-            {QStringLiteral("type"), QStringLiteral("function")},
-            {QStringLiteral("function"),
-             QJsonObject{{QStringLiteral("name"), call.name}, {QStringLiteral("arguments"), arguments}}},
+        calls.append(QJsonObject {
+            { QStringLiteral("id"), call.id },
+            { QStringLiteral("type"), QStringLiteral("function") },
+            { QStringLiteral("function"),
+                QJsonObject { { QStringLiteral("name"), call.name }, { QStringLiteral("arguments"), arguments } } },
         });
     }
     return {
-        {QStringLiteral("role"), QStringLiteral("assistant")},
-        {QStringLiteral("content"), result.text.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(result.text)},
-        {QStringLiteral("tool_calls"), calls},
+        { QStringLiteral("role"), QStringLiteral("assistant") },
+        { QStringLiteral("content"), result.text.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(result.text) },
+        { QStringLiteral("tool_calls"), calls },
     };
 }
 
 QJsonObject toolResultMessage(const QString &callID, const QString &content)
 {
     return {
-        {QStringLiteral("role"), QStringLiteral("tool")},
-        {QStringLiteral("tool_call_id"), callID},
-        {QStringLiteral("content"), content},
+        { QStringLiteral("role"), QStringLiteral("tool") },
+        { QStringLiteral("tool_call_id"), callID },
+        { QStringLiteral("content"), content },
     };
 }
 
@@ -206,24 +207,23 @@ void ChatStore::publishDerivedState()
 QList<ZenToolDefinition> ChatStore::builtInToolDefinitions()
 {
     return {
-        {QStringLiteral("kelo_web_search"),
-         QStringLiteral("Caută informație enciclopedică actuală pe web în limba română. Folosește doar când este "
-                        "necesară informație externă."),
-         stringSchema(QStringLiteral("query"), QStringLiteral("Interogarea de căutare"))},
-        {QStringLiteral("kelo_fetch_url"),
-         QStringLiteral("Citește textul unei pagini web HTTP/HTTPS când utilizatorul oferă sau cere explicit un URL."),
-         stringSchema(QStringLiteral("url"), QStringLiteral("URL complet HTTP/HTTPS"))},
+        { QStringLiteral("kelo_web_search"),
+            QStringLiteral("Caută informație enciclopedică actuală pe web în limba română. Folosește doar când este "
+                           "necesară informație externă."),
+            stringSchema(QStringLiteral("query"), QStringLiteral("Interogarea de căutare")) },
+        { QStringLiteral("kelo_fetch_url"),
+            QStringLiteral(
+                "Citește textul unei pagini web HTTP/HTTPS când utilizatorul oferă sau cere explicit un URL."),
+            stringSchema(QStringLiteral("url"), QStringLiteral("URL complet HTTP/HTTPS")) },
     };
 }
 
 QString ChatStore::visibleAnswer(const QString &text)
 {
     static const QRegularExpression think(QStringLiteral("<think>.*?</think>"),
-                                          QRegularExpression::CaseInsensitiveOption
-                                              | QRegularExpression::DotMatchesEverythingOption);
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
     static const QRegularExpression analysis(QStringLiteral("<analysis>.*?</analysis>"),
-                                             QRegularExpression::CaseInsensitiveOption
-                                                 | QRegularExpression::DotMatchesEverythingOption);
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
     QString cleaned = text;
     cleaned.remove(think);
     cleaned.remove(analysis);
@@ -244,7 +244,8 @@ QCoro::Task<> ChatStore::send(std::optional<QString> text)
     setDraft({});
 
     if (!hasZenKey()) {
-        appendMessage(ChatMessage::make(ChatMessage::Role::assistant, QStringLiteral("Adaugă cheia OpenCode Zen în Setări")));
+        appendMessage(
+            ChatMessage::make(ChatMessage::Role::assistant, QStringLiteral("Adaugă cheia OpenCode Zen în Setări")));
         Q_EMIT turnFinished(false);
         co_return;
     }
@@ -263,8 +264,8 @@ QCoro::Task<> ChatStore::send(std::optional<QString> text)
         setZenError(std::nullopt);
     } catch (...) {
         const QString description = friendlyError(std::current_exception());
-        appendMessage(ChatMessage::make(ChatMessage::Role::assistant,
-                                        QStringLiteral("Nu am putut termina răspunsul: ") + description));
+        appendMessage(ChatMessage::make(
+            ChatMessage::Role::assistant, QStringLiteral("Nu am putut termina răspunsul: ") + description));
         setZenError(QStringLiteral("Eroare de conexiune"));
     }
 
@@ -282,7 +283,7 @@ QCoro::Task<> ChatStore::send(std::optional<QString> text)
 QJsonArray ChatStore::buildConversationForAPI() const
 {
     const QString summary = m_settings->memoryEnabled() ? m_memory->summary() : QString();
-    QJsonArray messages{chatMessage(QStringLiteral("system"), m_settings->systemPrompt(summary))};
+    QJsonArray messages { chatMessage(QStringLiteral("system"), m_settings->systemPrompt(summary)) };
 
     QList<const ChatMessage *> history;
     for (const ChatMessage &message : m_messages) {
@@ -292,7 +293,8 @@ QJsonArray ChatStore::buildConversationForAPI() const
     for (qsizetype i = std::max<qsizetype>(0, history.size() - historyLimit); i < history.size(); ++i) {
         const ChatMessage &message = *history.at(i);
         const bool fromAssistant = message.role == ChatMessage::Role::assistant;
-        messages.append(chatMessage(fromAssistant ? QStringLiteral("assistant") : QStringLiteral("user"), message.text));
+        messages.append(
+            chatMessage(fromAssistant ? QStringLiteral("assistant") : QStringLiteral("user"), message.text));
     }
     return messages;
 }
@@ -444,8 +446,7 @@ QCoro::Task<> ChatStore::refreshMemoryIfNeeded()
     const QList<ChatMessage> covered = m_messages;
     try {
         const QString summary = co_await m_zen->summarizeMemory(m_settings->zenAPIKey(), m_settings->zenModelID(),
-                                                                 m_memory->summary(),
-                                                                 m_memory->transcriptForSummary(covered));
+            m_memory->summary(), m_memory->transcriptForSummary(covered));
         if (!summary.trimmed().isEmpty())
             m_memory->updateSummary(summary, covered);
     } catch (...) {
@@ -455,8 +456,8 @@ QCoro::Task<> ChatStore::refreshMemoryIfNeeded()
 
 void ChatStore::clearConversation()
 {
-    m_messages = {ChatMessage::make(ChatMessage::Role::assistant,
-                                    QStringLiteral("Conversație nouă. Memoria utilă rămâne disponibilă."))};
+    m_messages = { ChatMessage::make(
+        ChatMessage::Role::assistant, QStringLiteral("Conversație nouă. Memoria utilă rămâne disponibilă.")) };
     Q_EMIT messagesChanged();
     Q_EMIT messageAppended(m_messages.constLast());
     // The summary stays; its count starts again with the new conversation so compaction resumes.
@@ -466,8 +467,8 @@ void ChatStore::clearConversation()
 void ChatStore::clearMemory()
 {
     m_memory->clearAll();
-    m_messages = {ChatMessage::make(ChatMessage::Role::assistant,
-                                    QStringLiteral("Memoria a fost resetată. Putem începe de la zero."))};
+    m_messages = { ChatMessage::make(
+        ChatMessage::Role::assistant, QStringLiteral("Memoria a fost resetată. Putem începe de la zero.")) };
     Q_EMIT messagesChanged();
     Q_EMIT messageAppended(m_messages.constLast());
 }
@@ -490,7 +491,9 @@ QCoro::Task<QString> ChatStore::testZenConnection()
         const QList<ZenModel> models = co_await m_zen->fetchModels(m_settings->zenAPIKey());
         setZenModels(models);
         setZenError(std::nullopt);
-        co_return QStringLiteral("Conectat · %1 modele disponibile · %2").arg(models.size()).arg(selectedZenModel().name);
+        co_return QStringLiteral("Conectat · %1 modele disponibile · %2")
+            .arg(models.size())
+            .arg(selectedZenModel().name);
     } catch (...) {
         const QString description = friendlyError(std::current_exception());
         setZenError(description);

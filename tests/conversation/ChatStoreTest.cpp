@@ -1,8 +1,9 @@
+#include "conversation/ChatStore.h"
+
 #include "AsyncTest.h"
 #include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
-#include "conversation/ChatStore.h"
 #include "conversation/ConversationMemoryStore.h"
 #include "settings/AppSettings.h"
 
@@ -32,7 +33,8 @@ QStringList roles(const QJsonArray &messages)
 
 bool isCompaction(const FakeHttpServer::Request &request)
 {
-    return sentMessages(request).first()[QStringLiteral("content")].toString().startsWith(QStringLiteral("Ești un compactor"));
+    return sentMessages(request).first()[QStringLiteral("content")].toString().startsWith(
+        QStringLiteral("Ești un compactor"));
 }
 
 } // namespace
@@ -48,7 +50,10 @@ class ChatStoreTest : public QObject
     std::unique_ptr<ScopedEnvironment> m_wikiURL;
     std::unique_ptr<ScopedEnvironment> m_key;
 
-    QList<FakeHttpServer::Request> chatRequests() const { return m_service->requests(QStringLiteral("/chat/completions")); }
+    QList<FakeHttpServer::Request> chatRequests() const
+    {
+        return m_service->requests(QStringLiteral("/chat/completions"));
+    }
 
     void answerWith(const QList<QJsonObject> &replies)
     {
@@ -63,10 +68,8 @@ class ChatStoreTest : public QObject
             const auto role = i % 2 == 0 ? ChatMessage::Role::user : ChatMessage::Role::assistant;
             messages.append(ChatMessage::make(role, QStringLiteral("mesaj %1").arg(i)).toJson());
         }
-        const QJsonObject snapshot{{QStringLiteral("summary"), QString()},
-                                   {QStringLiteral("messages"), messages},
-                                   {QStringLiteral("summarizedUserCount"), 0},
-                                   {QStringLiteral("updatedAt"), 0.0}};
+        const QJsonObject snapshot { { QStringLiteral("summary"), QString() }, { QStringLiteral("messages"), messages },
+            { QStringLiteral("summarizedUserCount"), 0 }, { QStringLiteral("updatedAt"), 0.0 } };
         QDir().mkpath(m_home->dataHome() + QStringLiteral("/Kelo"));
         QFile file(m_home->dataHome() + QStringLiteral("/Kelo/conversation-memory.json"));
         QVERIFY(file.open(QIODevice::WriteOnly));
@@ -123,16 +126,18 @@ private Q_SLOTS:
     {
         const QString pageURL = m_service->baseUrl() + QStringLiteral("/pagina");
         m_service->on("GET", QStringLiteral("/w/rest.php/v1/search/page"),
-                      Reply::json(QJsonObject{{QStringLiteral("pages"),
-                                               QJsonArray{QJsonObject{{QStringLiteral("title"), QStringLiteral("Constantin Brâncuși")},
-                                                                      {QStringLiteral("description"), QStringLiteral("sculptor român")}}}}}));
+            Reply::json(QJsonObject { { QStringLiteral("pages"),
+                QJsonArray { QJsonObject { { QStringLiteral("title"), QStringLiteral("Constantin Brâncuși") },
+                    { QStringLiteral("description"), QStringLiteral("sculptor român") } } } } }));
         m_service->on("GET", QStringLiteral("/pagina"),
-                      Reply::text("<html><script>x()</script><p>Coloana <b>infinitului</b></p></html>", 200, "text/html"));
+            Reply::text("<html><script>x()</script><p>Coloana <b>infinitului</b></p></html>", 200, "text/html"));
         answerWith({
-            completion(QString(), {toolCall(QStringLiteral("c1"), QStringLiteral("kelo_web_search"),
-                                            {{QStringLiteral("query"), QStringLiteral("Brâncuși")}})}),
-            completion(QString(), {toolCall(QStringLiteral("c2"), QStringLiteral("kelo_fetch_url"),
-                                            {{QStringLiteral("url"), pageURL}})}),
+            completion(QString(),
+                { toolCall(QStringLiteral("c1"), QStringLiteral("kelo_web_search"),
+                    { { QStringLiteral("query"), QStringLiteral("Brâncuși") } }) }),
+            completion(QString(),
+                { toolCall(
+                    QStringLiteral("c2"), QStringLiteral("kelo_fetch_url"), { { QStringLiteral("url"), pageURL } }) }),
             completion(QStringLiteral("<think>caut</think>\n Brâncuși a creat Coloana infinitului. ")),
         });
         ChatStore store;
@@ -145,7 +150,7 @@ private Q_SLOTS:
         AsyncTest::await(store.send(QStringLiteral("Ce a sculptat Brâncuși?")));
 
         QCOMPARE(store.messages().constLast().text, QStringLiteral("Brâncuși a creat Coloana infinitului."));
-        QCOMPARE(statuses, (QStringList{QStringLiteral("Caut pe internet…"), QStringLiteral("Citesc pagina…")}));
+        QCOMPARE(statuses, (QStringList { QStringLiteral("Caut pe internet…"), QStringLiteral("Citesc pagina…") }));
         QVERIFY(store.toolStatus().isEmpty());
         const auto requests = chatRequests();
         QCOMPARE(requests.size(), 3);
@@ -153,16 +158,17 @@ private Q_SLOTS:
         const QJsonObject first = requests.at(0).json();
         QCOMPARE(first[QStringLiteral("tools")].toArray().size(), 2);
         QCOMPARE(first[QStringLiteral("tools")][0][QStringLiteral("function")][QStringLiteral("name")].toString(),
-                 QStringLiteral("kelo_web_search"));
-        QCOMPARE(roles(sentMessages(requests.at(0))), (QStringList{"system", "assistant", "user"}));
+            QStringLiteral("kelo_web_search"));
+        QCOMPARE(roles(sentMessages(requests.at(0))), (QStringList { "system", "assistant", "user" }));
         QCOMPARE(requests.at(0).header("Authorization"), QByteArray("Bearer test-key"));
 
         // Each later request echoes the model's tool call and carries the tool's result.
         const QJsonArray second = sentMessages(requests.at(1));
-        QCOMPARE(roles(second).mid(3), (QStringList{"assistant", "tool"}));
+        QCOMPARE(roles(second).mid(3), (QStringList { "assistant", "tool" }));
         QCOMPARE(second.at(3)[QStringLiteral("tool_calls")][0][QStringLiteral("id")].toString(), QStringLiteral("c1"));
         QCOMPARE(second.at(4)[QStringLiteral("tool_call_id")].toString(), QStringLiteral("c1"));
-        QCOMPARE(second.at(4)[QStringLiteral("content")].toString(), QStringLiteral("• Constantin Brâncuși: sculptor român"));
+        QCOMPARE(second.at(4)[QStringLiteral("content")].toString(),
+            QStringLiteral("• Constantin Brâncuși: sculptor român"));
         const QJsonArray third = sentMessages(requests.at(2));
         QVERIFY(third.at(6)[QStringLiteral("content")].toString().contains(QStringLiteral("Coloana infinitului")));
         QVERIFY(!third.at(6)[QStringLiteral("content")].toString().contains(QStringLiteral("x()")));
@@ -177,7 +183,7 @@ private Q_SLOTS:
     void requestCarriesSystemPromptAndLastSixteenMessages()
     {
         writeMemoryFile(19);
-        answerWith({completion(QStringLiteral("bine"))});
+        answerWith({ completion(QStringLiteral("bine")) });
         ChatStore store;
         QCOMPARE(store.messages().size(), 19);
 
@@ -196,7 +202,8 @@ private Q_SLOTS:
             const QJsonArray messages = request.json()[QStringLiteral("messages")].toArray();
             if (messages.last()[QStringLiteral("role")].toString() == QStringLiteral("system"))
                 return Reply::json(completion(QStringLiteral("Gata, fără instrumente.")));
-            return Reply::json(completion(QString(), {toolCall(QStringLiteral("x"), QStringLiteral("nu_exista"), {})}));
+            return Reply::json(
+                completion(QString(), { toolCall(QStringLiteral("x"), QStringLiteral("nu_exista"), {}) }));
         });
         ChatStore store;
 
@@ -206,9 +213,10 @@ private Q_SLOTS:
         QCOMPARE(requests.size(), 5);
         const QJsonArray last = sentMessages(requests.last());
         QCOMPARE(last.last()[QStringLiteral("content")].toString(),
-                 QStringLiteral("Returnează acum răspunsul final pentru utilizator, fără a mai apela instrumente."));
+            QStringLiteral("Returnează acum răspunsul final pentru utilizator, fără a mai apela instrumente."));
         // The unknown tool's result went back to the model each round.
-        QCOMPARE(last.at(last.size() - 2)[QStringLiteral("content")].toString(), QStringLiteral("Instrument necunoscut: nu_exista"));
+        QCOMPARE(last.at(last.size() - 2)[QStringLiteral("content")].toString(),
+            QStringLiteral("Instrument necunoscut: nu_exista"));
         QCOMPARE(roles(last).count(QStringLiteral("tool")), 4);
         QCOMPARE(store.messages().constLast().text, QStringLiteral("Gata, fără instrumente."));
     }
@@ -216,15 +224,17 @@ private Q_SLOTS:
     void missingToolArgumentsAreReportedToTheModel()
     {
         answerWith({
-            completion(QString(), {toolCall(QStringLiteral("a"), QStringLiteral("kelo_web_search"), {}),
-                                   toolCall(QStringLiteral("b"), QStringLiteral("kelo_fetch_url"),
-                                            {{QStringLiteral("url"), 42}})}),
+            completion(QString(),
+                { toolCall(QStringLiteral("a"), QStringLiteral("kelo_web_search"), {}),
+                    toolCall(
+                        QStringLiteral("b"), QStringLiteral("kelo_fetch_url"), { { QStringLiteral("url"), 42 } }) }),
             completion(QStringLiteral("ok")),
         });
         ChatStore store;
         AsyncTest::await(store.send(QStringLiteral("x")));
         const QJsonArray sent = sentMessages(chatRequests().at(1));
-        QCOMPARE(sent.at(sent.size() - 2)[QStringLiteral("content")].toString(), QStringLiteral("Lipsește parametrul query."));
+        QCOMPARE(sent.at(sent.size() - 2)[QStringLiteral("content")].toString(),
+            QStringLiteral("Lipsește parametrul query."));
         QCOMPARE(sent.last()[QStringLiteral("content")].toString(), QStringLiteral("Lipsește parametrul url."));
         QCOMPARE(m_service->requests().size(), 2);
     }
@@ -233,24 +243,29 @@ private Q_SLOTS:
     {
         m_service->on("GET", QStringLiteral("/w/rest.php/v1/search/page"), Reply::text("oops", 503));
         answerWith({
-            completion(QString(), {toolCall(QStringLiteral("a"), QStringLiteral("kelo_web_search"),
-                                            {{QStringLiteral("query"), QStringLiteral("q")}}),
-                                   toolCall(QStringLiteral("b"), QStringLiteral("kelo_fetch_url"),
-                                            {{QStringLiteral("url"), QStringLiteral("ftp://exemplu.ro")}})}),
+            completion(QString(),
+                { toolCall(QStringLiteral("a"), QStringLiteral("kelo_web_search"),
+                      { { QStringLiteral("query"), QStringLiteral("q") } }),
+                    toolCall(QStringLiteral("b"), QStringLiteral("kelo_fetch_url"),
+                        { { QStringLiteral("url"), QStringLiteral("ftp://exemplu.ro") } }) }),
             completion(QStringLiteral("Nu am găsit nimic.")),
         });
         ChatStore store;
         AsyncTest::await(store.send(QStringLiteral("x")));
         const QJsonArray sent = sentMessages(chatRequests().at(1));
-        QVERIFY(sent.at(sent.size() - 2)[QStringLiteral("content")].toString().startsWith(QStringLiteral("Căutarea web a eșuat: ")));
-        QVERIFY(sent.last()[QStringLiteral("content")].toString().startsWith(QStringLiteral("Citirea URL-ului a eșuat: ")));
+        QVERIFY(sent.at(sent.size() - 2)[QStringLiteral("content")].toString().startsWith(
+            QStringLiteral("Căutarea web a eșuat: ")));
+        QVERIFY(
+            sent.last()[QStringLiteral("content")].toString().startsWith(QStringLiteral("Citirea URL-ului a eșuat: ")));
         QCOMPARE(store.messages().constLast().text, QStringLiteral("Nu am găsit nimic."));
     }
 
     void serviceFailureBecomesTheAssistantMessage()
     {
         m_service->on("POST", QStringLiteral("/chat/completions"),
-                      Reply::json(QJsonObject{{QStringLiteral("error"), QJsonObject{{QStringLiteral("message"), QStringLiteral("cotă depășită")}}}}, 429));
+            Reply::json(QJsonObject { { QStringLiteral("error"),
+                            QJsonObject { { QStringLiteral("message"), QStringLiteral("cotă depășită") } } } },
+                429));
         ChatStore store;
         QSignalSpy finished(&store, &ChatStore::turnFinished);
         AsyncTest::await(store.send(QStringLiteral("Salut")));
@@ -273,11 +288,14 @@ private Q_SLOTS:
 
     void settingsShapeTheToolsAndTheNudge()
     {
-        answerWith({completion(QStringLiteral("unu")), completion(QStringLiteral("doi"))});
+        answerWith({ completion(QStringLiteral("unu")), completion(QStringLiteral("doi")) });
         ChatStore store;
         store.setForceInternetNext(true);
         AsyncTest::await(store.send(QStringLiteral("primul")));
-        QVERIFY(sentMessages(chatRequests().at(0)).last()[QStringLiteral("content")].toString().contains(QStringLiteral("kelo_web_search")));
+        QVERIFY(sentMessages(chatRequests().at(0))
+                    .last()[QStringLiteral("content")]
+                    .toString()
+                    .contains(QStringLiteral("kelo_web_search")));
         QVERIFY(!store.forceInternetNext());
 
         store.settings()->setInternetEnabled(false);
@@ -290,8 +308,8 @@ private Q_SLOTS:
     void memoryIsCompactedAfterFourUserMessages()
     {
         m_service->on("POST", QStringLiteral("/chat/completions"), [](const FakeHttpServer::Request &request) {
-            return Reply::json(completion(isCompaction(request) ? QStringLiteral("  • Îi place sculptura.  ")
-                                                                : QStringLiteral("Am notat.")));
+            return Reply::json(completion(
+                isCompaction(request) ? QStringLiteral("  • Îi place sculptura.  ") : QStringLiteral("Am notat.")));
         });
         ChatStore store;
         for (int i = 1; i <= 3; ++i)
@@ -302,19 +320,24 @@ private Q_SLOTS:
         const auto requests = chatRequests();
         QCOMPARE(requests.size(), 5);
         QVERIFY(isCompaction(requests.last()));
-        QVERIFY(sentMessages(requests.last()).last()[QStringLiteral("content")].toString().contains(QStringLiteral("Utilizator: mesajul 4")));
+        QVERIFY(sentMessages(requests.last())
+                    .last()[QStringLiteral("content")]
+                    .toString()
+                    .contains(QStringLiteral("Utilizator: mesajul 4")));
         QCOMPARE(store.memory()->summary(), QStringLiteral("• Îi place sculptura."));
         QCOMPARE(store.memory()->summarizedUserCount(), 4);
 
         // The summary now reaches the system prompt of the next turn.
         AsyncTest::await(store.send(QStringLiteral("mesajul 5")));
-        QVERIFY(sentMessages(chatRequests().constLast()).first()[QStringLiteral("content")].toString().contains(
-            QStringLiteral("Memorie de conversație:\n• Îi place sculptura.")));
+        QVERIFY(sentMessages(chatRequests().constLast())
+                    .first()[QStringLiteral("content")]
+                    .toString()
+                    .contains(QStringLiteral("Memorie de conversație:\n• Îi place sculptura.")));
     }
 
     void newConversationAndMemoryReset()
     {
-        answerWith({completion(QStringLiteral("salut"))});
+        answerWith({ completion(QStringLiteral("salut")) });
         ChatStore store;
         AsyncTest::await(store.send(QStringLiteral("salut")));
         store.clearConversation();
@@ -344,9 +367,9 @@ private Q_SLOTS:
         QCOMPARE(store.activityText(), QStringLiteral("Ține apăsat pentru a vorbi"));
 
         m_service->on("GET", QStringLiteral("/models"),
-                      Reply::json(QJsonObject{{QStringLiteral("data"),
-                                               QJsonArray{QJsonObject{{QStringLiteral("id"), QStringLiteral("m-1")},
-                                                                      {QStringLiteral("name"), QStringLiteral("Model Unu")}}}}}));
+            Reply::json(QJsonObject { { QStringLiteral("data"),
+                QJsonArray { QJsonObject { { QStringLiteral("id"), QStringLiteral("m-1") },
+                    { QStringLiteral("name"), QStringLiteral("Model Unu") } } } } }));
         const QString result = AsyncTest::await(store.testZenConnection());
         QVERIFY2(result.startsWith(QStringLiteral("Conectat")), qPrintable(result));
         store.settings()->setZenModelID(QStringLiteral("m-1"));

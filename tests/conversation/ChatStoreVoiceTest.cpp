@@ -52,7 +52,7 @@ private Q_SLOTS:
         m_home = std::make_unique<TemporaryHome>();
         m_service = std::make_unique<FakeHttpServer>();
         m_service->on("POST", QStringLiteral("/chat/completions"),
-                      Reply::json(ChatCompletionReplies::completion(QStringLiteral("Capitala este București."))));
+            Reply::json(ChatCompletionReplies::completion(QStringLiteral("Capitala este București."))));
         m_zenURL = std::make_unique<ScopedEnvironment>("KELO_ZEN_BASE_URL", m_service->baseUrl());
         m_key = std::make_unique<ScopedEnvironment>("KELO_ZEN_API_KEY", QStringLiteral("cheie"));
     }
@@ -80,7 +80,8 @@ private Q_SLOTS:
 
         AsyncTest::await(store.endPushToTalk());
         QVERIFY(!store.isPushToTalkActive());
-        QVERIFY(AsyncTest::waitUntil([&] { return store.messages().constLast().text == QStringLiteral("Capitala este București."); }, 30'000));
+        QVERIFY(AsyncTest::waitUntil(
+            [&] { return store.messages().constLast().text == QStringLiteral("Capitala este București."); }, 30'000));
 
         QCOMPARE(turns().size(), 1);
         const QList<ChatMessage> messages = store.messages();

@@ -19,12 +19,10 @@ class TimedOut : public std::runtime_error
 public:
     TimedOut()
         : std::runtime_error("the awaited task did not finish in time")
-    {
-    }
+    { }
 };
 
-template<typename T>
-T await(QCoro::Task<T> task, int timeoutMs = 30'000)
+template<typename T> T await(QCoro::Task<T> task, int timeoutMs = 30'000)
 {
     using Stored = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
     std::optional<Stored> result;
@@ -60,8 +58,7 @@ T await(QCoro::Task<T> task, int timeoutMs = 30'000)
 
 // The error of type E the task threw, or nothing when it succeeded or threw something else
 // (anything else is rethrown so the test shows it).
-template<typename E, typename T>
-std::optional<E> awaitError(QCoro::Task<T> task, int timeoutMs = 30'000)
+template<typename E, typename T> std::optional<E> awaitError(QCoro::Task<T> task, int timeoutMs = 30'000)
 {
     try {
         await(std::move(task), timeoutMs);
@@ -72,8 +69,7 @@ std::optional<E> awaitError(QCoro::Task<T> task, int timeoutMs = 30'000)
 }
 
 // Spins the event loop until the condition holds or the time runs out.
-template<typename Condition>
-bool waitUntil(Condition condition, int timeoutMs = 10'000)
+template<typename Condition> bool waitUntil(Condition condition, int timeoutMs = 10'000)
 {
     QEventLoop loop;
     QTimer poll;

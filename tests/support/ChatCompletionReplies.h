@@ -10,25 +10,27 @@ namespace ChatCompletionReplies {
 
 inline QJsonObject completion(const QString &content, const QJsonArray &toolCalls = {})
 {
-    QJsonObject message{{QStringLiteral("role"), QStringLiteral("assistant")}, {QStringLiteral("content"), content}};
+    QJsonObject message { { QStringLiteral("role"), QStringLiteral("assistant") },
+        { QStringLiteral("content"), content } };
     if (!toolCalls.isEmpty())
         message.insert(QStringLiteral("tool_calls"), toolCalls);
-    return {{QStringLiteral("choices"), QJsonArray{QJsonObject{{QStringLiteral("message"), message}}}}};
+    return { { QStringLiteral("choices"), QJsonArray { QJsonObject { { QStringLiteral("message"), message } } } } };
 }
 
 // Models send the arguments as JSON text; some send the object itself.
 enum class Arguments { asText, asObject };
 
-inline QJsonObject toolCall(const QString &id, const QString &name, const QJsonObject &arguments,
-                            Arguments form = Arguments::asText)
+inline QJsonObject toolCall(
+    const QString &id, const QString &name, const QJsonObject &arguments, Arguments form = Arguments::asText)
 {
     const QJsonValue encoded = form == Arguments::asText
         ? QJsonValue(QString::fromUtf8(QJsonDocument(arguments).toJson(QJsonDocument::Compact)))
         : QJsonValue(arguments);
     return {
-        {QStringLiteral("id"), id},
-        {QStringLiteral("type"), QStringLiteral("function")},
-        {QStringLiteral("function"), QJsonObject{{QStringLiteral("name"), name}, {QStringLiteral("arguments"), encoded}}},
+        { QStringLiteral("id"), id },
+        { QStringLiteral("type"), QStringLiteral("function") },
+        { QStringLiteral("function"),
+            QJsonObject { { QStringLiteral("name"), name }, { QStringLiteral("arguments"), encoded } } },
     };
 }
 

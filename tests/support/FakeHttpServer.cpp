@@ -62,8 +62,8 @@ FakeHttpServer::FakeHttpServer(QObject *parent)
     : QObject(parent)
 {
     m_server.setMissingHandler([this](const QHttpServerRequest &request, QHttpServerResponder &&responder) {
-        Request recorded{methodName(request.method()), request.url().path(), request.query(), request.headers(),
-                         request.body()};
+        Request recorded { methodName(request.method()), request.url().path(), request.query(), request.headers(),
+            request.body() };
         m_requests.append(recorded);
         auto held = std::make_shared<QHttpServerResponder>(std::move(responder));
 
@@ -108,7 +108,7 @@ void FakeHttpServer::on(const QByteArray &method, const QString &path, Handler h
         existing->handler = std::move(handler);
         return;
     }
-    m_routes.append(Route{method, path, std::move(handler), {}});
+    m_routes.append(Route { method, path, std::move(handler), {} });
 }
 
 void FakeHttpServer::on(const QByteArray &method, const QString &path, Reply reply)
@@ -119,7 +119,7 @@ void FakeHttpServer::on(const QByteArray &method, const QString &path, Reply rep
 void FakeHttpServer::enqueue(const QByteArray &method, const QString &path, Reply reply)
 {
     if (!route(method, path))
-        m_routes.append(Route{method, path, {}, {}});
+        m_routes.append(Route { method, path, {}, {} });
     route(method, path)->queue.append(std::move(reply));
 }
 

@@ -18,7 +18,7 @@ TemporaryHome::TemporaryHome()
     , m_previousCache(qgetenv("XDG_CACHE_HOME"))
     , m_previousSecretStore(qgetenv("KELO_SECRET_STORE"))
 {
-    for (const QString &sub : {QStringLiteral("config"), QStringLiteral("data"), QStringLiteral("cache")})
+    for (const QString &sub : { QStringLiteral("config"), QStringLiteral("data"), QStringLiteral("cache") })
         QDir(m_dir.path()).mkpath(sub);
     qputenv("XDG_CONFIG_HOME", configHome().toUtf8());
     qputenv("XDG_DATA_HOME", dataHome().toUtf8());

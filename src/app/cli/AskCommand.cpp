@@ -13,29 +13,29 @@ QString AskCommand::summary() const
 
 QString AskCommand::usage() const
 {
-    return QStringLiteral(
-        "Utilizare: kelo ask [--new] [--speak] TEXT…\n"
-        "           kelo ask [--new] [--speak] -        (textul se citește de la intrarea standard)\n"
-        "\n"
-        "Rulează o tură a conversației salvate și scrie pe stdout exact mesajul adăugat de Kelo\n"
-        "(răspunsul sau mesajul de eroare). Liniile de stare merg pe stderr.\n"
-        "\n"
-        "  --new     începe o conversație nouă înainte (memoria utilă rămâne)\n"
-        "  --speak   rostește răspunsul când „Răspunde cu voce” este activ\n"
-        "\n"
-        "Cod de ieșire: 0 răspuns primit, 1 tura a eșuat, 2 utilizare greșită.");
+    return QStringLiteral("Utilizare: kelo ask [--new] [--speak] TEXT…\n"
+                          "           kelo ask [--new] [--speak] -        (textul se citește de la intrarea standard)\n"
+                          "\n"
+                          "Rulează o tură a conversației salvate și scrie pe stdout exact mesajul adăugat de Kelo\n"
+                          "(răspunsul sau mesajul de eroare). Liniile de stare merg pe stderr.\n"
+                          "\n"
+                          "  --new     începe o conversație nouă înainte (memoria utilă rămâne)\n"
+                          "  --speak   rostește răspunsul când „Răspunde cu voce” este activ\n"
+                          "\n"
+                          "Cod de ieșire: 0 răspuns primit, 1 tura a eșuat, 2 utilizare greșită.");
 }
 
 QCoro::Task<int> AskCommand::run(CliSession &session, QStringList arguments)
 {
     QString error;
-    const auto args = CliArguments::parse(arguments, {QStringLiteral("--new"), QStringLiteral("--speak")}, {}, &error);
+    const auto args
+        = CliArguments::parse(arguments, { QStringLiteral("--new"), QStringLiteral("--speak") }, {}, &error);
     if (!args) {
         Terminal::err(error);
         co_return ExitCode::usage;
     }
     QString text = args->positional.join(QLatin1Char(' '));
-    if (args->positional == QStringList{QStringLiteral("-")}) {
+    if (args->positional == QStringList { QStringLiteral("-") }) {
         QStringList lines;
         while (const auto line = Terminal::readPlainLine())
             lines.append(*line);

@@ -8,20 +8,37 @@
 #include "conversation/ChatStore.h"
 #include "conversation/ConversationMemoryStore.h"
 #include "settings/AppSettings.h"
+#include "voice/SpeechService.h"
 
 namespace {
 
 QString helpText()
 {
-    return QStringLiteral("Comenzi: /new conversație nouă · /memory ce își amintește Kelo · /quit ieșire · /help");
+    return QStringLiteral(
+        "Comenzi: Enter pe un rând gol (sau /talk) vorbește, Enter din nou trimite · /new conversație "
+        "nouă · /memory ce își amintește Kelo · /quit ieșire · /help");
+}
+
+// Push-to-talk in a terminal: there is no key release to see, so a second Enter ends listening.
+QCoro::Task<> talk(ChatStore &store, TurnRunner &runner, bool interactive)
+{
+    const bool started = co_await runner.talk([interactive]() -> QCoro::Task<> {
+        if (interactive)
+            co_await Terminal::waitForEnter();
+        else
+            Terminal::readPlainLine();
+    });
+    if (!started)
+        Terminal::err(store.speech()->lastError());
+    co_await runner.waitForSpeech();
 }
 
 void showMemory(ChatStore &store)
 {
     const QString summary = store.memory()->summary();
     Terminal::out(summary.isEmpty()
-                      ? QStringLiteral("Memoria se construiește automat pe măsură ce conversația progresează.")
-                      : summary);
+            ? QStringLiteral("Memoria se construiește automat pe măsură ce conversația progresează.")
+            : summary);
 }
 
 } // namespace
@@ -33,19 +50,20 @@ QString ChatCommand::summary() const
 
 QString ChatCommand::usage() const
 {
-    return QStringLiteral("Utilizare: kelo chat [--speak]\n"
-                          "\n"
-                          "Conversație interactivă cu Kelo. Liniile de stare ale instrumentelor apar cât timp rulează.\n"
-                          "\n"
-                          "  --speak   rostește răspunsurile când „Răspunde cu voce” este activ\n"
-                          "\n")
+    return QStringLiteral(
+               "Utilizare: kelo chat [--speak]\n"
+               "\n"
+               "Conversație interactivă cu Kelo. Liniile de stare ale instrumentelor apar cât timp rulează.\n"
+               "\n"
+               "  --speak   rostește răspunsurile când „Răspunde cu voce” este activ\n"
+               "\n")
         + helpText();
 }
 
 QCoro::Task<int> ChatCommand::run(CliSession &session, QStringList arguments)
 {
     QString error;
-    const auto args = CliArguments::parse(arguments, {QStringLiteral("--speak")}, {}, &error);
+    const auto args = CliArguments::parse(arguments, { QStringLiteral("--speak") }, {}, &error);
     if (!args || !args->positional.isEmpty()) {
         Terminal::err(args ? QStringLiteral("Argument neașteptat: %1").arg(args->positional.first()) : error);
         co_return ExitCode::usage;
@@ -60,10 +78,19 @@ QCoro::Task<int> ChatCommand::run(CliSession &session, QStringList arguments)
 
     TurnRunner runner(store);
     QObject::connect(&runner, &TurnRunner::replied,
-                     [](const ChatMessage &reply, bool) { Terminal::out(QStringLiteral("Kelo: ") + reply.text); });
+        [](const ChatMessage &reply, bool) { Terminal::out(QStringLiteral("Kelo: ") + reply.text); });
+    QObject::connect(&runner, &TurnRunner::listening,
+        [] { Terminal::err(QStringLiteral("🎙  Ascult… apasă Enter când ai terminat.")); });
+    QObject::connect(
+        &runner, &TurnRunner::heard, [](const QString &text) { Terminal::out(QStringLiteral("Tu (voce): ") + text); });
+    const bool interactive = Terminal::stdinIsTerminal();
     LineEditor editor;
     while (const auto line = editor.readLine(QStringLiteral("Tu: "))) {
         const QString text = line->trimmed();
+        if ((text.isEmpty() && interactive) || text == QLatin1String("/talk")) {
+            co_await talk(store, runner, interactive);
+            continue;
+        }
         if (text.isEmpty())
             continue;
         if (text == QLatin1String("/quit") || text == QLatin1String("/exit"))

@@ -1,7 +1,7 @@
 #include "CliArguments.h"
 
-std::optional<CliArguments> CliArguments::parse(const QStringList &words, const QSet<QString> &flags,
-                                                const QSet<QString> &options, QString *error)
+std::optional<CliArguments> CliArguments::parse(
+    const QStringList &words, const QSet<QString> &flags, const QSet<QString> &options, QString *error)
 {
     CliArguments parsed;
     bool optionsEnded = false;

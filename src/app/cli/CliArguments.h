@@ -14,8 +14,8 @@ class CliArguments
 public:
     QStringList positional;
 
-    static std::optional<CliArguments> parse(const QStringList &words, const QSet<QString> &flags,
-                                             const QSet<QString> &options, QString *error);
+    static std::optional<CliArguments> parse(
+        const QStringList &words, const QSet<QString> &flags, const QSet<QString> &options, QString *error);
 
     bool has(const QString &flag) const { return m_flags.contains(flag); }
     std::optional<QString> value(const QString &option) const;

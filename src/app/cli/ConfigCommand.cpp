@@ -11,8 +11,8 @@
 
 namespace {
 
-const QStringList secretProperties{QStringLiteral("zenAPIKey"), QStringLiteral("googleTTSAPIKey"),
-                                   QStringLiteral("azureSpeechKey"), QStringLiteral("elevenAPIKey")};
+const QStringList secretProperties { QStringLiteral("zenAPIKey"), QStringLiteral("googleTTSAPIKey"),
+    QStringLiteral("azureSpeechKey"), QStringLiteral("elevenAPIKey") };
 
 QList<QMetaProperty> settingProperties()
 {
@@ -94,14 +94,15 @@ QString ConfigCommand::usage() const
     QStringList names;
     for (const QMetaProperty &property : settingProperties())
         names.append(QLatin1String(property.name()));
-    return QStringLiteral("Utilizare: kelo config list [--show-secrets]\n"
-                          "           kelo config get KEY [--show-secrets]\n"
-                          "           kelo config set KEY VALUE\n"
-                          "\n"
-                          "Cheile sunt numele setărilor; valorile presetărilor sunt titlurile lor (de ex. Echilibrat),\n"
-                          "valorile logice true/false. Cheile API sunt mascate fără --show-secrets.\n"
-                          "\n"
-                          "Setări: ")
+    return QStringLiteral(
+               "Utilizare: kelo config list [--show-secrets]\n"
+               "           kelo config get KEY [--show-secrets]\n"
+               "           kelo config set KEY VALUE\n"
+               "\n"
+               "Cheile sunt numele setărilor; valorile presetărilor sunt titlurile lor (de ex. Echilibrat),\n"
+               "valorile logice true/false. Cheile API sunt mascate fără --show-secrets.\n"
+               "\n"
+               "Setări: ")
         + names.join(QStringLiteral(", "));
 }
 
@@ -124,8 +125,8 @@ int ConfigCommand::set(AppSettings &settings, const QMetaProperty &property, con
     const QString name = QLatin1String(property.name());
     if (!property.isWritable()) {
         Terminal::err(name == QLatin1String("mcpServers")
-                          ? QStringLiteral("Serverele MCP se schimbă cu „kelo mcp”.")
-                          : QStringLiteral("Setarea %1 nu poate fi schimbată.").arg(name));
+                ? QStringLiteral("Serverele MCP se schimbă cu „kelo mcp”.")
+                : QStringLiteral("Setarea %1 nu poate fi schimbată.").arg(name));
         return ExitCode::usage;
     }
     if (const auto allowed = allowedValues(name); allowed && !allowed->contains(value)) {
@@ -162,7 +163,7 @@ int ConfigCommand::set(AppSettings &settings, const QMetaProperty &property, con
 QCoro::Task<int> ConfigCommand::run(CliSession &session, QStringList arguments)
 {
     QString error;
-    const auto args = CliArguments::parse(arguments, {QStringLiteral("--show-secrets")}, {}, &error);
+    const auto args = CliArguments::parse(arguments, { QStringLiteral("--show-secrets") }, {}, &error);
     if (!args || args->positional.isEmpty()) {
         Terminal::err(args ? usage() : error);
         co_return ExitCode::usage;
@@ -173,7 +174,8 @@ QCoro::Task<int> ConfigCommand::run(CliSession &session, QStringList arguments)
 
     if (action == QLatin1String("list") && args->positional.size() == 1) {
         for (const QMetaProperty &property : settingProperties())
-            Terminal::out(QStringLiteral("%1 = %2").arg(QLatin1String(property.name()), display(settings, property, showSecrets)));
+            Terminal::out(QStringLiteral("%1 = %2").arg(
+                QLatin1String(property.name()), display(settings, property, showSecrets)));
         co_return ExitCode::success;
     }
     const bool isGet = action == QLatin1String("get") && args->positional.size() == 2;

@@ -20,7 +20,8 @@ QString MemoryCommand::usage() const
 
 QCoro::Task<int> MemoryCommand::run(CliSession &session, QStringList arguments)
 {
-    if (arguments.size() != 1 || (arguments.first() != QLatin1String("show") && arguments.first() != QLatin1String("clear"))) {
+    if (arguments.size() != 1
+        || (arguments.first() != QLatin1String("show") && arguments.first() != QLatin1String("clear"))) {
         Terminal::err(usage());
         co_return ExitCode::usage;
     }
@@ -32,8 +33,8 @@ QCoro::Task<int> MemoryCommand::run(CliSession &session, QStringList arguments)
         co_return ExitCode::success;
     }
     Terminal::out(memory->summary().isEmpty()
-                      ? QStringLiteral("Memoria se construiește automat pe măsură ce conversația progresează.")
-                      : memory->summary());
+            ? QStringLiteral("Memoria se construiește automat pe măsură ce conversația progresează.")
+            : memory->summary());
     Terminal::err(QStringLiteral("%1 mesaje păstrate · rezumatul acoperă %2 mesaje ale tale · %3")
                       .arg(memory->messages().size())
                       .arg(memory->summarizedUserCount())

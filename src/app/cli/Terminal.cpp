@@ -1,5 +1,8 @@
 #include "Terminal.h"
 
+#include <QCoroSignal>
+#include <QSocketNotifier>
+
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -55,6 +58,15 @@ std::optional<QString> readPlainLine()
     if (!any)
         return std::nullopt;
     return QString::fromUtf8(line.data(), qsizetype(line.size()));
+}
+
+QCoro::Task<> waitForEnter()
+{
+    // A terminal in its usual line mode hands over the whole line at once when Enter is pressed.
+    QSocketNotifier notifier(STDIN_FILENO, QSocketNotifier::Read);
+    co_await qCoro(&notifier, &QSocketNotifier::activated);
+    char line[4096];
+    [[maybe_unused]] const ssize_t got = ::read(STDIN_FILENO, line, sizeof line);
 }
 
 } // namespace Terminal

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoroTask>
 #include <QString>
 
 #include <optional>
@@ -16,5 +17,8 @@ bool stdinIsTerminal();
 bool stderrIsTerminal();
 // One line from stdin when it is not a terminal; nothing at its end.
 std::optional<QString> readPlainLine();
+// Completes when a line has been typed on the terminal, while the event loop keeps running (audio
+// capture goes on meanwhile). Reads the descriptor directly, so nothing is left in stdio's buffer.
+QCoro::Task<> waitForEnter();
 
 } // namespace Terminal

@@ -5,43 +5,72 @@
 #include "voice/SpeechService.h"
 
 #include <QCoroTimer>
-#include <QScopeGuard>
+
+namespace {
+constexpr std::chrono::milliseconds pollInterval(50);
+}
 
 TurnRunner::TurnRunner(ChatStore &store)
     : m_store(store)
 {
+    connect(&m_store, &ChatStore::messageAppended, this, [this](const ChatMessage &message) {
+        if (message.role == ChatMessage::Role::assistant)
+            m_reply = message;
+        else if (message.role == ChatMessage::Role::user)
+            m_reply.reset();
+    });
+    connect(&m_store, &ChatStore::turnFinished, this, [this](bool answered) {
+        m_lastOutcome = { m_reply, answered };
+        if (m_reply)
+            Q_EMIT replied(*m_reply, answered);
+    });
+    connect(&m_store, &ChatStore::toolStatusChanged, this, [this] {
+        if (!m_store.toolStatus().isEmpty())
+            Terminal::err(QStringLiteral("  · ") + m_store.toolStatus());
+    });
 }
 
 QCoro::Task<TurnRunner::Outcome> TurnRunner::run(QString text)
 {
-    Outcome outcome;
-    const auto appended = connect(&m_store, &ChatStore::messageAppended, this, [&outcome](const ChatMessage &message) {
-        if (message.role == ChatMessage::Role::assistant)
-            outcome.reply = message;
-    });
-    const auto finished = connect(&m_store, &ChatStore::turnFinished, this, [this, &outcome](bool answered) {
-        outcome.answered = answered;
-        if (outcome.reply)
-            Q_EMIT replied(*outcome.reply, answered);
-    });
-    const auto status = connect(&m_store, &ChatStore::toolStatusChanged, this, [this] {
-        if (!m_store.toolStatus().isEmpty())
-            Terminal::err(QStringLiteral("  · ") + m_store.toolStatus());
-    });
-    const auto disconnectAll = qScopeGuard([&] {
-        disconnect(appended);
-        disconnect(finished);
-        disconnect(status);
-    });
+    m_lastOutcome = {};
     co_await m_store.send(text);
-    co_return outcome;
+    co_return m_lastOutcome;
+}
+
+QCoro::Task<bool> TurnRunner::talk(std::function<QCoro::Task<>()> released)
+{
+    SpeechService *speech = m_store.speech();
+    co_await m_store.beginPushToTalk();
+    if (!m_store.isPushToTalkActive())
+        co_return false;
+    Q_EMIT listening();
+
+    const auto partials = connect(speech, &SpeechService::transcriptChanged, this, [speech] {
+        if (Terminal::stderrIsTerminal() && !speech->transcript().isEmpty())
+            Terminal::errInline(QStringLiteral("\r\033[K  … ") + speech->transcript());
+    });
+    const auto spoken = connect(&m_store, &ChatStore::messageAppended, this, [this](const ChatMessage &message) {
+        if (message.role == ChatMessage::Role::user)
+            Q_EMIT heard(message.text);
+    });
+    co_await released();
+    co_await m_store.endPushToTalk();
+    // The final transcript starts the turn in the same pass that ends listening, so there is no
+    // moment in which both are false before the turn is over.
+    while (speech->isListening() || m_store.isThinking())
+        co_await QCoro::sleepFor(pollInterval);
+    disconnect(partials);
+    disconnect(spoken);
+    if (Terminal::stderrIsTerminal())
+        Terminal::errInline(QStringLiteral("\r\033[K"));
+    co_return true;
 }
 
 QCoro::Task<> TurnRunner::waitForSpeech()
 {
-    SpeechService *speech = m_store.speech();
     // Polled rather than awaited on the change signal: the speaking state flips several times in one
     // event-loop pass and a terminal does not need a faster answer than this.
+    SpeechService *speech = m_store.speech();
     while (speech->isSpeaking() || speech->isPreparingVoice())
-        co_await QCoro::sleepFor(std::chrono::milliseconds(50));
+        co_await QCoro::sleepFor(pollInterval);
 }

@@ -9,8 +9,9 @@
 
 class ChatStore;
 
-// Runs one turn of the store from the terminal: tool status lines go to stderr while tools run, and
-// the assistant message the turn appended is handed back as soon as it exists.
+// Runs turns of the store from the terminal: tool status lines go to stderr while tools run, and the
+// assistant message each turn appends is handed on as soon as it exists — for typed turns and for
+// the turns the store starts itself from a spoken transcript.
 class TurnRunner : public QObject
 {
     Q_OBJECT
@@ -25,13 +26,22 @@ public:
     explicit TurnRunner(ChatStore &store);
 
     QCoro::Task<Outcome> run(QString text);
+    // Push-to-talk: listens until `released` completes, then waits for the turn the transcript
+    // started (if any). False when listening could not start.
+    QCoro::Task<bool> talk(std::function<QCoro::Task<>()> released);
     // Waits until the answer has been spoken (when the turn started speaking it).
     QCoro::Task<> waitForSpeech();
 
 Q_SIGNALS:
     // The turn's assistant message, before memory compaction (which may still run) ends.
     void replied(const ChatMessage &message, bool answered);
+    // Push-to-talk started: the microphone is on.
+    void listening();
+    // The user's words as the recogniser heard them, when a spoken turn starts.
+    void heard(const QString &text);
 
 private:
     ChatStore &m_store;
+    std::optional<ChatMessage> m_reply;
+    Outcome m_lastOutcome;
 };
