@@ -1,5 +1,6 @@
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
+#include "KeloProcess.h"
 #include "RandomWhisperModel.h"
 #include "TemporaryHome.h"
 #include "VoiceSamples.h"
@@ -10,17 +11,12 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+using Run = KeloProcess::Result;
+
 // `kelo listen` and `kelo model` as a user runs them.
 class CliListenTest : public QObject
 {
     Q_OBJECT
-
-    struct Run
-    {
-        int exitCode = -1;
-        QString out;
-        QString err;
-    };
 
     QTemporaryDir m_dir;
     QString m_model;
@@ -30,17 +26,8 @@ class CliListenTest : public QObject
 
     Run kelo(const QStringList &arguments)
     {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("KELO_WHISPER_MODEL_BASE_URL"), m_server.baseUrl());
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(KELO_CLI_PATH), arguments);
-        process.closeWriteChannel();
-        const bool finished = AsyncTest::waitUntil([&] { return process.state() == QProcess::NotRunning; }, 60'000);
-        if (!finished)
-            process.kill();
-        return { finished ? process.exitCode() : -1, QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError()) };
+        return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments,
+            { { { QStringLiteral("KELO_WHISPER_MODEL_BASE_URL"), m_server.baseUrl() } } });
     }
 
 private Q_SLOTS:

@@ -1,6 +1,7 @@
 #include "AsyncTest.h"
 #include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
+#include "KeloProcess.h"
 #include "TemporaryHome.h"
 
 #include <QFile>
@@ -13,16 +14,7 @@ using ChatCompletionReplies::Arguments;
 using ChatCompletionReplies::completion;
 using ChatCompletionReplies::toolCall;
 
-namespace {
-
-struct Run
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-} // namespace
+using Run = KeloProcess::Result;
 
 // The `kelo` executable as a user runs it: output streams, exit codes and files on disk.
 class CliTest : public QObject
@@ -35,20 +27,11 @@ class CliTest : public QObject
     // The server lives in this process, so the event loop must keep running while kelo works.
     Run kelo(const QStringList &arguments, const QByteArray &input = {}, const QString &key = QStringLiteral("cheie"))
     {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("KELO_ZEN_BASE_URL"), m_service->baseUrl());
-        environment.insert(QStringLiteral("KELO_WIKIPEDIA_BASE_URL"), m_service->baseUrl());
-        environment.insert(QStringLiteral("KELO_ZEN_API_KEY"), key);
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(KELO_CLI_PATH), arguments);
-        process.write(input);
-        process.closeWriteChannel();
-        const bool finished = AsyncTest::waitUntil([&] { return process.state() == QProcess::NotRunning; }, 60'000);
-        if (!finished)
-            process.kill();
-        return { finished ? process.exitCode() : -1, QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError()) };
+        return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments,
+            { { { QStringLiteral("KELO_ZEN_BASE_URL"), m_service->baseUrl() },
+                  { QStringLiteral("KELO_WIKIPEDIA_BASE_URL"), m_service->baseUrl() },
+                  { QStringLiteral("KELO_ZEN_API_KEY"), key } },
+                input });
     }
 
 private Q_SLOTS:

@@ -1,6 +1,7 @@
 #include "AsyncTest.h"
 #include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
+#include "KeloProcess.h"
 #include "TemporaryHome.h"
 #include "VoiceTestSupport.h"
 
@@ -11,20 +12,7 @@
 
 using Reply = FakeHttpServer::Reply;
 
-namespace {
-
-struct Run
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-    qint64 elapsedMs = 0;
-
-    // The command's own message: a warning about where secrets are kept may come first.
-    QString lastErrorLine() const { return err.trimmed().split(QLatin1Char('\n')).last(); }
-};
-
-} // namespace
+using Run = KeloProcess::Result;
 
 // `kelo say` and `kelo voices` as a user runs them, against loopback voice services.
 class CliVoiceTest : public QObject
@@ -37,21 +25,11 @@ class CliVoiceTest : public QObject
     // The server lives in this process, so the event loop must keep running while kelo works.
     Run kelo(const QStringList &arguments)
     {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        KeloProcess::Options options;
         for (const char *variable :
             { "KELO_GOOGLE_TTS_BASE_URL", "KELO_AZURE_TTS_BASE_URL", "KELO_ELEVENLABS_BASE_URL", "KELO_ZEN_BASE_URL" })
-            environment.insert(QString::fromLatin1(variable), m_service->baseUrl());
-        process.setProcessEnvironment(environment);
-        QElapsedTimer clock;
-        clock.start();
-        process.start(QStringLiteral(KELO_CLI_PATH), arguments);
-        process.closeWriteChannel();
-        const bool finished = AsyncTest::waitUntil([&] { return process.state() == QProcess::NotRunning; }, 60'000);
-        if (!finished)
-            process.kill();
-        return { finished ? process.exitCode() : -1, QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError()), clock.elapsed() };
+            options.environment.append({ QString::fromLatin1(variable), m_service->baseUrl() });
+        return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, options);
     }
 
     void configure(const QString &key, const QString &value)
@@ -99,11 +77,13 @@ private Q_SLOTS:
     void askSpeaksItsAnswerOnlyWhenAsked()
     {
         KELO_REQUIRE_AUDIO();
-        const QByteArray mp3 = VoiceTestSupport::makeSpeechMp3(QStringLiteral("Coloana infinitului este la Târgu Jiu."));
+        const QByteArray mp3
+            = VoiceTestSupport::makeSpeechMp3(QStringLiteral("Coloana infinitului este la Târgu Jiu."));
         if (mp3.isEmpty())
             QSKIP("espeak-ng and lame are needed to make test audio");
         const QString answer = QStringLiteral("Coloana infinitului este la Târgu Jiu.");
-        m_service->on("POST", QStringLiteral("/chat/completions"), Reply::json(ChatCompletionReplies::completion(answer)));
+        m_service->on(
+            "POST", QStringLiteral("/chat/completions"), Reply::json(ChatCompletionReplies::completion(answer)));
         m_service->on("POST", QStringLiteral("/v1/text-to-speech/v1"), Reply::text(mp3, 200, "audio/mpeg"));
         configure(QStringLiteral("zenAPIKey"), QStringLiteral("cheie-zen"));
         configure(QStringLiteral("voiceEngine"), QStringLiteral("ElevenLabs"));
@@ -116,11 +96,16 @@ private Q_SLOTS:
 
         VoiceTestSupport::MonitorRecording recording;
         QVERIFY(recording.isRecording());
-        const Run spoken = kelo({ QStringLiteral("ask"), QStringLiteral("--speak"), QStringLiteral("Unde e Coloana?") });
+        const Run spoken
+            = kelo({ QStringLiteral("ask"), QStringLiteral("--speak"), QStringLiteral("Unde e Coloana?") });
         const VoiceTestSupport::AudioLevels levels = VoiceTestSupport::measure(recording.stop());
         QCOMPARE(spoken.exitCode, 0);
         QCOMPARE(spoken.out, answer + QLatin1Char('\n'));
-        QCOMPARE(m_service->requests(QStringLiteral("/v1/text-to-speech/v1")).first().json()[QStringLiteral("text")].toString(), answer);
+        QCOMPARE(m_service->requests(QStringLiteral("/v1/text-to-speech/v1"))
+                     .first()
+                     .json()[QStringLiteral("text")]
+                     .toString(),
+            answer);
         QVERIFY2(levels.audibleSeconds > 1.0, qPrintable(QString::number(levels.audibleSeconds)));
 
         // With "Răspunde cu voce" off, --speak stays quiet.

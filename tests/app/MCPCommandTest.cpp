@@ -1,5 +1,6 @@
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
+#include "KeloProcess.h"
 #include "TemporaryHome.h"
 #include "skills/OAuthCallbackChannel.h"
 
@@ -14,16 +15,7 @@
 
 using Reply = FakeHttpServer::Reply;
 
-namespace {
-
-struct Run
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-} // namespace
+using Run = KeloProcess::Result;
 
 // `kelo mcp` as a user runs it: the server list on disk, exit codes, and an OAuth connection whose
 // browser is played by this test.
@@ -38,23 +30,12 @@ class MCPCommandTest : public QObject
 
     Run kelo(const QStringList &arguments, const std::function<void()> &whileRunning = {})
     {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_runtimeDir);
-        environment.insert(QStringLiteral("BROWSER"), m_home->path() + QStringLiteral("/browser.sh"));
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(KELO_CLI_PATH), arguments);
-        const bool finished = AsyncTest::waitUntil(
-            [&] {
-                if (whileRunning)
-                    whileRunning();
-                return process.state() == QProcess::NotRunning;
-            },
-            60'000);
-        if (!finished)
-            process.kill();
-        return { finished ? process.exitCode() : -1, QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError()) };
+        KeloProcess::Options options;
+        options.environment = { { QStringLiteral("XDG_RUNTIME_DIR"), m_runtimeDir },
+            { QStringLiteral("BROWSER"), m_home->path() + QStringLiteral("/browser.sh") } };
+        options.input = {};
+        options.whileRunning = whileRunning;
+        return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, options);
     }
 
     QJsonArray storedServers()
