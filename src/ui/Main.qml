@@ -1,0 +1,40 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Controls.Material
+
+// The companion's window. Closing it keeps Kelo in the tray while the background conversation
+// switch is on; a hidden window stops the orb's animation.
+ApplicationWindow {
+    id: window
+
+    required property var store
+    property var actions
+    property bool trayAvailable: false
+
+    title: "Kelo"
+    minimumWidth: 380
+    minimumHeight: 560
+    color: Theme.background
+
+    Material.theme: Material.Dark
+    Material.accent: Theme.accent
+    Material.primary: Theme.indigo
+    Material.background: Theme.background
+    Material.foreground: Theme.text
+
+    onClosing: close => {
+        if (trayAvailable && store.settings.backgroundConversationEnabled) {
+            close.accepted = false
+            window.hide()
+        }
+    }
+
+    RootView {
+        id: root
+        objectName: "rootView"
+        anchors.fill: parent
+        store: window.store
+        actions: window.actions
+        animating: window.visible && window.visibility !== Window.Minimized
+    }
+}
