@@ -139,6 +139,10 @@ Q_SIGNALS:
 
 private:
     void persistServers();
+    // Writes one value to the settings file at once and keeps the file private.
+    void persist(const QString &key, const QVariant &value);
+    // Emits the property's own signal, then changed().
+    void announce(void (AppSettings::*signal)());
 
     QSettings m_defaults;
     SecureStore m_secureStore;

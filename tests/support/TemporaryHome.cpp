@@ -16,12 +16,14 @@ TemporaryHome::TemporaryHome()
     : m_previousConfig(qgetenv("XDG_CONFIG_HOME"))
     , m_previousData(qgetenv("XDG_DATA_HOME"))
     , m_previousCache(qgetenv("XDG_CACHE_HOME"))
+    , m_previousSecretStore(qgetenv("KELO_SECRET_STORE"))
 {
     for (const QString &sub : {QStringLiteral("config"), QStringLiteral("data"), QStringLiteral("cache")})
         QDir(m_dir.path()).mkpath(sub);
     qputenv("XDG_CONFIG_HOME", configHome().toUtf8());
     qputenv("XDG_DATA_HOME", dataHome().toUtf8());
     qputenv("XDG_CACHE_HOME", cacheHome().toUtf8());
+    qputenv("KELO_SECRET_STORE", "file");
     pointSettingsAt(configHome());
 }
 
@@ -36,6 +38,7 @@ TemporaryHome::~TemporaryHome()
     restore("XDG_CONFIG_HOME", m_previousConfig);
     restore("XDG_DATA_HOME", m_previousData);
     restore("XDG_CACHE_HOME", m_previousCache);
+    restore("KELO_SECRET_STORE", m_previousSecretStore);
     pointSettingsAt(m_previousConfig.isEmpty() ? QDir::homePath() + QStringLiteral("/.config")
                                                : QString::fromUtf8(m_previousConfig));
 }

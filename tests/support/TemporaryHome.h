@@ -5,7 +5,9 @@
 #include <QTemporaryDir>
 
 // Points the XDG directories (and QSettings) at a fresh temporary folder for one test, and puts
-// them back afterwards, so no test reads or writes the developer's real files.
+// them back afterwards, so no test reads or writes the developer's real files. Secrets go to the
+// file store inside that folder (KELO_SECRET_STORE=file), never to the developer's keychain; a test
+// of the keychain itself clears the variable with a ScopedEnvironment.
 class TemporaryHome
 {
 public:
@@ -25,6 +27,7 @@ private:
     QByteArray m_previousConfig;
     QByteArray m_previousData;
     QByteArray m_previousCache;
+    QByteArray m_previousSecretStore;
 };
 
 // Sets an environment variable for one scope and restores it afterwards.

@@ -1,0 +1,412 @@
+#include "AppSettings.h"
+
+#include "PrivateFile.h"
+
+#include <QJsonDocument>
+
+#include <cmath>
+
+namespace {
+
+// Keys of the settings file; three of them differ from the property names.
+namespace Key {
+const QString zenModelID = QStringLiteral("zenModelID");
+const QString personality = QStringLiteral("personality");
+const QString responseLength = QStringLiteral("responseLength");
+const QString customPrompt = QStringLiteral("customPrompt");
+const QString autoSpeak = QStringLiteral("autoSpeak");
+const QString internetEnabled = QStringLiteral("internet");
+const QString preferOnDeviceSpeech = QStringLiteral("onDeviceSpeech");
+const QString voiceRate = QStringLiteral("voiceRate");
+const QString voiceIdentifier = QStringLiteral("voiceIdentifier");
+const QString voiceEngine = QStringLiteral("voiceEngine");
+const QString googleVoiceName = QStringLiteral("googleVoiceName");
+const QString azureRegion = QStringLiteral("azureRegion");
+const QString azureVoiceName = QStringLiteral("azureVoiceName");
+const QString elevenVoiceID = QStringLiteral("elevenVoiceID");
+const QString backgroundConversation = QStringLiteral("backgroundConversation");
+const QString memoryEnabled = QStringLiteral("memoryEnabled");
+const QString autoSkillsEnabled = QStringLiteral("autoSkillsEnabled");
+const QString mcpServers = QStringLiteral("mcpServers");
+} // namespace Key
+
+// Keychain accounts are the property names.
+namespace Account {
+const QString zenAPIKey = QStringLiteral("zenAPIKey");
+const QString googleTTSAPIKey = QStringLiteral("googleTTSAPIKey");
+const QString azureSpeechKey = QStringLiteral("azureSpeechKey");
+const QString elevenAPIKey = QStringLiteral("elevenAPIKey");
+} // namespace Account
+
+// Set (non-empty) for headless runs: the Zen key to use instead of the stored one. It is never
+// written to the keychain or the settings file.
+constexpr const char *zenKeyVariable = "KELO_ZEN_API_KEY";
+
+const QString promptIntroduction = QStringLiteral(
+    "Ești Kelo, un companion AI personal pentru iPhone.\n"
+    "Răspunde ÎNTOTDEAUNA în limba română, cu excepția cazului în care utilizatorul cere explicit altă limbă.\n"
+    "Răspunde direct, natural și conversațional. Nu folosi formule generice precum «How can I help you today?».\n");
+
+const QString promptRules = QStringLiteral(
+    "\nNu expune chain-of-thought, analiză internă, note de lucru, etichete <think> sau pașii interni ai "
+    "raționamentului.\n"
+    "Dacă ai instrumente MCP disponibile, folosește-le numai când sunt necesare pentru a îndeplini cererea; nu "
+    "le apela pentru conversație obișnuită.\n"
+    "Dacă un instrument este necesar, preferă rezultatul real al instrumentului în locul presupunerilor.\n");
+
+QString readString(const QSettings &settings, const QString &key, const QString &fallback)
+{
+    const QVariant value = settings.value(key);
+    return value.typeId() == QMetaType::QString ? value.toString() : fallback;
+}
+
+// The INI file hands every value back as text after a restart, and QVariant would turn any text
+// but "false" into true; only a real boolean or its spelling counts.
+bool readBool(const QSettings &settings, const QString &key, bool fallback)
+{
+    const QVariant value = settings.value(key);
+    if (value.typeId() == QMetaType::Bool)
+        return value.toBool();
+    if (value.typeId() != QMetaType::QString)
+        return fallback;
+    const QString text = value.toString();
+    if (text.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0)
+        return true;
+    if (text.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0)
+        return false;
+    return fallback;
+}
+
+// Infinity and NaN parse as numbers but are no usable rate.
+double readDouble(const QSettings &settings, const QString &key, double fallback)
+{
+    const QVariant value = settings.value(key);
+    const int type = value.typeId();
+    if (type != QMetaType::QString && type != QMetaType::Double && type != QMetaType::Float && type != QMetaType::Int
+        && type != QMetaType::LongLong)
+        return fallback;
+    bool ok = false;
+    const double number = type == QMetaType::QString ? value.toString().toDouble(&ok) : value.toDouble(&ok);
+    return ok && std::isfinite(number) ? number : fallback;
+}
+
+template<typename Enum>
+Enum readPreset(
+    const QSettings &settings, const QString &key, std::optional<Enum> (*fromRawValue)(const QString &), Enum fallback)
+{
+    const QVariant value = settings.value(key);
+    if (value.typeId() != QMetaType::QString)
+        return fallback;
+    return fromRawValue(value.toString()).value_or(fallback);
+}
+
+// An unchanged value is left alone (not rewritten, not announced), so a stored value that could not
+// be read keeps its text until the user really changes that setting.
+template<typename T> bool assign(T &member, const T &value)
+{
+    if (member == value)
+        return false;
+    member = value;
+    return true;
+}
+
+QList<MCPServerConfig> readServers(const QSettings &settings)
+{
+    const QVariant value = settings.value(Key::mcpServers);
+    QByteArray data;
+    if (value.typeId() == QMetaType::QString)
+        data = value.toString().toUtf8();
+    else if (value.typeId() == QMetaType::QByteArray)
+        data = value.toByteArray();
+    else
+        return {};
+    return MCPServerConfig::listFromJson(data).value_or(QList<MCPServerConfig>());
+}
+
+} // namespace
+
+AppSettings::AppSettings(QObject *parent)
+    : QObject(parent)
+    , m_defaults(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"))
+{
+    // The file carries MCP bearer tokens: it exists with mode 0600 before anything is written to it.
+    PrivateFile::ensure(m_defaults.fileName());
+
+    m_zenModelID = readString(m_defaults, Key::zenModelID, QStringLiteral("big-pickle"));
+    m_zenAPIKey = m_secureStore.read(Account::zenAPIKey).value_or(QString());
+    const QString zenKeyOverride = qEnvironmentVariable(zenKeyVariable);
+    if (!zenKeyOverride.isEmpty())
+        m_zenAPIKey = zenKeyOverride;
+    m_personality
+        = readPreset(m_defaults, Key::personality, &Presets::personalityFromRawValue, PersonalityPreset::companion);
+    m_responseLength = readPreset(
+        m_defaults, Key::responseLength, &Presets::responseLengthFromRawValue, ResponseLengthPreset::short_);
+    m_customPrompt = readString(m_defaults, Key::customPrompt, QString());
+    m_autoSpeak = readBool(m_defaults, Key::autoSpeak, true);
+    m_internetEnabled = readBool(m_defaults, Key::internetEnabled, true);
+    m_preferOnDeviceSpeech = readBool(m_defaults, Key::preferOnDeviceSpeech, true);
+    m_voiceRate = readDouble(m_defaults, Key::voiceRate, 0.45);
+    m_voiceIdentifier = readString(m_defaults, Key::voiceIdentifier, QString());
+    m_voiceEngine
+        = readPreset(m_defaults, Key::voiceEngine, &Presets::voiceEngineFromRawValue, VoiceEnginePreset::appleLocal);
+    m_googleTTSAPIKey = m_secureStore.read(Account::googleTTSAPIKey).value_or(QString());
+    m_googleVoiceName = readString(m_defaults, Key::googleVoiceName, QStringLiteral("ro-RO-Wavenet-B"));
+    m_azureSpeechKey = m_secureStore.read(Account::azureSpeechKey).value_or(QString());
+    m_azureRegion = readString(m_defaults, Key::azureRegion, QStringLiteral("westeurope"));
+    m_azureVoiceName = readString(m_defaults, Key::azureVoiceName, QStringLiteral("ro-RO-AlinaNeural"));
+    m_elevenVoiceID = readString(m_defaults, Key::elevenVoiceID, QString());
+    m_elevenAPIKey = m_secureStore.read(Account::elevenAPIKey).value_or(QString());
+    m_backgroundConversationEnabled = readBool(m_defaults, Key::backgroundConversation, false);
+    m_memoryEnabled = readBool(m_defaults, Key::memoryEnabled, true);
+    m_autoSkillsEnabled = readBool(m_defaults, Key::autoSkillsEnabled, true);
+    // An undecodable list reads as empty; the stored text stays as it is until the list changes.
+    m_mcpServers = readServers(m_defaults);
+}
+
+AppSettings::~AppSettings() = default;
+
+void AppSettings::setZenModelID(const QString &value)
+{
+    if (!assign(m_zenModelID, value))
+        return;
+    persist(Key::zenModelID, value);
+    announce(&AppSettings::zenModelIDChanged);
+}
+
+void AppSettings::setZenAPIKey(const QString &value)
+{
+    if (!assign(m_zenAPIKey, value))
+        return;
+    m_secureStore.write(value, Account::zenAPIKey);
+    announce(&AppSettings::zenAPIKeyChanged);
+}
+
+void AppSettings::setPersonality(PersonalityPreset value)
+{
+    if (!assign(m_personality, value))
+        return;
+    persist(Key::personality, Presets::rawValue(value));
+    announce(&AppSettings::personalityChanged);
+}
+
+void AppSettings::setResponseLength(ResponseLengthPreset value)
+{
+    if (!assign(m_responseLength, value))
+        return;
+    persist(Key::responseLength, Presets::rawValue(value));
+    announce(&AppSettings::responseLengthChanged);
+}
+
+void AppSettings::setCustomPrompt(const QString &value)
+{
+    if (!assign(m_customPrompt, value))
+        return;
+    persist(Key::customPrompt, value);
+    announce(&AppSettings::customPromptChanged);
+}
+
+void AppSettings::setAutoSpeak(bool value)
+{
+    if (!assign(m_autoSpeak, value))
+        return;
+    persist(Key::autoSpeak, value);
+    announce(&AppSettings::autoSpeakChanged);
+}
+
+void AppSettings::setInternetEnabled(bool value)
+{
+    if (!assign(m_internetEnabled, value))
+        return;
+    persist(Key::internetEnabled, value);
+    announce(&AppSettings::internetEnabledChanged);
+}
+
+void AppSettings::setPreferOnDeviceSpeech(bool value)
+{
+    if (!assign(m_preferOnDeviceSpeech, value))
+        return;
+    persist(Key::preferOnDeviceSpeech, value);
+    announce(&AppSettings::preferOnDeviceSpeechChanged);
+}
+
+void AppSettings::setVoiceRate(double value)
+{
+    if (!assign(m_voiceRate, value))
+        return;
+    persist(Key::voiceRate, value);
+    announce(&AppSettings::voiceRateChanged);
+}
+
+void AppSettings::setVoiceIdentifier(const QString &value)
+{
+    if (!assign(m_voiceIdentifier, value))
+        return;
+    persist(Key::voiceIdentifier, value);
+    announce(&AppSettings::voiceIdentifierChanged);
+}
+
+void AppSettings::setVoiceEngine(VoiceEnginePreset value)
+{
+    if (!assign(m_voiceEngine, value))
+        return;
+    persist(Key::voiceEngine, Presets::rawValue(value));
+    announce(&AppSettings::voiceEngineChanged);
+}
+
+void AppSettings::setGoogleTTSAPIKey(const QString &value)
+{
+    if (!assign(m_googleTTSAPIKey, value))
+        return;
+    m_secureStore.write(value, Account::googleTTSAPIKey);
+    announce(&AppSettings::googleTTSAPIKeyChanged);
+}
+
+void AppSettings::setGoogleVoiceName(const QString &value)
+{
+    if (!assign(m_googleVoiceName, value))
+        return;
+    persist(Key::googleVoiceName, value);
+    announce(&AppSettings::googleVoiceNameChanged);
+}
+
+void AppSettings::setAzureSpeechKey(const QString &value)
+{
+    if (!assign(m_azureSpeechKey, value))
+        return;
+    m_secureStore.write(value, Account::azureSpeechKey);
+    announce(&AppSettings::azureSpeechKeyChanged);
+}
+
+void AppSettings::setAzureRegion(const QString &value)
+{
+    if (!assign(m_azureRegion, value))
+        return;
+    persist(Key::azureRegion, value);
+    announce(&AppSettings::azureRegionChanged);
+}
+
+void AppSettings::setAzureVoiceName(const QString &value)
+{
+    if (!assign(m_azureVoiceName, value))
+        return;
+    persist(Key::azureVoiceName, value);
+    announce(&AppSettings::azureVoiceNameChanged);
+}
+
+void AppSettings::setElevenVoiceID(const QString &value)
+{
+    if (!assign(m_elevenVoiceID, value))
+        return;
+    persist(Key::elevenVoiceID, value);
+    announce(&AppSettings::elevenVoiceIDChanged);
+}
+
+void AppSettings::setElevenAPIKey(const QString &value)
+{
+    if (!assign(m_elevenAPIKey, value))
+        return;
+    m_secureStore.write(value, Account::elevenAPIKey);
+    announce(&AppSettings::elevenAPIKeyChanged);
+}
+
+void AppSettings::setBackgroundConversationEnabled(bool value)
+{
+    if (!assign(m_backgroundConversationEnabled, value))
+        return;
+    persist(Key::backgroundConversation, value);
+    announce(&AppSettings::backgroundConversationEnabledChanged);
+}
+
+void AppSettings::setMemoryEnabled(bool value)
+{
+    if (!assign(m_memoryEnabled, value))
+        return;
+    persist(Key::memoryEnabled, value);
+    announce(&AppSettings::memoryEnabledChanged);
+}
+
+void AppSettings::setAutoSkillsEnabled(bool value)
+{
+    if (!assign(m_autoSkillsEnabled, value))
+        return;
+    persist(Key::autoSkillsEnabled, value);
+    announce(&AppSettings::autoSkillsEnabledChanged);
+}
+
+void AppSettings::setMcpServers(const QList<MCPServerConfig> &servers)
+{
+    if (!assign(m_mcpServers, servers))
+        return;
+    persistServers();
+    announce(&AppSettings::mcpServersChanged);
+}
+
+bool AppSettings::setPersonalityRawValue(const QString &raw)
+{
+    const auto preset = Presets::personalityFromRawValue(raw);
+    if (preset)
+        setPersonality(*preset);
+    return preset.has_value();
+}
+
+bool AppSettings::setResponseLengthRawValue(const QString &raw)
+{
+    const auto preset = Presets::responseLengthFromRawValue(raw);
+    if (preset)
+        setResponseLength(*preset);
+    return preset.has_value();
+}
+
+bool AppSettings::setVoiceEngineRawValue(const QString &raw)
+{
+    const auto preset = Presets::voiceEngineFromRawValue(raw);
+    if (preset)
+        setVoiceEngine(*preset);
+    return preset.has_value();
+}
+
+QVariantList AppSettings::mcpServerList() const
+{
+    QVariantList list;
+    list.reserve(m_mcpServers.size());
+    for (const MCPServerConfig &server : m_mcpServers)
+        list.append(QVariant::fromValue(server));
+    return list;
+}
+
+QString AppSettings::systemPrompt(const QString &memorySummary) const
+{
+    const QString summary = memorySummary.trimmed();
+    const QString personalInstructions = m_customPrompt.trimmed();
+
+    QString prompt = promptIntroduction;
+    prompt += Presets::promptSentence(m_personality) + QLatin1Char('\n');
+    prompt += Presets::promptSentence(m_responseLength);
+    prompt += promptRules;
+    if (!summary.isEmpty())
+        prompt += QStringLiteral("Memorie de conversație:\n") + summary;
+    prompt += QLatin1Char('\n');
+    if (!personalInstructions.isEmpty())
+        prompt += QStringLiteral("Instrucțiuni personale:\n") + personalInstructions;
+    return prompt;
+}
+
+void AppSettings::persistServers()
+{
+    const QByteArray json = QJsonDocument(MCPServerConfig::listToJson(m_mcpServers)).toJson(QJsonDocument::Compact);
+    persist(Key::mcpServers, QString::fromUtf8(json));
+}
+
+void AppSettings::persist(const QString &key, const QVariant &value)
+{
+    m_defaults.setValue(key, value);
+    m_defaults.sync();
+    // The rewrite goes through a temporary file; make sure the result is still private.
+    PrivateFile::restrictToOwner(m_defaults.fileName());
+}
+
+void AppSettings::announce(void (AppSettings::*signal)())
+{
+    Q_EMIT(this->*signal)();
+    Q_EMIT changed();
+}

@@ -1,0 +1,341 @@
+#include "settings/AppSettings.h"
+
+#include "SettingsTestSupport.h"
+#include "TemporaryHome.h"
+
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <sys/stat.h>
+
+using namespace SettingsTestSupport;
+
+namespace {
+MCPServerConfig server(const QString &name, const QString &token)
+{
+    MCPServerConfig config;
+    config.id = QUuid::createUuid();
+    config.name = name;
+    config.endpoint = QStringLiteral("https://mcp.example.ro/") + name;
+    config.bearerToken = token;
+    return config;
+}
+
+const QString promptRulesEnd = QStringLiteral("preferă rezultatul real al instrumentului în locul presupunerilor.\n");
+} // namespace
+
+class AppSettingsTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void freshInstallHasEveryDefault()
+    {
+        TemporaryHome home;
+        ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
+        AppSettings settings;
+
+        QCOMPARE(settings.zenModelID(), QStringLiteral("big-pickle"));
+        QCOMPARE(settings.zenAPIKey(), QString());
+        QCOMPARE(settings.personality(), PersonalityPreset::companion);
+        QCOMPARE(settings.responseLength(), ResponseLengthPreset::short_);
+        QCOMPARE(settings.customPrompt(), QString());
+        QVERIFY(settings.autoSpeak());
+        QVERIFY(settings.internetEnabled());
+        QVERIFY(settings.preferOnDeviceSpeech());
+        QCOMPARE(settings.voiceRate(), 0.45);
+        QCOMPARE(settings.voiceIdentifier(), QString());
+        QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::appleLocal);
+        QCOMPARE(settings.googleTTSAPIKey(), QString());
+        QCOMPARE(settings.googleVoiceName(), QStringLiteral("ro-RO-Wavenet-B"));
+        QCOMPARE(settings.azureSpeechKey(), QString());
+        QCOMPARE(settings.azureRegion(), QStringLiteral("westeurope"));
+        QCOMPARE(settings.azureVoiceName(), QStringLiteral("ro-RO-AlinaNeural"));
+        QCOMPARE(settings.elevenVoiceID(), QString());
+        QCOMPARE(settings.elevenAPIKey(), QString());
+        QVERIFY(!settings.backgroundConversationEnabled());
+        QVERIFY(settings.memoryEnabled());
+        QVERIFY(settings.autoSkillsEnabled());
+        QVERIFY(settings.mcpServers().isEmpty());
+        QCOMPARE(settings.property("personality").toString(), QStringLiteral("Companion"));
+        QCOMPARE(settings.property("responseLength").toString(), QStringLiteral("Scurt"));
+        QCOMPARE(settings.property("voiceEngine").toString(), QStringLiteral("Apple Local"));
+        // Reading alone writes nothing but the empty, private file.
+        QVERIFY(contents(settingsPath(home)).trimmed().isEmpty());
+    }
+
+    void everyValueSurvivesARestart()
+    {
+        TemporaryHome firstRun;
+        ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
+        const QList<MCPServerConfig> servers { server(QStringLiteral("notite"), QStringLiteral("tok=,\"1\"")),
+            server(QStringLiteral("calendar"), QString()) };
+        {
+            AppSettings settings;
+            settings.setZenModelID(QStringLiteral("gpt-5-nano"));
+            settings.setZenAPIKey(QStringLiteral("  sk-zen  "));
+            settings.setPersonalityRawValue(QStringLiteral("Direct"));
+            settings.setResponseLength(ResponseLengthPreset::detailed);
+            settings.setCustomPrompt(QStringLiteral("  Spune-mi Ana, te rog.\nFără „glume”; mulțumesc = ok  "));
+            settings.setAutoSpeak(false);
+            settings.setInternetEnabled(false);
+            settings.setPreferOnDeviceSpeech(false);
+            settings.setVoiceRate(0.5);
+            settings.setVoiceIdentifier(QStringLiteral("Romanian+Adam"));
+            settings.setVoiceEngineRawValue(QStringLiteral("Google Cloud TTS"));
+            settings.setGoogleTTSAPIKey(QStringLiteral("g-key"));
+            settings.setGoogleVoiceName(QStringLiteral("ro-RO-Standard-A"));
+            settings.setAzureSpeechKey(QStringLiteral("a-key"));
+            settings.setAzureRegion(QStringLiteral("northeurope"));
+            settings.setAzureVoiceName(QStringLiteral("ro-RO-EmilNeural"));
+            settings.setElevenVoiceID(QStringLiteral("v1"));
+            settings.setElevenAPIKey(QStringLiteral("e-key"));
+            settings.setBackgroundConversationEnabled(true);
+            settings.setMemoryEnabled(false);
+            settings.setAutoSkillsEnabled(false);
+            settings.setMcpServers(servers);
+        }
+        TemporaryHome secondRun;
+        copyConfig(firstRun, secondRun);
+        AppSettings settings;
+
+        QCOMPARE(settings.zenModelID(), QStringLiteral("gpt-5-nano"));
+        QCOMPARE(settings.zenAPIKey(), QStringLiteral("  sk-zen  "));
+        QCOMPARE(settings.personality(), PersonalityPreset::direct);
+        QCOMPARE(settings.responseLength(), ResponseLengthPreset::detailed);
+        QCOMPARE(settings.customPrompt(), QStringLiteral("  Spune-mi Ana, te rog.\nFără „glume”; mulțumesc = ok  "));
+        QVERIFY(!settings.autoSpeak());
+        QVERIFY(!settings.internetEnabled());
+        QVERIFY(!settings.preferOnDeviceSpeech());
+        QCOMPARE(settings.voiceRate(), 0.5);
+        QCOMPARE(settings.voiceIdentifier(), QStringLiteral("Romanian+Adam"));
+        QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::googleCloud);
+        QCOMPARE(settings.googleTTSAPIKey(), QStringLiteral("g-key"));
+        QCOMPARE(settings.googleVoiceName(), QStringLiteral("ro-RO-Standard-A"));
+        QCOMPARE(settings.azureSpeechKey(), QStringLiteral("a-key"));
+        QCOMPARE(settings.azureRegion(), QStringLiteral("northeurope"));
+        QCOMPARE(settings.azureVoiceName(), QStringLiteral("ro-RO-EmilNeural"));
+        QCOMPARE(settings.elevenVoiceID(), QStringLiteral("v1"));
+        QCOMPARE(settings.elevenAPIKey(), QStringLiteral("e-key"));
+        QVERIFY(settings.backgroundConversationEnabled());
+        QVERIFY(!settings.memoryEnabled());
+        QVERIFY(!settings.autoSkillsEnabled());
+        QCOMPARE(settings.mcpServers(), servers);
+        QCOMPARE(settings.mcpServerList().size(), 2);
+        QCOMPARE(settings.mcpServerList().at(1).value<MCPServerConfig>().name, QStringLiteral("calendar"));
+
+        // The keys of the file, three of them not the property names; credentials stay out of it
+        // (MCP tokens excepted, they belong to the server list).
+        const QByteArray file = contents(settingsPath(secondRun));
+        QVERIFY(file.contains("\ninternet=false"));
+        QVERIFY(file.contains("\nonDeviceSpeech=false"));
+        QVERIFY(file.contains("\nbackgroundConversation=true"));
+        QVERIFY(!file.contains("internetEnabled"));
+        QVERIFY(file.contains("\npersonality=Direct"));
+        QVERIFY(!file.contains("sk-zen"));
+        QVERIFY(!file.contains("g-key") && !file.contains("a-key") && !file.contains("e-key"));
+    }
+
+    void settersAnnounceRealChangesOnly()
+    {
+        TemporaryHome home;
+        AppSettings settings;
+        QSignalSpy changed(&settings, &AppSettings::changed);
+        QSignalSpy rateChanged(&settings, &AppSettings::voiceRateChanged);
+        QSignalSpy serversChanged(&settings, &AppSettings::mcpServersChanged);
+
+        settings.setVoiceRate(0.45);
+        settings.setMcpServers({});
+        QCOMPARE(changed.size(), 0);
+
+        settings.setVoiceRate(0.4);
+        QCOMPARE(rateChanged.size(), 1);
+        QCOMPARE(changed.size(), 1);
+        settings.setMcpServers({ server(QStringLiteral("a"), QString()) });
+        QCOMPARE(serversChanged.size(), 1);
+        QCOMPARE(changed.size(), 2);
+    }
+
+    void rawValueSettersIgnoreUnknownTitles()
+    {
+        TemporaryHome home;
+        AppSettings settings;
+        QSignalSpy changed(&settings, &AppSettings::changed);
+
+        QVERIFY(!settings.setPersonalityRawValue(QStringLiteral("calm")));
+        QVERIFY(!settings.setResponseLengthRawValue(QStringLiteral("Lung")));
+        QVERIFY(!settings.setVoiceEngineRawValue(QStringLiteral("apple local")));
+        QCOMPARE(settings.personality(), PersonalityPreset::companion);
+        QCOMPARE(settings.responseLength(), ResponseLengthPreset::short_);
+        QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::appleLocal);
+        QCOMPARE(changed.size(), 0);
+
+        QVERIFY(settings.setProperty("personality", QStringLiteral("Creativ")));
+        QCOMPARE(settings.personality(), PersonalityPreset::creative);
+        QVERIFY(contents(settingsPath(home)).contains("\npersonality=Creativ"));
+    }
+
+    // What a restart reads back from text the app did not write itself (older or newer versions,
+    // hand edits): anything that is not exactly a stored value of the right kind is the default.
+    void unreadableStoredValuesFallBackToDefaults()
+    {
+        TemporaryHome home;
+        writeFile(settingsPath(home),
+            "[General]\n"
+            "autoSpeak=abc\n"
+            "internet=FALSE\n"
+            "onDeviceSpeech=0\n"
+            "backgroundConversation=yes\n"
+            "voiceRate=x\n"
+            "personality=calm\n"
+            "responseLength=Echilibrat\n"
+            "voiceEngine=Piper\n"
+            "zenModelID=a, b\n"
+            "azureRegion=@ByteArray(northeurope)\n");
+        AppSettings settings;
+
+        QVERIFY(settings.autoSpeak());
+        QVERIFY(!settings.internetEnabled());
+        QVERIFY(settings.preferOnDeviceSpeech());
+        QVERIFY(!settings.backgroundConversationEnabled());
+        QCOMPARE(settings.voiceRate(), 0.45);
+        QCOMPARE(settings.personality(), PersonalityPreset::companion);
+        QCOMPARE(settings.responseLength(), ResponseLengthPreset::balanced);
+        QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::appleLocal);
+        QCOMPARE(settings.zenModelID(), QStringLiteral("big-pickle"));
+        QCOMPARE(settings.azureRegion(), QStringLiteral("westeurope"));
+
+        // An unknown title stays in the file until the user picks a personality.
+        settings.setAutoSpeak(false);
+        QVERIFY(contents(settingsPath(home)).contains("\npersonality=calm"));
+        settings.setPersonality(PersonalityPreset::calm);
+        QVERIFY(contents(settingsPath(home)).contains("\npersonality=Calm"));
+    }
+
+    void handWrittenValuesOfTheRightKindAreHonoured()
+    {
+        TemporaryHome home;
+        writeFile(settingsPath(home), "[General]\nvoiceRate=0.52\nbackgroundConversation=TRUE\nautoSpeak=False\n");
+        AppSettings settings;
+        QCOMPARE(settings.voiceRate(), 0.52);
+        QVERIFY(settings.backgroundConversationEnabled());
+        QVERIFY(!settings.autoSpeak());
+
+        TemporaryHome other;
+        writeFile(settingsPath(other), "[General]\nvoiceRate=nan\n");
+        QCOMPARE(AppSettings().voiceRate(), 0.45);
+    }
+
+    void undecodableServerListIsKeptUntilTheListChanges()
+    {
+        TemporaryHome home;
+        const QString blob = QStringLiteral("[{\"name\":\"fara id\"}]");
+        writeFile(settingsPath(home), "[General]\nmcpServers=\"[{\\\"name\\\":\\\"fara id\\\"}]\"\n");
+        AppSettings settings;
+        QVERIFY(settings.mcpServers().isEmpty());
+
+        settings.setMemoryEnabled(false);
+        QCOMPARE(storedText(settingsPath(home), QStringLiteral("mcpServers")), blob);
+
+        const QList<MCPServerConfig> servers { server(QStringLiteral("nou"), QStringLiteral("secret")) };
+        settings.setMcpServers(servers);
+        QVERIFY(!contents(settingsPath(home)).contains("fara id"));
+        TemporaryHome next;
+        copyConfig(home, next);
+        QCOMPARE(AppSettings().mcpServers(), servers);
+    }
+
+    void settingsFileIsPrivateFromTheStart()
+    {
+        const mode_t previousMask = umask(0);
+        {
+            TemporaryHome home;
+            AppSettings settings;
+            QVERIFY(isOwnerOnly(settingsPath(home)));
+            settings.setMcpServers({ server(QStringLiteral("x"), QStringLiteral("bearer")) });
+            settings.setCustomPrompt(QStringLiteral("salut"));
+            QVERIFY(isOwnerOnly(settingsPath(home)));
+        }
+        {
+            // A file left readable by an older run is narrowed as soon as the app starts.
+            TemporaryHome home;
+            writeFile(settingsPath(home), "[General]\nautoSpeak=false\n");
+            QFile::setPermissions(settingsPath(home),
+                QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+            AppSettings settings;
+            QVERIFY(isOwnerOnly(settingsPath(home)));
+            QVERIFY(!settings.autoSpeak());
+        }
+        umask(previousMask);
+    }
+
+    void systemPromptWithNothingPersonal()
+    {
+        TemporaryHome home;
+        AppSettings settings;
+        const QString expected = QStringLiteral(
+            "Ești Kelo, un companion AI personal pentru iPhone.\n"
+            "Răspunde ÎNTOTDEAUNA în limba română, cu excepția cazului în care utilizatorul cere explicit altă "
+            "limbă.\n"
+            "Răspunde direct, natural și conversațional. Nu folosi formule generice precum «How can I help you "
+            "today?».\n"
+            "Ești un companion inteligent, cald și natural, cu umor subtil.\n"
+            "Răspunde scurt, de regulă în 1\u20133 propoziții și sub 100 de cuvinte.\n"
+            "Nu expune chain-of-thought, analiză internă, note de lucru, etichete <think> sau pașii interni ai "
+            "raționamentului.\n"
+            "Dacă ai instrumente MCP disponibile, folosește-le numai când sunt necesare pentru a îndeplini cererea; "
+            "nu le apela pentru conversație obișnuită.\n"
+            "Dacă un instrument este necesar, preferă rezultatul real al instrumentului în locul presupunerilor.\n"
+            "\n");
+        QCOMPARE(settings.systemPrompt(QString()), expected);
+        settings.setCustomPrompt(QStringLiteral(" \t\n"));
+        QCOMPARE(settings.systemPrompt(QStringLiteral("  \n")), expected);
+    }
+
+    void systemPromptOrdersMemoryBeforePersonalInstructions()
+    {
+        TemporaryHome home;
+        AppSettings settings;
+        settings.setPersonality(PersonalityPreset::direct);
+        settings.setResponseLength(ResponseLengthPreset::balanced);
+        settings.setCustomPrompt(QStringLiteral("\n  Spune-mi Ana.\nFără emoji.  \n"));
+
+        const QString both = settings.systemPrompt(QStringLiteral("  Ana are o pisică.\n"));
+        QVERIFY(both.contains(QStringLiteral("Ești direct, foarte clar și orientat spre acțiune.\n"
+                                             "Răspunde concis și complet, de regulă în maximum 5\u20137 propoziții.\n"
+                                             "Nu expune")));
+        QVERIFY(both.endsWith(promptRulesEnd
+            + QStringLiteral("Memorie de conversație:\nAna are o pisică.\n"
+                             "Instrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
+
+        QVERIFY(settings.systemPrompt(QString()).endsWith(
+            promptRulesEnd + QStringLiteral("\nInstrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
+        settings.setCustomPrompt(QString());
+        QVERIFY(settings.systemPrompt(QStringLiteral("rezumat"))
+                    .endsWith(promptRulesEnd + QStringLiteral("Memorie de conversație:\nrezumat\n")));
+    }
+
+    void environmentKeyOverridesTheStoredZenKeyWithoutSavingIt()
+    {
+        TemporaryHome home;
+        {
+            ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
+            AppSettings().setZenAPIKey(QStringLiteral("stored-key"));
+        }
+        {
+            ScopedEnvironment headless("KELO_ZEN_API_KEY", QStringLiteral("env-key"));
+            AppSettings settings;
+            QCOMPARE(settings.zenAPIKey(), QStringLiteral("env-key"));
+            settings.setAutoSpeak(false);
+        }
+        QVERIFY(contents(secretsPath(home)).contains("stored-key"));
+        QVERIFY(!contents(secretsPath(home)).contains("env-key"));
+        QVERIFY(!contents(settingsPath(home)).contains("env-key"));
+        ScopedEnvironment empty("KELO_ZEN_API_KEY", QString());
+        QCOMPARE(AppSettings().zenAPIKey(), QStringLiteral("stored-key"));
+    }
+};
+
+QTEST_GUILESS_MAIN(AppSettingsTest)
+#include "AppSettingsTest.moc"

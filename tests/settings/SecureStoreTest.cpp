@@ -1,0 +1,233 @@
+#include "settings/SecureStore.h"
+
+#include "SettingsTestSupport.h"
+#include "TemporaryHome.h"
+#include "settings/AppSettings.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+#include <QUuid>
+
+#include <sys/stat.h>
+
+using namespace SettingsTestSupport;
+
+namespace {
+const QString secretService = QStringLiteral("org.freedesktop.secrets");
+
+// A service of our own per test, so runs in parallel and leftovers never meet.
+QString freshService()
+{
+    return QStringLiteral("ro.kelo.test.") + QUuid::createUuid().toString(QUuid::Id128);
+}
+
+// How many keychain items (locked or not) the Secret Service holds for one service and account,
+// asked directly over D-Bus rather than through the code under test.
+int keychainItemCount(const QString &service, const QString &account)
+{
+    using Attributes = QMap<QString, QString>;
+    qDBusRegisterMetaType<Attributes>();
+    QDBusMessage search = QDBusMessage::createMethodCall(secretService, QStringLiteral("/org/freedesktop/secrets"),
+        QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("SearchItems"));
+    search << QVariant::fromValue(
+        Attributes { { QStringLiteral("server"), service }, { QStringLiteral("user"), account } });
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(search);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
+        return -1;
+    const auto unlocked = qdbus_cast<QList<QDBusObjectPath>>(reply.arguments().at(0));
+    const auto locked = qdbus_cast<QList<QDBusObjectPath>>(reply.arguments().at(1));
+    return int(unlocked.size() + locked.size());
+}
+
+QJsonObject fileItems(const TemporaryHome &home, const QString &service)
+{
+    return QJsonDocument::fromJson(contents(secretsPath(home))).object().value(service).toObject();
+}
+} // namespace
+
+class SecureStoreTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    // The keychain tests need the throw-away keyring of scripts/test.sh; a developer's own keyring
+    // is never written by tests.
+    static bool testKeyringRunning()
+    {
+        return qEnvironmentVariableIsSet("KELO_SERVICE_RUNTIME") && QDBusConnection::sessionBus().isConnected()
+            && QDBusConnection::sessionBus().interface()->isServiceRegistered(secretService);
+    }
+
+#define REQUIRE_TEST_KEYRING()                                                                                         \
+    if (!testKeyringRunning())                                                                                         \
+        QSKIP("No Secret Service of the test services on the session bus; scripts/test.sh starts one");
+
+private Q_SLOTS:
+    void keychainReplacesInsteadOfDuplicating()
+    {
+        REQUIRE_TEST_KEYRING();
+        TemporaryHome home;
+        ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
+        const QString service = freshService();
+        SecureStore store(service);
+        QVERIFY(!store.usesFileFallback());
+
+        store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
+        store.write(QStringLiteral("def"), QStringLiteral("zenAPIKey"));
+        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
+        QCOMPARE(keychainItemCount(service, QStringLiteral("zenAPIKey")), 1);
+
+        // Another account and another service are other items.
+        QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), std::nullopt);
+        QCOMPARE(SecureStore(freshService()).read(QStringLiteral("zenAPIKey")), std::nullopt);
+        store.write(QStringLiteral(" cheie ăîșț ✓ "), QStringLiteral("elevenAPIKey"));
+        QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), QStringLiteral(" cheie ăîșț ✓ "));
+        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
+
+        store.write(QString(), QStringLiteral("zenAPIKey"));
+        store.write(QString(), QStringLiteral("elevenAPIKey"));
+        QVERIFY(!QFile::exists(secretsPath(home)));
+    }
+
+    void keychainEmptyValueDeletes()
+    {
+        REQUIRE_TEST_KEYRING();
+        TemporaryHome home;
+        ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
+        const QString service = freshService();
+        SecureStore store(service);
+
+        store.write(QStringLiteral("abc"), QStringLiteral("azureSpeechKey"));
+        store.write(QString(), QStringLiteral("azureSpeechKey"));
+        QCOMPARE(store.read(QStringLiteral("azureSpeechKey")), std::nullopt);
+        QCOMPARE(keychainItemCount(service, QStringLiteral("azureSpeechKey")), 0);
+
+        // Deleting what is not there is silent and leaves everything as it was.
+        store.write(QString(), QStringLiteral("azureSpeechKey"));
+        QCOMPARE(store.read(QStringLiteral("azureSpeechKey")), std::nullopt);
+    }
+
+    void appSettingsKeepsCredentialsInTheKeychain()
+    {
+        REQUIRE_TEST_KEYRING();
+        TemporaryHome home;
+        ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
+        ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
+        {
+            AppSettings settings;
+            QVERIFY(!settings.secretsInFile());
+            settings.setGoogleTTSAPIKey(QStringLiteral("  g-key  "));
+        }
+        QCOMPARE(SecureStore().read(QStringLiteral("googleTTSAPIKey")), QStringLiteral("  g-key  "));
+        QVERIFY(!contents(settingsPath(home)).contains("g-key"));
+        {
+            AppSettings settings;
+            QCOMPARE(settings.googleTTSAPIKey(), QStringLiteral("  g-key  "));
+            settings.setGoogleTTSAPIKey(QString());
+        }
+        QCOMPARE(keychainItemCount(SecureStore::appID(), QStringLiteral("googleTTSAPIKey")), 0);
+        QCOMPARE(AppSettings().googleTTSAPIKey(), QString());
+    }
+
+    void keysSavedInTheFileMoveToTheKeychainOnceItAnswers()
+    {
+        REQUIRE_TEST_KEYRING();
+        TemporaryHome home;
+        const QString service = freshService();
+        SecureStore(service).write(QStringLiteral("din-fisier"), QStringLiteral("elevenAPIKey"));
+        QCOMPARE(
+            fileItems(home, service).value(QStringLiteral("elevenAPIKey")).toString(), QStringLiteral("din-fisier"));
+
+        ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
+        SecureStore keychain(service);
+        QCOMPARE(keychain.read(QStringLiteral("elevenAPIKey")), QStringLiteral("din-fisier"));
+        QVERIFY(!keychain.usesFileFallback());
+        QCOMPARE(keychainItemCount(service, QStringLiteral("elevenAPIKey")), 1);
+        QVERIFY(fileItems(home, service).isEmpty());
+        QVERIFY(!contents(secretsPath(home)).contains("din-fisier"));
+        keychain.write(QString(), QStringLiteral("elevenAPIKey"));
+    }
+
+    void fileStoreHasTheKeychainSemantics()
+    {
+        TemporaryHome home;
+        const QString service = freshService();
+        SecureStore store(service);
+        QVERIFY(store.usesFileFallback());
+        QCOMPARE(store.fallbackFilePath(), secretsPath(home));
+
+        // Deleting what is not there does not even create the file.
+        store.write(QString(), QStringLiteral("zenAPIKey"));
+        QVERIFY(!QFile::exists(secretsPath(home)));
+
+        store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
+        store.write(QStringLiteral("def"), QStringLiteral("zenAPIKey"));
+        store.write(QStringLiteral("g"), QStringLiteral("googleTTSAPIKey"));
+        QCOMPARE(SecureStore(service).read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
+        QCOMPARE(fileItems(home, service).size(), 2);
+        QCOMPARE(SecureStore(freshService()).read(QStringLiteral("zenAPIKey")), std::nullopt);
+
+        store.write(QString(), QStringLiteral("zenAPIKey"));
+        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
+        QCOMPARE(store.read(QStringLiteral("googleTTSAPIKey")), QStringLiteral("g"));
+        QVERIFY(!contents(secretsPath(home)).contains("def"));
+    }
+
+    void fileStoreIsPrivate()
+    {
+        const mode_t previousMask = umask(0);
+        {
+            TemporaryHome home;
+            SecureStore store(freshService());
+            store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
+            QVERIFY(isOwnerOnly(secretsPath(home)));
+            const QFileDevice::Permissions folder = QFile::permissions(home.configHome() + QStringLiteral("/Kelo"));
+            QVERIFY(!(folder & (QFileDevice::ReadOther | QFileDevice::ReadGroup)));
+
+            QFile::setPermissions(
+                secretsPath(home), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther);
+            store.write(QStringLiteral("def"), QStringLiteral("zenAPIKey"));
+            QVERIFY(isOwnerOnly(secretsPath(home)));
+        }
+        umask(previousMask);
+    }
+
+    void damagedFileIsSetAsideNotOverwritten()
+    {
+        TemporaryHome home;
+        writeFile(secretsPath(home), "{\"ro.kelo\": {\"zenAPIKey\": \"sk-vech");
+        SecureStore store(freshService());
+        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
+
+        store.write(QStringLiteral("nou"), QStringLiteral("zenAPIKey"));
+        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), QStringLiteral("nou"));
+        const QStringList aside
+            = QDir(home.configHome() + QStringLiteral("/Kelo")).entryList({ QStringLiteral("secrets.json.damaged-*") });
+        QCOMPARE(aside.size(), 1);
+        QVERIFY(contents(home.configHome() + QStringLiteral("/Kelo/") + aside.first()).contains("sk-vech"));
+    }
+
+    void appSettingsSaysWhenSecretsAreInAFile()
+    {
+        TemporaryHome home;
+        ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
+        {
+            AppSettings settings;
+            QVERIFY(settings.secretsInFile());
+            settings.setAzureSpeechKey(QStringLiteral("a-key"));
+        }
+        QCOMPARE(fileItems(home, SecureStore::appID()).value(QStringLiteral("azureSpeechKey")).toString(),
+            QStringLiteral("a-key"));
+        QVERIFY(!contents(settingsPath(home)).contains("a-key"));
+        QCOMPARE(AppSettings().azureSpeechKey(), QStringLiteral("a-key"));
+    }
+};
+
+QTEST_GUILESS_MAIN(SecureStoreTest)
+#include "SecureStoreTest.moc"
