@@ -12,6 +12,8 @@ ApplicationWindow {
     property bool trayAvailable: false
 
     title: "Kelo"
+    width: 520
+    height: 900
     minimumWidth: 380
     minimumHeight: 560
     color: Theme.background
