@@ -1,9 +1,12 @@
 #pragma once
 
 #include "ChatMessage.h"
+#include "ConversationMemoryWriter.h"
 
 #include <QObject>
 #include <QtQml/qqmlregistration.h>
+
+#include <memory>
 
 // What Kelo remembers between launches: the model-written summary, the last 80 messages and how many
 // user messages the summary covers, in "conversation-memory.json" under the data directory.
@@ -18,13 +21,15 @@ public:
     // The directory is GenericDataLocation + "/Kelo" unless given.
     explicit ConversationMemoryStore(QObject *parent = nullptr);
     ConversationMemoryStore(const QString &directory, QObject *parent);
+    // Waits for the last write.
+    ~ConversationMemoryStore() override;
 
     QString summary() const { return m_summary; }
     QList<ChatMessage> messages() const { return m_messages; }
     qint64 summarizedUserCount() const { return m_summarizedUserCount; }
     QString filePath() const { return m_filePath; }
-    // Where an unreadable memory file found at start was copied before anything could overwrite
-    // it; empty when there was none.
+    // Where a memory file found at start was copied, before anything could overwrite it, because
+    // it (or some of its messages) could not be read; empty when there was none.
     QString recoveredCopyPath() const { return m_recoveredCopyPath; }
 
     void persist(const QList<ChatMessage> &messages);
@@ -32,17 +37,23 @@ public:
     bool shouldRefreshSummary(const QList<ChatMessage> &messages) const;
     QString transcriptForSummary(const QList<ChatMessage> &messages) const;
     void clearAll();
+    // The file is written on a background thread; this returns once every change so far is on disk.
+    void waitForWrites();
 
 Q_SIGNALS:
     void summaryChanged();
 
 private:
     void load();
+    void keepUnreadableCopy();
     void write();
 
     QString m_summary;
     QList<ChatMessage> m_messages;
     qint64 m_summarizedUserCount = 0;
     QString m_filePath;
+    std::unique_ptr<ConversationMemoryWriter> m_writer;
     QString m_recoveredCopyPath;
+    // Set when an unreadable file could not be copied aside: it is then never overwritten.
+    bool m_writesSuspended = false;
 };

@@ -1,0 +1,119 @@
+#include "settings/LegacyLocalModelCleaner.h"
+
+#include "TemporaryHome.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+#include <QTest>
+
+namespace {
+
+void makeFile(const QString &path)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("weights");
+}
+
+} // namespace
+
+class LegacyLocalModelCleanerTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<TemporaryHome> m_home;
+    QString cache(const QString &relative) const { return m_home->cacheHome() + QLatin1Char('/') + relative; }
+
+private Q_SLOTS:
+    void init() { m_home = std::make_unique<TemporaryHome>(); }
+    void cleanup() { m_home.reset(); }
+
+    void legacyModelsAreRemovedAndEverythingElseKept()
+    {
+        const QStringList legacy {
+            "huggingface/hub/Models--MLX-Community--Qwen2.5-1.5B/snapshots/abc/model.safetensors",
+            "huggingface/hub/models--mlx-community--gemma-2-2b/config.json",
+            "models/mlx-community/Qwen3-4B/weights.npz",
+            "models/MLX-community/gemma-3/tokenizer.json",
+        };
+        const QStringList kept {
+            "models/google/gemma-3/weights.bin",
+            "huggingface/hub/models--google--gemma-2b/config.json",
+            "mlx-community-notes.txt",
+            "models/mlx-community/llama/weights.npz",
+            ".models--mlx-community--qwen-hidden/weights.npz",
+            "kelo/conversation.json",
+        };
+        for (const QString &path : legacy + kept)
+            makeFile(cache(path));
+
+        LegacyLocalModelCleaner::runOnce().waitForFinished();
+        for (const QString &path : legacy)
+            QVERIFY2(!QFile::exists(cache(path)), qPrintable(path));
+        for (const QString &path : kept)
+            QVERIFY2(QFile::exists(cache(path)), qPrintable(path));
+        // A matching folder goes whole, itself included.
+        QVERIFY(!QFileInfo::exists(cache("huggingface/hub/Models--MLX-Community--Qwen2.5-1.5B")));
+        QVERIFY(QFileInfo::exists(cache("huggingface/hub")));
+        QVERIFY(!QFileInfo::exists(cache("models/mlx-community/Qwen3-4B")));
+    }
+
+    void matchesAreTakenWholeInOrderWithoutVisitingHiddenEntries()
+    {
+        makeFile(cache("b/models--mlx-community--qwen-7b/inner/models--mlx-community--gemma/x.bin"));
+        makeFile(cache("a/mlx-community/gemma-2/y.bin"));
+        makeFile(cache(".hidden/mlx-community/qwen/z.bin"));
+        makeFile(cache("c/.models--mlx-community--qwen-0.5b"));
+
+        const QStringList removed = LegacyLocalModelCleaner::removeLegacyModels(m_home->cacheHome());
+        QCOMPARE(
+            removed, (QStringList { cache("a/mlx-community/gemma-2"), cache("b/models--mlx-community--qwen-7b") }));
+        QVERIFY(QFile::exists(cache(".hidden/mlx-community/qwen/z.bin")));
+        QVERIFY(QFile::exists(cache("c/.models--mlx-community--qwen-0.5b")));
+        QVERIFY(LegacyLocalModelCleaner::removeLegacyModels(cache("missing")).isEmpty());
+    }
+
+    void symbolicLinksAreNeverFollowed()
+    {
+        QTemporaryDir outside;
+        makeFile(outside.path() + "/mlx-community/qwen/keep.bin");
+        QVERIFY(QFile::link(outside.path(), cache("link-to-outside")));
+        QVERIFY(QFile::link(outside.path() + "/mlx-community/qwen", cache("models--mlx-community--qwen-link")));
+
+        const QStringList removed = LegacyLocalModelCleaner::removeLegacyModels(m_home->cacheHome());
+        QCOMPARE(removed, QStringList { cache("models--mlx-community--qwen-link") });
+        QVERIFY(!QFileInfo(cache("models--mlx-community--qwen-link")).isSymLink());
+        QVERIFY(QFile::exists(outside.path() + "/mlx-community/qwen/keep.bin"));
+    }
+
+    void theCleanupRunsOncePerInstallation()
+    {
+        LegacyLocalModelCleaner::runOnce().waitForFinished();
+        QSettings settings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"));
+        QCOMPARE(settings.value(LegacyLocalModelCleaner::flagKey).toString(), QStringLiteral("true"));
+
+        // Models that appear later are left alone: the one attempt has been made.
+        makeFile(cache("models--mlx-community--qwen-late/w.bin"));
+        QFuture<void> second = LegacyLocalModelCleaner::runOnce();
+        QVERIFY(second.isFinished());
+        QThreadPool::globalInstance()->waitForDone();
+        QVERIFY(QFile::exists(cache("models--mlx-community--qwen-late/w.bin")));
+    }
+
+    void anUnreadableFlagCountsAsUnset()
+    {
+        {
+            QSettings settings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"));
+            settings.setValue(LegacyLocalModelCleaner::flagKey, QStringLiteral("poate"));
+        }
+        makeFile(cache("models--mlx-community--gemma-x/w.bin"));
+        LegacyLocalModelCleaner::runOnce().waitForFinished();
+        QVERIFY(!QFile::exists(cache("models--mlx-community--gemma-x/w.bin")));
+    }
+};
+
+QTEST_GUILESS_MAIN(LegacyLocalModelCleanerTest)
+#include "LegacyLocalModelCleanerTest.moc"

@@ -1,0 +1,221 @@
+#include "skills/WebSkillService.h"
+
+#include "AsyncTest.h"
+#include "FakeHttpServer.h"
+#include "TemporaryHome.h"
+#include "net/DecodingError.h"
+#include "net/URLError.h"
+
+#include <QJsonArray>
+#include <QTcpServer>
+#include <QTest>
+
+using Reply = FakeHttpServer::Reply;
+
+namespace {
+
+const QString searchPath = QStringLiteral("/w/rest.php/v1/search/page");
+
+QJsonObject page(const QString &title, const QJsonValue &excerpt = QJsonValue::Undefined,
+    const QJsonValue &description = QJsonValue::Undefined)
+{
+    QJsonObject object { { "title", title }, { "id", 1 }, { "key", title } };
+    if (!excerpt.isUndefined())
+        object.insert("excerpt", excerpt);
+    if (!description.isUndefined())
+        object.insert("description", description);
+    return object;
+}
+
+Reply pages(const QJsonArray &list)
+{
+    return Reply::json(QJsonObject { { "pages", list } });
+}
+
+Reply html(const QByteArray &body, int status = 200)
+{
+    return Reply::text(body, status, "text/html; charset=iso-8859-2");
+}
+
+} // namespace
+
+class WebSkillServiceTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    FakeHttpServer *m_server = nullptr;
+    std::unique_ptr<ScopedEnvironment> m_wikipedia;
+    WebSkillService *m_service = nullptr;
+
+    QString search(const QString &query) { return AsyncTest::await(m_service->searchRomanianWeb(query)); }
+    QString fetch(const QString &path) { return AsyncTest::await(m_service->fetchURL(m_server->baseUrl() + path)); }
+
+    template<typename E> std::optional<E> searchError()
+    {
+        return AsyncTest::awaitError<E>(m_service->searchRomanianWeb(QStringLiteral("x")));
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_server = new FakeHttpServer(this);
+        m_wikipedia = std::make_unique<ScopedEnvironment>("KELO_WIKIPEDIA_BASE_URL", m_server->baseUrl() + "/");
+        m_service = new WebSkillService(this);
+    }
+
+    void cleanup()
+    {
+        delete m_service;
+        m_wikipedia.reset();
+        delete m_server;
+    }
+
+    void searchDigestPrefersDescriptionsAndStripsMatchSpans()
+    {
+        const QJsonArray hits {
+            page("Brașov", "Orașul <span class=\"searchmatch\">Brașov</span> este", "municipiu din România"),
+            page("Gol"),
+            page(
+                "Ceai", "Un <span class=\"searchmatch\">ceai</span> <b>negru</b> <SPAN class=\"searchmatch\">x</SPAN>"),
+            page("Descriere goală", "extras", ""),
+            page("Nul", "extras păstrat", QJsonValue::Null),
+            page("Al șaselea", "nu apare"),
+        };
+        m_server->on(
+            "GET", searchPath, pages(QJsonArray { hits[0], hits[1], hits[2], hits[3], hits[4], hits[5], hits[5] }));
+
+        QCOMPARE(search(QStringLiteral("brașov")),
+            QStringLiteral("• Brașov: municipiu din România\n"
+                           "• Gol: \n"
+                           "• Ceai: Un ceai <b>negru</b> <SPAN class=\"searchmatch\">x</SPAN>\n"
+                           "• Descriere goală: \n"
+                           "• Nul: extras păstrat"));
+    }
+
+    void searchRequestIsEncodedAndIdentified()
+    {
+        m_server->on("GET", searchPath, pages({}));
+        const QString query = QStringLiteral("ștefan cel mare & fiii+nepoții #1 100%");
+
+        QCOMPARE(search(query), QStringLiteral("Nu am găsit rezultate relevante."));
+        const auto request = m_server->requests(searchPath).first();
+        QCOMPARE(request.header("User-Agent"), QByteArray("KeloCompanion/2.0 (iOS)"));
+        const auto items = request.query.queryItems(QUrl::FullyDecoded);
+        QCOMPARE(items.size(), 2);
+        QCOMPARE(items.at(0), qMakePair(QStringLiteral("q"), query));
+        QCOMPARE(items.at(1), qMakePair(QStringLiteral("limit"), QStringLiteral("5")));
+        const QString wire = request.query.toString(QUrl::FullyEncoded);
+        QVERIFY2(wire.startsWith(QLatin1String("q=%C8%99tefan%20cel%20mare%20%26%20fiii%2Bnepo")), qPrintable(wire));
+    }
+
+    void searchFailuresAreTyped()
+    {
+        m_server->enqueue("GET", searchPath, Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404));
+        m_server->enqueue("GET", searchPath, Reply::text("", 503));
+        QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
+        QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
+
+        const QList<Reply> malformed {
+            Reply::text("<html>Wikipedia is down</html>", 200, "text/html"),
+            Reply::text("{\"pages\":[", 200, "application/json"),
+            Reply::json(QJsonArray { page("x") }),
+            Reply::json(QJsonObject { { "results", QJsonArray {} } }),
+            Reply::json(QJsonObject { { "pages", "none" } }),
+            pages({ QJsonObject { { "excerpt", "fără titlu" } } }),
+            pages({ page("Titlu", 5) }),
+            pages({ QJsonObject { { "title", 7 } } }),
+            pages({ "text" }),
+        };
+        for (const Reply &reply : malformed) {
+            m_server->enqueue("GET", searchPath, reply);
+            const auto error = searchError<DecodingError>();
+            QVERIFY2(error, reply.body.constData());
+            QVERIFY(error->description().startsWith(QStringLiteral("Răspunsul serverului nu are forma așteptată")));
+        }
+    }
+
+    void onlyWebPagesAreFetched()
+    {
+        m_server->on("GET", "/pagina", html("<p>Salut</p>"));
+        for (const QString &url : { QStringLiteral("ftp://127.0.0.1/pagina"), QStringLiteral("file:///etc/passwd"),
+                 QStringLiteral("pagina"), QString(), QStringLiteral("javascript:alert(1)") }) {
+            const auto error = AsyncTest::awaitError<URLError>(m_service->fetchURL(url));
+            QVERIFY2(error && error->code() == URLError::badURL, qPrintable(url));
+        }
+        QVERIFY(m_server->requests().isEmpty());
+
+        const QString upper = QStringLiteral("HTTP://127.0.0.1:%1/pagina").arg(m_server->port());
+        QCOMPARE(AsyncTest::await(m_service->fetchURL(upper)), QStringLiteral(" Salut "));
+        QVERIFY(m_server->requests("/pagina").first().header("User-Agent") != "KeloCompanion/2.0 (iOS)");
+
+        // An upper-case HTTPS scheme is let through: it fails only at the TLS handshake with a plain server.
+        const QString secure = QStringLiteral("HTTPS://127.0.0.1:%1/pagina").arg(m_server->port());
+        const auto handshake = AsyncTest::awaitError<URLError>(m_service->fetchURL(secure));
+        QVERIFY(handshake && handshake->code() != URLError::badURL);
+    }
+
+    void failedPagesAreErrorsNotText()
+    {
+        m_server->on("GET", "/lipsa", html("<h1>Pagina nu există</h1>", 404));
+        m_server->on("GET", "/eroare", html("<h1>Oops</h1>", 500));
+        for (const char *path : { "/lipsa", "/eroare" }) {
+            const auto error
+                = AsyncTest::awaitError<URLError>(m_service->fetchURL(m_server->baseUrl() + QLatin1String(path)));
+            QVERIFY2(error && error->code() == URLError::badServerResponse, path);
+        }
+    }
+
+    void pagesAreReducedToTheirVisibleText()
+    {
+        m_server->on("GET", "/articol",
+            html("<html>\n<head><title>Titlu</title>\n"
+                 "<script type=\"text/javascript\">\n  var a = '<p>ascuns</p>';\n  if (a < b) go();\n</script>\n"
+                 "<style>\n  p { color: red; }\n</style></head>\n"
+                 "<body>  <p class=\"x\">Primul&nbsp;paragraf</p>\n\n\t<script>unu()</script>"
+                 "vizibil<script>doi()</script>\n"
+                 "<SCRIPT>MARE()</SCRIPT>\xc2\xa0 sfârșit \xff</body></html>\n"));
+        QCOMPARE(fetch("/articol"), QStringLiteral(" Titlu Primul&nbsp;paragraf vizibil MARE() sfârșit \uFFFD "));
+    }
+
+    void longPagesAreCutToFourteenThousandCharacters()
+    {
+        QByteArray body = "<p>" + QByteArray(13'998, 'a') + "\xf0\x9f\x98\x80" + QByteArray(5'000, 'b') + "</p>";
+        m_server->on("GET", "/lung", html(body));
+        const QString text = fetch("/lung");
+        // The leading space and 13,998 letters, then the emoji whole as the 14,000th character.
+        QCOMPARE(text, QLatin1Char(' ') + QString(13'998, QLatin1Char('a')) + QStringLiteral("😀"));
+        QCOMPARE(text.toUcs4().size(), 14'000);
+
+        QCOMPARE(WebSkillService::readableText(QByteArray(20'000, 'z')).size(), 14'000);
+        QCOMPARE(WebSkillService::readableText("scurt"), QStringLiteral("scurt"));
+    }
+
+    void bodiesAreCutAtEightyThousandBytes()
+    {
+        // Markup fills the first bytes, so the cut falls inside the visible text: a two-byte "ă"
+        // starting at byte 79,999 loses its second byte and becomes a replacement character.
+        const QByteArray markup = "<div data-x=\"" + QByteArray(79'990 - 15, 'x') + "\">";
+        QByteArray body = markup + "abcdefgh";
+        QCOMPARE(body.size(), 79'999 - 1);
+        body += " \xc4\x83" + QByteArray(300'000, 'c');
+        m_server->on("GET", "/mare", html(body));
+
+        QCOMPARE(fetch("/mare"), QStringLiteral(" abcdefgh \uFFFD"));
+        QCOMPARE(WebSkillService::readableText(body), QStringLiteral(" abcdefgh \uFFFD"));
+    }
+
+    void transportFailuresPassThrough()
+    {
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        const quint16 port = closed.serverPort();
+        closed.close();
+        const auto refused
+            = AsyncTest::awaitError<URLError>(m_service->fetchURL(QStringLiteral("http://127.0.0.1:%1/x").arg(port)));
+        QVERIFY(refused && refused->code() == URLError::cannotConnectToHost);
+    }
+};
+
+QTEST_GUILESS_MAIN(WebSkillServiceTest)
+#include "WebSkillServiceTest.moc"
