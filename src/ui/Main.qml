@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.Material
+import Kelo.Core
 
 // The companion's window. Closing it keeps Kelo in the tray while the background conversation
 // switch is on; a hidden window stops the orb's animation.
