@@ -76,7 +76,7 @@ Item {
         Shape {
             id: core
             anchors.centerIn: parent
-            width: stage.width * 0.62
+            width: stage.width * 0.58
             height: width
             scale: Logic.coreScale(orb.mood, orb.audioLevel)
             Behavior on scale { NumberAnimation { duration: 90 } }

@@ -25,10 +25,16 @@ ApplicationWindow {
     Material.background: Theme.background
     Material.foreground: Theme.text
 
+    // With a tray the application does not quit on its own when the window goes: either Kelo stays
+    // in the tray, or closing the window ends it here.
     onClosing: close => {
-        if (trayAvailable && store.settings.backgroundConversationEnabled) {
+        if (!trayAvailable)
+            return
+        if (store.settings.backgroundConversationEnabled) {
             close.accepted = false
             window.hide()
+        } else {
+            Qt.quit()
         }
     }
 

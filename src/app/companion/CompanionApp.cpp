@@ -66,8 +66,11 @@ bool CompanionApp::start()
     }
     m_sizeMemory = std::make_unique<WindowSizeMemory>(m_window);
     m_sizeMemory->restore();
-    if (trayAvailable)
+    if (trayAvailable) {
         m_tray = std::make_unique<CompanionTray>(m_liveActivity.get(), m_window);
+        // Main.qml decides on close: keep running in the tray or quit.
+        QGuiApplication::setQuitOnLastWindowClosed(false);
+    }
     m_window->show();
     return true;
 }
