@@ -44,6 +44,6 @@ ApplicationWindow {
         anchors.fill: parent
         store: window.store
         actions: window.actions
-        animating: window.visible && window.visibility !== Window.Minimized
+        animating: window.visibility !== Window.Hidden && window.visibility !== Window.Minimized
     }
 }

@@ -6,6 +6,7 @@
 #include <QtQml/qqmlextensionplugin.h>
 #include <QtQuickTest>
 
+Q_IMPORT_QML_PLUGIN(Kelo_CorePlugin)
 Q_IMPORT_QML_PLUGIN(KeloPlugin)
 
 // Material dark like the app, the app's icon theme, and a place for the screenshots.
