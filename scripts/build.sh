@@ -16,4 +16,7 @@ if [ ! -f "$build_dir/build.ninja" ]; then
   cmake -S . -B "$build_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_PREFIX_PATH="${KELO_PREFIX_PATH:-$HOME/.cache/kelo/prefix}" >/dev/null
 fi
+# AUTOMOC sometimes misses headers that arrive with a merge; dropping its stamp makes it look again
+# (cheap: only changed headers are run through moc).
+rm -f "$build_dir"/src/kelocore_autogen/timestamp
 cmake --build "$build_dir" -- -j"$(nproc)"

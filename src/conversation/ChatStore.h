@@ -1,12 +1,16 @@
 #pragma once
 
 #include "ChatMessage.h"
+#include "ConversationMemoryStore.h"
 #include "ZenAPIService.h"
 #include "ZenModel.h"
+#include "settings/AppSettings.h"
 #include "skills/MCPToolBinding.h"
+#include "voice/SpeechService.h"
 
 #include <QCoroTask>
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QVariantList>
@@ -14,12 +18,9 @@
 
 #include <optional>
 
-class AppSettings;
+class QTimer;
 class BackgroundExecutionManager;
-class ConversationMemoryStore;
-class LiveActivityManager;
 class MCPClient;
-class SpeechService;
 class WebSkillService;
 
 // The one observable object that runs the conversation. It owns every service, holds the visible
@@ -102,6 +103,11 @@ public:
     Q_INVOKABLE void reloadZenModels();
     Q_INVOKABLE void reloadMCPBindings();
 
+    // Whether a finished turn speaks its answer (with autoSpeak on). The command line turns this off
+    // unless asked to speak.
+    bool speaksAnswers() const { return m_speaksAnswers; }
+    void setSpeaksAnswers(bool value) { m_speaksAnswers = value; }
+
     // The built-in tools' definitions, in the order they are offered.
     static QList<ZenToolDefinition> builtInToolDefinitions();
     // Reasoning blocks removed, white space trimmed.
@@ -111,6 +117,8 @@ Q_SIGNALS:
     void messagesChanged();
     // A message joined the conversation (the command line prints assistant messages from here).
     void messageAppended(const ChatMessage &message);
+    // A turn ended: with an answer, or with the failure message in the conversation.
+    void turnFinished(bool answered);
     void draftChanged();
     void isThinkingChanged();
     void isPushToTalkActiveChanged();
@@ -134,6 +142,12 @@ private:
     void scheduleHandsFreeListening();
     void showTemporaryStatus(const QString &text);
     void onAutomaticTranscript(const QString &text);
+    void watchHandsFreeSilence();
+    void publishDerivedState();
+
+    QVariantList messageList() const;
+    QVariantList visibleMessageList() const;
+    QVariantList zenModelList() const;
 
     void appendMessage(ChatMessage message);
     void setThinking(bool value);
@@ -162,4 +176,15 @@ private:
     QList<MCPToolBinding> m_cachedMCPBindings;
     std::optional<QDateTime> m_toolsRefreshedAt;
     quint64 m_statusGeneration = 0;
+    bool m_speaksAnswers = true;
+    // The last turn came from the microphone, so the conversation may go on hands-free.
+    bool m_lastTurnWasVoice = false;
+    bool m_handsFreeRun = false;
+    QTimer *m_handsFreeTimer;
+    QElapsedTimer m_handsFreeClock;
+    qint64 m_lastVoiceAtMs = -1;
+    // Derived values last published, so their signals fire only on real changes.
+    bool m_publishedHasZenKey = false;
+    QString m_publishedActivityText;
+    ZenModel m_publishedModel;
 };

@@ -1,0 +1,59 @@
+#include "AskCommand.h"
+
+#include "CliArguments.h"
+#include "CliSession.h"
+#include "Terminal.h"
+#include "TurnRunner.h"
+#include "conversation/ChatStore.h"
+
+QString AskCommand::summary() const
+{
+    return QStringLiteral("trimite un mesaj în conversația salvată și afișează răspunsul");
+}
+
+QString AskCommand::usage() const
+{
+    return QStringLiteral(
+        "Utilizare: kelo ask [--new] [--speak] TEXT…\n"
+        "           kelo ask [--new] [--speak] -        (textul se citește de la intrarea standard)\n"
+        "\n"
+        "Rulează o tură a conversației salvate și scrie pe stdout exact mesajul adăugat de Kelo\n"
+        "(răspunsul sau mesajul de eroare). Liniile de stare merg pe stderr.\n"
+        "\n"
+        "  --new     începe o conversație nouă înainte (memoria utilă rămâne)\n"
+        "  --speak   rostește răspunsul când „Răspunde cu voce” este activ\n"
+        "\n"
+        "Cod de ieșire: 0 răspuns primit, 1 tura a eșuat, 2 utilizare greșită.");
+}
+
+QCoro::Task<int> AskCommand::run(CliSession &session, QStringList arguments)
+{
+    QString error;
+    const auto args = CliArguments::parse(arguments, {QStringLiteral("--new"), QStringLiteral("--speak")}, {}, &error);
+    if (!args) {
+        Terminal::err(error);
+        co_return ExitCode::usage;
+    }
+    QString text = args->positional.join(QLatin1Char(' '));
+    if (args->positional == QStringList{QStringLiteral("-")}) {
+        QStringList lines;
+        while (const auto line = Terminal::readPlainLine())
+            lines.append(*line);
+        text = lines.join(QLatin1Char('\n'));
+    }
+    if (text.trimmed().isEmpty()) {
+        Terminal::err(QStringLiteral("Lipsește textul mesajului.\n\n") + usage());
+        co_return ExitCode::usage;
+    }
+
+    ChatStore &store = session.store();
+    store.setSpeaksAnswers(args->has(QStringLiteral("--speak")));
+    if (args->has(QStringLiteral("--new")))
+        store.clearConversation();
+
+    TurnRunner runner(store);
+    QObject::connect(&runner, &TurnRunner::replied, [](const ChatMessage &reply, bool) { Terminal::out(reply.text); });
+    const TurnRunner::Outcome outcome = co_await runner.run(text);
+    co_await runner.waitForSpeech();
+    co_return outcome.answered ? ExitCode::success : ExitCode::failure;
+}

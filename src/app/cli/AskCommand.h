@@ -1,0 +1,13 @@
+#pragma once
+
+#include "CliCommand.h"
+
+// `kelo ask TEXT…`: one turn of the stored conversation; the reply alone on stdout.
+class AskCommand : public CliCommand
+{
+public:
+    QString name() const override { return QStringLiteral("ask"); }
+    QString summary() const override;
+    QString usage() const override;
+    QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
+};

@@ -1,0 +1,45 @@
+#include "CliArguments.h"
+
+std::optional<CliArguments> CliArguments::parse(const QStringList &words, const QSet<QString> &flags,
+                                                const QSet<QString> &options, QString *error)
+{
+    CliArguments parsed;
+    bool optionsEnded = false;
+    for (qsizetype i = 0; i < words.size(); ++i) {
+        const QString &word = words.at(i);
+        if (optionsEnded || !word.startsWith(QLatin1String("--")) || word == QLatin1String("-")) {
+            parsed.positional.append(word);
+            continue;
+        }
+        if (word == QLatin1String("--")) {
+            optionsEnded = true;
+            continue;
+        }
+        const qsizetype equals = word.indexOf(QLatin1Char('='));
+        const QString name = equals < 0 ? word : word.left(equals);
+        if (flags.contains(name) && equals < 0) {
+            parsed.m_flags.insert(name);
+        } else if (options.contains(name)) {
+            if (equals >= 0) {
+                parsed.m_values.insert(name, word.mid(equals + 1));
+            } else if (i + 1 < words.size()) {
+                parsed.m_values.insert(name, words.at(++i));
+            } else {
+                *error = QStringLiteral("Opțiunea %1 are nevoie de o valoare.").arg(name);
+                return std::nullopt;
+            }
+        } else {
+            *error = QStringLiteral("Opțiune necunoscută: %1").arg(word);
+            return std::nullopt;
+        }
+    }
+    return parsed;
+}
+
+std::optional<QString> CliArguments::value(const QString &option) const
+{
+    const auto it = m_values.constFind(option);
+    if (it == m_values.cend())
+        return std::nullopt;
+    return *it;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QCoroTask>
+#include <QString>
+#include <QStringList>
+
+class CliSession;
+
+// Exit codes of every command: scripts rely on them.
+namespace ExitCode {
+constexpr int success = 0;
+constexpr int failure = 1;
+constexpr int usage = 2;
+} // namespace ExitCode
+
+// One subcommand of `kelo`. Each lives in its own file and is listed in CliCommands.cpp.
+class CliCommand
+{
+public:
+    virtual ~CliCommand() = default;
+
+    virtual QString name() const = 0;
+    // One line for `kelo --help`.
+    virtual QString summary() const = 0;
+    // The whole text of `kelo NAME --help`.
+    virtual QString usage() const = 0;
+    // `arguments` are the words after the command's name; --help is handled before this is called.
+    virtual QCoro::Task<int> run(CliSession &session, QStringList arguments) = 0;
+};

@@ -1,0 +1,20 @@
+#include "CliCommands.h"
+
+#include "AskCommand.h"
+#include "ChatCommand.h"
+#include "ConfigCommand.h"
+#include "MemoryCommand.h"
+#include "ModelsCommand.h"
+#include "TestKeyCommand.h"
+
+std::vector<std::unique_ptr<CliCommand>> allCliCommands()
+{
+    std::vector<std::unique_ptr<CliCommand>> commands;
+    commands.push_back(std::make_unique<AskCommand>());
+    commands.push_back(std::make_unique<ChatCommand>());
+    commands.push_back(std::make_unique<ModelsCommand>());
+    commands.push_back(std::make_unique<TestKeyCommand>());
+    commands.push_back(std::make_unique<ConfigCommand>());
+    commands.push_back(std::make_unique<MemoryCommand>());
+    return commands;
+}

@@ -1,0 +1,72 @@
+#include "CliCommands.h"
+#include "CliSession.h"
+#include "Terminal.h"
+#include "settings/LegacyLocalModelCleaner.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+
+namespace {
+
+QString generalHelp(const std::vector<std::unique_ptr<CliCommand>> &commands)
+{
+    QString text = QStringLiteral("Kelo — companionul tău vocal, din linia de comandă.\n\n"
+                                  "Utilizare: kelo COMANDĂ [ARGUMENTE…]\n\nComenzi:\n");
+    for (const auto &command : commands)
+        text += QStringLiteral("  %1  %2\n").arg(command->name(), -10).arg(command->summary());
+    text += QStringLiteral("\n  kelo COMANDĂ --help   ajutor pentru o comandă\n  kelo --version        versiunea");
+    return text;
+}
+
+QCoro::Task<int> dispatch(const std::vector<std::unique_ptr<CliCommand>> &commands, QStringList words)
+{
+    if (words.isEmpty() || words.first() == QLatin1String("--help") || words.first() == QLatin1String("-h")
+        || words.first() == QLatin1String("help")) {
+        (words.isEmpty() ? Terminal::err : Terminal::out)(generalHelp(commands));
+        co_return words.isEmpty() ? ExitCode::usage : ExitCode::success;
+    }
+    if (words.first() == QLatin1String("--version")) {
+        Terminal::out(QStringLiteral("kelo %1").arg(QStringLiteral(KELO_VERSION)));
+        co_return ExitCode::success;
+    }
+    const QString name = words.takeFirst();
+    for (const auto &command : commands) {
+        if (command->name() != name)
+            continue;
+        if (words.contains(QLatin1String("--help")) || words.contains(QLatin1String("-h"))) {
+            Terminal::out(command->usage());
+            co_return ExitCode::success;
+        }
+        CliSession session;
+        co_return co_await command->run(session, words);
+    }
+    Terminal::err(QStringLiteral("Comandă necunoscută: %1\n\n").arg(name) + generalHelp(commands));
+    co_return ExitCode::usage;
+}
+
+QCoro::Task<> runAndQuit(const std::vector<std::unique_ptr<CliCommand>> &commands, QStringList words)
+{
+    int code = ExitCode::failure;
+    try {
+        code = co_await dispatch(commands, std::move(words));
+    } catch (const std::exception &e) {
+        Terminal::err(QStringLiteral("Eroare neașteptată: %1").arg(QString::fromUtf8(e.what())));
+    }
+    QCoreApplication::exit(code);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Kelo"));
+    QCoreApplication::setApplicationName(QStringLiteral("KeloCompanion"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(KELO_VERSION));
+    LegacyLocalModelCleaner::runOnce();
+
+    const auto commands = allCliCommands();
+    QStringList words = QCoreApplication::arguments().mid(1);
+    QTimer::singleShot(0, &app, [&] { runAndQuit(commands, words); });
+    return QCoreApplication::exec();
+}
