@@ -104,6 +104,10 @@ int main(int argc, char *argv[])
         ? qEnvironmentVariableIntValue("KELO_BENCH_SECONDS") * 1000
         : 10000;
     runEventLoopFor(2000); // settle: first layouts, lazy loads
+    // A picture of the real app at rest, for a look at what was measured.
+    const QString screenshot = qEnvironmentVariable("KELO_BENCH_SCREENSHOT");
+    if (!screenshot.isEmpty())
+        companion.window()->grabWindow().save(screenshot);
     const double rss = residentMegabytes();
     const double cpuShown = cpuShareOver(measureMs);
     companion.window()->hide();

@@ -13,7 +13,7 @@ Item {
     // False while the window is hidden: no frame is requested then.
     property bool animating: true
     property bool pressed: false
-    // Seconds of the frame clock; frames are thinned to about 30 per second.
+    // Seconds of the frame clock; frames are thinned to what the mood needs.
     property real t: 0
 
     readonly property var palette: Logic.orbPalette(mood)
@@ -28,7 +28,7 @@ Item {
         running: orb.animating && orb.visible
         onTriggered: {
             pending += frameTime
-            if (pending >= 1 / 30) {
+            if (pending >= Logic.frameInterval(orb.mood)) {
                 pending = 0
                 orb.t = elapsedTime
             }

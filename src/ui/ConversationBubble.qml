@@ -9,10 +9,18 @@ Item {
     readonly property bool fromSystem: message && message.role === "system"
 
     implicitHeight: box.height + 8
+    readonly property real maxTextWidth: bubble.width * 0.82 - 28
+
+    // The unwrapped width of the text, measured apart so the label's own width does not feed back.
+    TextMetrics {
+        id: metrics
+        font: label.font
+        text: bubble.message ? bubble.message.text : ""
+    }
 
     Rectangle {
         id: box
-        width: Math.min(bubble.width * 0.82, label.implicitWidth + 28)
+        width: label.width + 28
         height: label.implicitHeight + 20
         radius: 16
         anchors.right: bubble.fromUser ? parent.right : undefined
@@ -23,7 +31,7 @@ Item {
         Label {
             id: label
             x: 14; y: 10
-            width: Math.min(bubble.width * 0.82 - 28, implicitWidth)
+            width: Math.min(bubble.maxTextWidth, Math.ceil(metrics.advanceWidth) + 2)
             text: bubble.message ? bubble.message.text : ""
             wrapMode: Text.Wrap
             textFormat: Text.PlainText

@@ -88,6 +88,10 @@ TestCase {
         compare(Logic.coreScale("idle", 1), 1)
         compare(Logic.coreScale("listening", 0), 1)
         fuzzyCompare(Logic.coreScale("listening", 7), 1.14, 1e-9)
+        // Rest is drawn sparingly; every active mood is fluid.
+        verify(Logic.frameInterval("idle") >= 1 / 15)
+        for (var i = 1; i < Logic.moods.length; ++i)
+            verify(Logic.frameInterval(Logic.moods[i]) <= 1 / 30 + 1e-9, Logic.moods[i])
     }
 
     function test_palettesFollowTheMoodFamilies() {

@@ -3,6 +3,7 @@
 #include "CompanionActions.h"
 #include "CompanionTray.h"
 #include "LiveActivityFeed.h"
+#include "RenderingBackend.h"
 #include "WindowSizeMemory.h"
 #include "conversation/ChatStore.h"
 #include "system/LiveActivityManager.h"
@@ -29,6 +30,7 @@ void CompanionApp::configureApplication()
     // The interface is dark whatever the desktop prefers.
     qputenv("QT_QUICK_CONTROLS_MATERIAL_THEME", "Dark");
     IconTheme::ensureSymbolicIcons();
+    RenderingBackend::chooseForThisMachine();
 }
 
 CompanionApp::CompanionApp()
