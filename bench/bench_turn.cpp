@@ -3,6 +3,7 @@
 // two rounds of web tools. The figure includes the in-process fake server's own work and the
 // loopback round trips, so it is an upper bound of Kelo's share.
 #include "AsyncTest.h"
+#include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
 #include "conversation/ChatStore.h"
@@ -16,22 +17,10 @@
 #include <cstdio>
 
 using Reply = FakeHttpServer::Reply;
+using ChatCompletionReplies::completion;
+using ChatCompletionReplies::toolCall;
 
 namespace {
-
-QJsonObject completion(const QString &content, const QJsonArray &toolCalls = {})
-{
-    QJsonObject message{{QStringLiteral("role"), QStringLiteral("assistant")}, {QStringLiteral("content"), content}};
-    if (!toolCalls.isEmpty())
-        message.insert(QStringLiteral("tool_calls"), toolCalls);
-    return {{QStringLiteral("choices"), QJsonArray{QJsonObject{{QStringLiteral("message"), message}}}}};
-}
-
-QJsonObject toolCall(const QString &name, const QJsonObject &arguments)
-{
-    return {{QStringLiteral("id"), QStringLiteral("call-") + name},
-            {QStringLiteral("function"), QJsonObject{{QStringLiteral("name"), name}, {QStringLiteral("arguments"), arguments}}}};
-}
 
 struct Figures
 {
@@ -83,9 +72,9 @@ int main(int argc, char *argv[])
             return m[QLatin1String("role")].toString() == QLatin1String("tool");
         }));
         if (withTools && toolResults == 0)
-            return Reply::json(completion(QString(), {toolCall("kelo_web_search", {{"query", "Brâncuși"}})}));
+            return Reply::json(completion(QString(), {toolCall("s", "kelo_web_search", {{"query", "Brâncuși"}})}));
         if (withTools && toolResults == 1)
-            return Reply::json(completion(QString(), {toolCall("kelo_fetch_url", {{"url", page}})}));
+            return Reply::json(completion(QString(), {toolCall("f", "kelo_fetch_url", {{"url", page}})}));
         return Reply::json(completion(QStringLiteral("<think>gândesc</think>Un răspuns scurt, în română.")));
     });
 

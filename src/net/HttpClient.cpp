@@ -12,8 +12,10 @@ namespace {
 // Errors Qt derives from an HTTP status: the exchange itself worked, so the caller gets the reply.
 bool isHttpStatusError(QNetworkReply::NetworkError error)
 {
+    // Qt reports an HTTP 400 as ProtocolInvalidOperationError.
     return (error >= QNetworkReply::ContentAccessDenied && error <= QNetworkReply::UnknownContentError)
-        || (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError);
+        || (error >= QNetworkReply::InternalServerError && error <= QNetworkReply::UnknownServerError)
+        || error == QNetworkReply::ProtocolInvalidOperationError;
 }
 
 struct Download

@@ -1,4 +1,5 @@
 #include "AsyncTest.h"
+#include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
 
@@ -8,6 +9,9 @@
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
+using ChatCompletionReplies::Arguments;
+using ChatCompletionReplies::completion;
+using ChatCompletionReplies::toolCall;
 
 namespace {
 
@@ -17,20 +21,6 @@ struct Run
     QString out;
     QString err;
 };
-
-QJsonObject completion(const QString &content, const QJsonArray &toolCalls = {})
-{
-    QJsonObject message{{QStringLiteral("role"), QStringLiteral("assistant")}, {QStringLiteral("content"), content}};
-    if (!toolCalls.isEmpty())
-        message.insert(QStringLiteral("tool_calls"), toolCalls);
-    return {{QStringLiteral("choices"), QJsonArray{QJsonObject{{QStringLiteral("message"), message}}}}};
-}
-
-QJsonObject toolCall(const QString &id, const QString &name, const QJsonObject &arguments)
-{
-    return {{QStringLiteral("id"), id},
-            {QStringLiteral("function"), QJsonObject{{QStringLiteral("name"), name}, {QStringLiteral("arguments"), arguments}}}};
-}
 
 } // namespace
 
@@ -81,8 +71,8 @@ private Q_SLOTS:
         m_service->on("GET", QStringLiteral("/pagina"), Reply::text("<p>Iași are 270.000 de locuitori</p>", 200, "text/html"));
         const QString page = m_service->baseUrl() + QStringLiteral("/pagina");
         for (const QJsonObject &reply :
-             {completion(QString(), {toolCall("1", "kelo_web_search", {{"query", "Iași"}})}),
-              completion(QString(), {toolCall("2", "kelo_fetch_url", {{"url", page}})}),
+             {completion(QString(), {toolCall("1", "kelo_web_search", {{"query", "Iași"}}, Arguments::asObject)}),
+              completion(QString(), {toolCall("2", "kelo_fetch_url", {{"url", page}}, Arguments::asObject)}),
               completion(QStringLiteral("Iașiul are circa 270.000 de locuitori."))})
             m_service->enqueue("POST", QStringLiteral("/chat/completions"), Reply::json(reply));
 

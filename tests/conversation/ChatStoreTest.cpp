@@ -1,4 +1,5 @@
 #include "AsyncTest.h"
+#include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
 #include "conversation/ChatStore.h"
@@ -11,27 +12,10 @@
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
+using ChatCompletionReplies::completion;
+using ChatCompletionReplies::toolCall;
 
 namespace {
-
-QJsonObject completion(const QString &content, const QJsonArray &toolCalls = {})
-{
-    QJsonObject message{{QStringLiteral("role"), QStringLiteral("assistant")}, {QStringLiteral("content"), content}};
-    if (!toolCalls.isEmpty())
-        message.insert(QStringLiteral("tool_calls"), toolCalls);
-    return {{QStringLiteral("choices"), QJsonArray{QJsonObject{{QStringLiteral("message"), message}}}}};
-}
-
-QJsonObject toolCall(const QString &id, const QString &name, const QJsonObject &arguments)
-{
-    return {
-        {QStringLiteral("id"), id},
-        {QStringLiteral("type"), QStringLiteral("function")},
-        {QStringLiteral("function"),
-         QJsonObject{{QStringLiteral("name"), name},
-                     {QStringLiteral("arguments"), QString::fromUtf8(QJsonDocument(arguments).toJson())}}},
-    };
-}
 
 QJsonArray sentMessages(const FakeHttpServer::Request &request)
 {

@@ -7,6 +7,8 @@
 #include <exception>
 #include <optional>
 #include <stdexcept>
+#include <type_traits>
+#include <variant>
 
 // Runs a coroutine to its end inside a test, with an event loop and a time-out. The task's
 // exception is rethrown here (QCoro::waitFor would hang on a throwing task).
@@ -24,13 +26,19 @@ public:
 template<typename T>
 T await(QCoro::Task<T> task, int timeoutMs = 30'000)
 {
-    std::optional<T> result;
+    using Stored = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
+    std::optional<Stored> result;
     std::exception_ptr error;
     bool done = false;
     QEventLoop loop;
     auto runner = [&]() -> QCoro::Task<> {
         try {
-            result.emplace(co_await std::move(task));
+            if constexpr (std::is_void_v<T>) {
+                co_await std::move(task);
+                result.emplace();
+            } else {
+                result.emplace(co_await std::move(task));
+            }
         } catch (...) {
             error = std::current_exception();
         }
@@ -46,32 +54,8 @@ T await(QCoro::Task<T> task, int timeoutMs = 30'000)
         throw TimedOut();
     if (error)
         std::rethrow_exception(error);
-    return std::move(*result);
-}
-
-inline void await(QCoro::Task<> task, int timeoutMs = 30'000)
-{
-    std::exception_ptr error;
-    bool done = false;
-    QEventLoop loop;
-    auto runner = [&]() -> QCoro::Task<> {
-        try {
-            co_await std::move(task);
-        } catch (...) {
-            error = std::current_exception();
-        }
-        done = true;
-        loop.quit();
-    };
-    auto running = runner();
-    if (!done) {
-        QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    if (!done)
-        throw TimedOut();
-    if (error)
-        std::rethrow_exception(error);
+    if constexpr (!std::is_void_v<T>)
+        return std::move(*result);
 }
 
 // The error of type E the task threw, or nothing when it succeeded or threw something else

@@ -160,7 +160,10 @@ void FakeHttpServer::answer(std::shared_ptr<QHttpServerResponder> responder, con
             return;
         }
         writeHead(*responder, reply, true);
-        for (qsizetype i = 0; i <= reply.chunks.size(); ++i) {
+        if (reply.holdOpenAfterChunks)
+            self->m_heldResponders.append(responder);
+        const qsizetype last = reply.holdOpenAfterChunks ? reply.chunks.size() - 1 : reply.chunks.size();
+        for (qsizetype i = 0; i <= last; ++i) {
             const QByteArray chunk = i < reply.chunks.size() ? reply.chunks.at(i) : QByteArray();
             const QByteArray framed = QByteArray::number(chunk.size(), 16) + "\r\n" + chunk + "\r\n";
             QTimer::singleShot(reply.chunkIntervalMs * i, self, [responder, framed] { responder->writeBody(framed); });

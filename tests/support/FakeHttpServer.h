@@ -48,6 +48,9 @@ public:
         int chunkIntervalMs = 0;
         // Keep the connection open and never answer (a server that hangs).
         bool neverAnswer = false;
+        // With chunks: send them, then keep the connection open without ending the body (a stream
+        // the server never closes).
+        bool holdOpenAfterChunks = false;
 
         static Reply json(const QJsonObject &object, int status = 200);
         static Reply json(const QJsonArray &array, int status = 200);

@@ -3,6 +3,7 @@
 #include "AskCommand.h"
 #include "ChatCommand.h"
 #include "ConfigCommand.h"
+#include "MCPCommand.h"
 #include "MemoryCommand.h"
 #include "ModelsCommand.h"
 #include "TestKeyCommand.h"
@@ -16,5 +17,6 @@ std::vector<std::unique_ptr<CliCommand>> allCliCommands()
     commands.push_back(std::make_unique<TestKeyCommand>());
     commands.push_back(std::make_unique<ConfigCommand>());
     commands.push_back(std::make_unique<MemoryCommand>());
+    commands.push_back(std::make_unique<MCPCommand>());
     return commands;
 }

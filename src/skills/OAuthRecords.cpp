@@ -1,0 +1,77 @@
+#include "OAuthRecords.h"
+
+#include <QJsonArray>
+
+namespace {
+
+// Reads one optional member into `out`; false when it is present with the wrong type.
+bool readString(const QJsonObject &object, QLatin1StringView key, std::optional<QString> &out)
+{
+    const QJsonValue value = object.value(key);
+    if (value.isUndefined() || value.isNull())
+        return true;
+    if (!value.isString())
+        return false;
+    out = value.toString();
+    return true;
+}
+
+bool readStrings(const QJsonObject &object, QLatin1StringView key, std::optional<QStringList> &out)
+{
+    const QJsonValue value = object.value(key);
+    if (value.isUndefined() || value.isNull())
+        return true;
+    if (!value.isArray())
+        return false;
+    QStringList strings;
+    for (const QJsonValue &entry : value.toArray()) {
+        if (!entry.isString())
+            return false;
+        strings.append(entry.toString());
+    }
+    out = strings;
+    return true;
+}
+
+} // namespace
+
+std::optional<OAuthProtectedResourceMetadata> OAuthProtectedResourceMetadata::fromJson(const QJsonObject &object)
+{
+    OAuthProtectedResourceMetadata m;
+    if (readString(object, QLatin1String("resource"), m.resource)
+        && readStrings(object, QLatin1String("authorization_servers"), m.authorizationServers)
+        && readStrings(object, QLatin1String("scopes_supported"), m.scopesSupported))
+        return m;
+    return std::nullopt;
+}
+
+std::optional<OAuthAuthorizationServerMetadata> OAuthAuthorizationServerMetadata::fromJson(const QJsonObject &object)
+{
+    OAuthAuthorizationServerMetadata m;
+    if (readString(object, QLatin1String("issuer"), m.issuer)
+        && readString(object, QLatin1String("authorization_endpoint"), m.authorizationEndpoint)
+        && readString(object, QLatin1String("token_endpoint"), m.tokenEndpoint)
+        && readString(object, QLatin1String("registration_endpoint"), m.registrationEndpoint)
+        && readStrings(object, QLatin1String("scopes_supported"), m.scopesSupported))
+        return m;
+    return std::nullopt;
+}
+
+std::optional<OAuthRegistrationResponse> OAuthRegistrationResponse::fromJson(const QJsonObject &object)
+{
+    OAuthRegistrationResponse r;
+    if (readString(object, QLatin1String("client_id"), r.clientID)
+        && readString(object, QLatin1String("client_secret"), r.clientSecret))
+        return r;
+    return std::nullopt;
+}
+
+std::optional<OAuthTokenResponse> OAuthTokenResponse::fromJson(const QJsonObject &object)
+{
+    OAuthTokenResponse r;
+    if (readString(object, QLatin1String("access_token"), r.accessToken)
+        && readString(object, QLatin1String("token_type"), r.tokenType)
+        && readString(object, QLatin1String("refresh_token"), r.refreshToken))
+        return r;
+    return std::nullopt;
+}

@@ -1,0 +1,199 @@
+#include "AsyncTest.h"
+#include "FakeHttpServer.h"
+#include "TemporaryHome.h"
+#include "skills/OAuthCallbackChannel.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QTest>
+
+using Reply = FakeHttpServer::Reply;
+
+namespace {
+
+struct Run
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+} // namespace
+
+// `kelo mcp` as a user runs it: the server list on disk, exit codes, and an OAuth connection whose
+// browser is played by this test.
+class MCPCommandTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TemporaryHome> m_home;
+    QString m_runtimeDir;
+    QString m_browserLog;
+    QNetworkAccessManager m_network;
+
+    Run kelo(const QStringList &arguments, const std::function<void()> &whileRunning = {})
+    {
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_runtimeDir);
+        environment.insert(QStringLiteral("BROWSER"), m_home->path() + QStringLiteral("/browser.sh"));
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(KELO_CLI_PATH), arguments);
+        const bool finished = AsyncTest::waitUntil(
+            [&] {
+                if (whileRunning)
+                    whileRunning();
+                return process.state() == QProcess::NotRunning;
+            },
+            60'000);
+        if (!finished)
+            process.kill();
+        return { finished ? process.exitCode() : -1, QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError()) };
+    }
+
+    QJsonArray storedServers()
+    {
+        const Run run = kelo({ "config", "get", "mcpServers", "--show-secrets" });
+        return QJsonDocument::fromJson(run.out.toUtf8()).array();
+    }
+
+    // The browser: once kelo has asked for a page, load it here and hand its redirect to kelo.
+    std::function<void()> browserThatApproves()
+    {
+        auto started = std::make_shared<bool>(false);
+        return [this, started] {
+            QFile log(m_browserLog);
+            if (*started || !log.open(QIODevice::ReadOnly))
+                return;
+            *started = true;
+            QNetworkRequest request(QUrl(QString::fromUtf8(log.readAll().trimmed())));
+            request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+            QNetworkReply *reply = m_network.get(request);
+            QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply] {
+                reply->deleteLater();
+                OAuthCallbackChannel::deliver(QUrl(QString::fromUtf8(reply->rawHeader("Location"))),
+                    m_runtimeDir + QStringLiteral("/kelo-oauth"));
+            });
+        };
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_home = std::make_unique<TemporaryHome>();
+        m_runtimeDir = m_home->path() + QStringLiteral("/runtime");
+        QDir().mkpath(m_runtimeDir);
+        QFile::setPermissions(m_runtimeDir, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        m_browserLog = m_home->path() + QStringLiteral("/opened.txt");
+        QFile script(m_home->path() + QStringLiteral("/browser.sh"));
+        QVERIFY(script.open(QIODevice::WriteOnly));
+        script.write("#!/bin/sh\nprintf '%s\\n' \"$1\" > \"" + m_browserLog.toUtf8() + ".part\" && mv \""
+            + m_browserLog.toUtf8() + ".part\" \"" + m_browserLog.toUtf8() + "\"\n");
+        script.close();
+        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+
+    void cleanup() { m_home.reset(); }
+
+    void managesTheServerList()
+    {
+        QCOMPARE(kelo({ "mcp", "add", "Docs", "https://docs.example/mcp", "--token", "t-1" }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "add", "Local", "http://127.0.0.1:9/mcp" }).exitCode, 0);
+        const Run invalid = kelo({ "mcp", "add", "Rău", "nu e url" });
+        QCOMPARE(invalid.exitCode, 2);
+        QVERIFY(invalid.err.contains(QStringLiteral("Endpoint MCP invalid.")));
+
+        Run list = kelo({ "mcp", "list" });
+        QStringList lines = list.out.split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 2);
+        QVERIFY(lines[0].endsWith(QStringLiteral("\tDocs\thttps://docs.example/mcp\tActiv\tToken")));
+        QVERIFY(lines[1].endsWith(QStringLiteral("\tLocal\thttp://127.0.0.1:9/mcp\tActiv\tFără auth")));
+        QCOMPARE(storedServers().first()["bearerToken"].toString(), QString("t-1"));
+
+        QCOMPARE(kelo({ "mcp", "disable", "docs" }).exitCode, 0);
+        QVERIFY(kelo({ "mcp", "list" }).out.contains(QStringLiteral("\tDocs\thttps://docs.example/mcp\tOprit")));
+        const QString localID = lines[1].section('\t', 0, 0);
+        QCOMPARE(kelo({ "mcp", "remove", localID.toLower() }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "remove", "Nimeni" }).exitCode, 1);
+        QCOMPARE(kelo({ "mcp", "add", "docs", "https://other.example/mcp" }).exitCode, 0);
+        const Run ambiguous = kelo({ "mcp", "enable", "Docs" });
+        QCOMPARE(ambiguous.exitCode, 1);
+        QVERIFY(ambiguous.err.contains(QStringLiteral("folosește ID-ul")));
+        QCOMPARE(storedServers().size(), 2);
+        QCOMPARE(kelo({ "mcp", "frobnicate" }).exitCode, 2);
+    }
+
+    void listsToolsOrExplainsWhyNot()
+    {
+        FakeHttpServer mcp;
+        mcp.on("POST", "/mcp", [](const FakeHttpServer::Request &request) {
+            const QString method = request.json().value("method").toString();
+            if (method == "notifications/initialized")
+                return Reply::text({}, 202);
+            QJsonObject result;
+            if (method == "tools/list")
+                result = { { "tools",
+                    QJsonArray { QJsonObject { { "name", "Search-Docs" }, { "description", "Caută" } } } } };
+            return Reply::eventStream({ QJsonDocument(
+                QJsonObject { { "jsonrpc", "2.0" }, { "id", 1 },
+                    { "result", result } }).toJson(QJsonDocument::Compact) });
+        });
+        FakeHttpServer locked;
+        locked.on("POST", "/mcp", Reply::text("", 401));
+        QCOMPARE(kelo({ "mcp", "add", "My Server", mcp.baseUrl() + "/mcp" }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "add", "Locked", locked.baseUrl() + "/mcp" }).exitCode, 0);
+
+        const Run tools = kelo({ "mcp", "tools", "my server" });
+        QCOMPARE(tools.exitCode, 0);
+        QCOMPARE(tools.out, QStringLiteral("Search-Docs\tmcp_my_server_search_docs\tCaută [MCP: My Server]\n"));
+        const Run denied = kelo({ "mcp", "tools", "Locked" });
+        QCOMPARE(denied.exitCode, 1);
+        QVERIFY(denied.err.contains(QStringLiteral("MCP necesită autentificare sau tokenul a expirat.")));
+    }
+
+    void connectSavesTheServerOnlyWhenTheFlowSucceeds()
+    {
+        FakeHttpServer auth;
+        const QString base = auth.baseUrl();
+        auth.on("GET", "/.well-known/oauth-authorization-server",
+            Reply::json(QJsonObject { { "issuer", base }, { "authorization_endpoint", base + "/authorize" },
+                { "token_endpoint", base + "/token" }, { "registration_endpoint", base + "/register" } }));
+        auth.on("POST", "/register", Reply::json(QJsonObject { { "client_id", "dyn" } }));
+        auth.on("GET", "/authorize", [](const FakeHttpServer::Request &request) {
+            Reply reply = Reply::text({}, 302);
+            reply.headers.append(qMakePair(QByteArray("Location"),
+                "kelo://oauth?code=c1&state=" + request.query.queryItemValue("state").toUtf8()));
+            return reply;
+        });
+        auth.enqueue("POST", "/token", Reply::json(QJsonObject { { "access_token", "first" } }));
+        auth.enqueue("POST", "/token", Reply::json(QJsonObject { { "access_token", "second" } }));
+        auth.enqueue("POST", "/token", Reply::text("invalid_grant", 400));
+        const QString endpoint = base + "/mcp";
+
+        Run run = kelo({ "mcp", "connect", endpoint }, browserThatApproves());
+        QCOMPARE(run.exitCode, 0);
+        QVERIFY2(run.err.contains(QStringLiteral("Aștept autentificarea…")), qPrintable(run.err));
+        QFile::remove(m_browserLog);
+        QCOMPARE(kelo({ "mcp", "connect", endpoint }, browserThatApproves()).exitCode, 0);
+        QFile::remove(m_browserLog);
+        run = kelo({ "mcp", "connect", endpoint }, browserThatApproves());
+        QCOMPARE(run.exitCode, 1);
+        QVERIFY(run.err.contains(QStringLiteral("Schimbul codului OAuth a eșuat: invalid_grant")));
+
+        const QJsonArray servers = storedServers();
+        QCOMPARE(servers.size(), 1);
+        QCOMPARE(servers[0]["bearerToken"].toString(), QString("second"));
+        QCOMPARE(servers[0]["authLabel"].toString(), QString("OAuth"));
+        QCOMPARE(servers[0]["endpoint"].toString(), endpoint);
+        QCOMPARE(kelo({ "mcp", "connect", "nici-un-serviciu" }).exitCode, 2);
+    }
+};
+
+QTEST_GUILESS_MAIN(MCPCommandTest)
+#include "MCPCommandTest.moc"

@@ -1,0 +1,79 @@
+#include "AsyncTest.h"
+#include "skills/MCPClient.h"
+#include "skills/MCPError.h"
+
+#include <QJsonArray>
+#include <QTest>
+
+// Against a real third-party MCP server over streamable HTTP (started by the test services). It
+// answers with event streams, insists on its session id and returns text, image and resource content.
+class MCPClientLiveTest : public QObject
+{
+    Q_OBJECT
+
+    MCPServerConfig m_server;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        const QString url = qEnvironmentVariable("KELO_TEST_MCP_URL");
+        if (url.isEmpty())
+            QSKIP("KELO_TEST_MCP_URL is not set: the test MCP server is not running (scripts/test.sh starts it)");
+        m_server = MCPServerConfig { QUuid::createUuid(), QStringLiteral("Everything"), url, {}, true, {}, {} };
+    }
+
+    void discoversTheServersTools()
+    {
+        MCPClient client;
+        const auto bindings = AsyncTest::await(client.discoverBindings({ m_server }));
+        QVERIFY2(bindings.size() >= 5, qPrintable(QString::number(bindings.size())));
+        const auto echo = std::find_if(bindings.begin(), bindings.end(),
+            [](const MCPToolBinding &b) { return b.remoteName == QLatin1String("echo"); });
+        QVERIFY(echo != bindings.end());
+        QCOMPARE(echo->definition.name, QString("mcp_everything_echo"));
+        QVERIFY(echo->definition.description.endsWith(" [MCP: Everything]"));
+        QVERIFY(echo->definition.description.size() > QString(" [MCP: Everything]").size());
+        QVERIFY(echo->definition.inputSchema.value("properties").toObject().contains("message"));
+        for (const auto &binding : bindings) {
+            QVERIFY2(!binding.definition.name.contains('-'), qPrintable(binding.definition.name));
+            QVERIFY(binding.definition.name.size() <= 64);
+        }
+    }
+
+    void callsToolsWithinOneSession()
+    {
+        MCPClient client;
+        const QString echoed = AsyncTest::await(client.callTool(m_server, "echo", { { "message", "Bună, Kelo!" } }));
+        QVERIFY2(echoed.contains("Bună, Kelo!"), qPrintable(echoed));
+        const QString sum = AsyncTest::await(client.callTool(m_server, "get-sum", { { "a", 2 }, { "b", 40 } }));
+        QVERIFY2(sum.contains("42"), qPrintable(sum));
+        // A resource reference comes back as its text, not as JSON.
+        const QString resource = AsyncTest::await(
+            client.callTool(m_server, "get-resource-reference", { { "resourceType", "text" }, { "resourceId", 1 } }));
+        QVERIFY2(!resource.trimmed().startsWith('{'), qPrintable(resource));
+    }
+
+    void separateClientsGetSeparateSessions()
+    {
+        MCPClient first;
+        MCPClient second;
+        AsyncTest::await(first.listTools(m_server));
+        AsyncTest::await(second.listTools(m_server));
+        QVERIFY(!AsyncTest::await(first.callTool(m_server, "echo", { { "message", "1" } })).isEmpty());
+    }
+
+    void invalidArgumentsReachTheModelAsText()
+    {
+        MCPClient client;
+        try {
+            const QString text = AsyncTest::await(client.callTool(m_server, "get-sum", { { "a", "not a number" } }));
+            QVERIFY(!text.isEmpty());
+        } catch (const MCPError &error) {
+            QCOMPARE(error.kind(), MCPError::remote);
+            QVERIFY(error.description().startsWith("MCP: "));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(MCPClientLiveTest)
+#include "MCPClientLiveTest.moc"

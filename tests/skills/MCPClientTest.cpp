@@ -1,0 +1,405 @@
+#include "skills/MCPClient.h"
+
+#include "AsyncTest.h"
+#include "FakeHttpServer.h"
+#include "net/URLError.h"
+#include "skills/MCPError.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTest>
+
+using Reply = FakeHttpServer::Reply;
+Q_DECLARE_METATYPE(FakeHttpServer::Reply)
+
+namespace {
+
+QJsonObject rpcResult(const QJsonObject &result, qint64 id = 1)
+{
+    return { { "jsonrpc", "2.0" }, { "id", id }, { "result", result } };
+}
+
+QByteArray compact(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+MCPServerConfig server(const QString &endpoint, const QString &name = QStringLiteral("Test"), const QString &token = {})
+{
+    return MCPServerConfig { QUuid::createUuid(), name, endpoint, token, true, {}, {} };
+}
+
+// A well-behaved MCP endpoint: answers the handshake and lists `tools`; tools/call is left to `onCall`.
+struct ScriptedServer
+{
+    FakeHttpServer http;
+    QJsonArray tools;
+    std::function<Reply(const QJsonObject &)> onCall;
+    QByteArray sessionHeader = "mcp-session-id";
+    QByteArray sessionID = "session-1";
+    int initializeCount = 0;
+
+    ScriptedServer()
+    {
+        http.on("POST", "/mcp", [this](const FakeHttpServer::Request &request) {
+            const QJsonObject message = request.json();
+            const QString method = message.value("method").toString();
+            const qint64 id = message.value("id").toInteger();
+            if (method == "initialize") {
+                ++initializeCount;
+                Reply reply = Reply::json(rpcResult({ { "protocolVersion", "2025-06-18" } }, id));
+                reply.headers.append(qMakePair(QByteArray(sessionHeader), QByteArray(sessionID)));
+                return reply;
+            }
+            if (method == "notifications/initialized")
+                return Reply::text({}, 202);
+            if (method == "tools/list")
+                return Reply::json(rpcResult({ { "tools", tools } }, id));
+            if (method == "tools/call" && onCall)
+                return onCall(message.value("params").toObject());
+            return Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", id },
+                { "error", QJsonObject { { "code", -32601 }, { "message", "nope" } } } });
+        });
+    }
+
+    QString endpoint() const { return http.baseUrl() + "/mcp"; }
+    QStringList methods() const
+    {
+        QStringList list;
+        for (const auto &request : http.requests("/mcp"))
+            list.append(request.json().value("method").toString());
+        return list;
+    }
+};
+
+QJsonObject tool(const QString &name)
+{
+    return { { "name", name }, { "description", "Unealta " + name },
+        { "inputSchema", QJsonObject { { "type", "object" } } } };
+}
+
+template<typename T> MCPError::Kind mcpErrorOf(QCoro::Task<T> task)
+{
+    const auto error = AsyncTest::awaitError<MCPError>(std::move(task), 10'000);
+    if (!error)
+        throw std::runtime_error("expected an MCPError");
+    return error->kind();
+}
+
+} // namespace
+
+class MCPClientTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void handshakeRunsOncePerEndpointAndCarriesTheSession()
+    {
+        ScriptedServer mcp;
+        mcp.tools = { tool("a") };
+        MCPClient client;
+        const MCPServerConfig first = server(mcp.endpoint());
+        MCPServerConfig twin = server(mcp.endpoint(), "Twin");
+
+        QCOMPARE(AsyncTest::await(client.listTools(first)).size(), 1);
+        AsyncTest::await(client.listTools(twin));
+        QCOMPARE(mcp.methods(), QStringList({ "initialize", "notifications/initialized", "tools/list", "tools/list" }));
+        QCOMPARE(mcp.initializeCount, 1);
+
+        const auto requests = mcp.http.requests("/mcp");
+        const QJsonObject init = requests[0].json();
+        QCOMPARE(init.value("params")["protocolVersion"].toString(), QString("2025-06-18"));
+        QCOMPARE(init.value("params")["clientInfo"]["name"].toString(), QString("KeloCompanion"));
+        QVERIFY(init.value("params")["capabilities"].isObject());
+        QVERIFY(!requests[1].json().contains("id"));
+        QCOMPARE(requests[2].json().value("id").toInteger(), 2);
+        QCOMPARE(requests[3].json().value("id").toInteger(), 3);
+        for (const auto &request : requests) {
+            QCOMPARE(request.header("Content-Type"), QByteArray("application/json"));
+            QCOMPARE(request.header("Accept"), QByteArray("application/json, text/event-stream"));
+            QVERIFY(request.header("Authorization").isNull());
+        }
+        QVERIFY(requests[0].header("Mcp-Session-Id").isEmpty());
+        for (int i = 1; i < requests.size(); ++i)
+            QCOMPARE(requests[i].header("Mcp-Session-Id"), QByteArray("session-1"));
+    }
+
+    void laterSessionIdsReplaceTheStoredOneAndErrorsDoNot()
+    {
+        ScriptedServer mcp;
+        mcp.onCall = [](const QJsonObject &) {
+            Reply reply = Reply::json(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", "ok" } } } } }));
+            reply.headers.append(qMakePair(QByteArray("MCP-SESSION-ID"), QByteArray("session-2")));
+            return reply;
+        };
+        MCPClient client;
+        const MCPServerConfig target = server(mcp.endpoint(), "T", "secret");
+        QCOMPARE(AsyncTest::await(client.callTool(target, "x", {})), QString("ok"));
+
+        mcp.http.enqueue("POST", "/mcp", [] {
+            Reply reply = Reply::text("denied", 401);
+            reply.headers.append(qMakePair(QByteArray("Mcp-Session-Id"), QByteArray("from-an-error")));
+            return reply;
+        }());
+        QCOMPARE(mcpErrorOf(client.callTool(target, "x", {})), MCPError::unauthorized);
+        AsyncTest::await(client.callTool(target, "x", {}));
+
+        const auto requests = mcp.http.requests("/mcp");
+        QCOMPARE(requests.last().header("Mcp-Session-Id"), QByteArray("session-2"));
+        QCOMPARE(requests.last().header("Authorization"), QByteArray("Bearer secret"));
+    }
+
+    void eventStreamRepliesAreRead()
+    {
+        FakeHttpServer http;
+        const QByteArray initResult = compact(rpcResult({ { "protocolVersion", "2025-06-18" } }));
+        // Every answer is an event stream, the notification's included, with noise before the reply.
+        Reply init = Reply::text("event: message\nid: 7\n"
+                                 "data: "
+                + initResult + "\n\n",
+            200, "text/event-stream");
+        init.headers.append(qMakePair(QByteArray("Mcp-Session-Id"), QByteArray("sse")));
+        http.enqueue("POST", "/mcp", init);
+        http.enqueue("POST", "/mcp", Reply::text(": keep-alive\n\n", 200, "text/event-stream"));
+        const QByteArray progress = compact({ { "jsonrpc", "2.0" }, { "method", "notifications/progress" },
+            { "params", QJsonObject { { "progress", 1 } } } });
+        const QByteArray result = compact(
+            rpcResult({ { "content", QJsonArray { QJsonObject { { "type", "text" }, { "text", "răspuns" } } } } }, 99));
+        http.enqueue("POST", "/mcp",
+            Reply::eventStream(
+                { "not json", "[DONE]", "[1,2]", progress, result, compact(rpcResult({ { "content", "second" } })) }));
+
+        MCPClient client;
+        QCOMPARE(AsyncTest::await(client.callTool(server(http.baseUrl() + "/mcp"), "t", {})), QString("răspuns"));
+        QCOMPARE(http.requests("/mcp").last().header("Mcp-Session-Id"), QByteArray("sse"));
+    }
+
+    void aStreamLeftOpenEndsAtTheReply()
+    {
+        FakeHttpServer http;
+        http.enqueue("POST", "/mcp", Reply::json(rpcResult({})));
+        http.enqueue("POST", "/mcp", Reply::text({}, 202));
+        Reply open;
+        open.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("text/event-stream")));
+        open.chunks = { "data: "
+            + compact(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", "gata" } } } } })) + "\n\n" };
+        open.holdOpenAfterChunks = true;
+        http.enqueue("POST", "/mcp", open);
+
+        MCPClient client(5'000, nullptr);
+        QCOMPARE(AsyncTest::await(client.callTool(server(http.baseUrl() + "/mcp"), "t", {}), 3'000), QString("gata"));
+    }
+
+    void aDataLineOfMegabytesIsRead()
+    {
+        ScriptedServer mcp;
+        const QString big(4 * 1024 * 1024, QLatin1Char('k'));
+        mcp.onCall = [&big](const QJsonObject &) {
+            Reply reply = Reply::eventStream(
+                { compact(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", big } } } } })) });
+            return reply;
+        };
+        MCPClient client;
+        QCOMPARE(AsyncTest::await(client.callTool(server(mcp.endpoint()), "big", {})).size(), big.size());
+    }
+
+    void malformedRepliesAreInvalidResponses_data()
+    {
+        QTest::addColumn<Reply>("reply");
+        QTest::newRow("array body") << Reply::json(QJsonArray { 1, 2 });
+        QTest::newRow("number body") << Reply::text("42", 200, "application/json");
+        QTest::newRow("truncated json") << Reply::text(R"({"jsonrpc":"2.0","result":{)", 200, "application/json");
+        QTest::newRow("stream without object") << Reply::eventStream({ "{broken", "[DONE]", "\"text\"" });
+        QTest::newRow("stream that is not utf-8")
+            << Reply::text("data: {\"id\":1,\"result\":{}}\n: \xff\xfe\n", 200, "text/event-stream");
+        QTest::newRow("empty 202 to a request") << Reply::text({}, 202);
+        QTest::newRow("result not an object")
+            << Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", 1 }, { "result", "yes" } });
+        QTest::newRow("server error") << Reply::text("oops", 500);
+        QTest::newRow("not found") << Reply::text("missing", 404);
+        QTest::newRow("bad request") << Reply::text("bad", 400);
+    }
+
+    void malformedRepliesAreInvalidResponses()
+    {
+        QFETCH(Reply, reply);
+        FakeHttpServer http;
+        http.on("POST", "/mcp", reply);
+        MCPClient client;
+        QCOMPARE(mcpErrorOf(client.listTools(server(http.baseUrl() + "/mcp"))), MCPError::invalidResponse);
+    }
+
+    void statusesAndRemoteErrorsAreTyped()
+    {
+        FakeHttpServer http;
+        MCPClient client;
+        const MCPServerConfig target = server(http.baseUrl() + "/mcp");
+        for (int status : { 401, 403 }) {
+            http.enqueue("POST", "/mcp", Reply::text("{}", status, "application/json"));
+            QCOMPARE(mcpErrorOf(client.initialize(target)), MCPError::unauthorized);
+        }
+        http.enqueue("POST", "/mcp",
+            Reply::json(QJsonObject { { "error", QJsonObject { { "code", 1 }, { "message", "cheie greșită" } } } }));
+        auto remote = AsyncTest::awaitError<MCPError>(client.initialize(target));
+        QVERIFY(remote);
+        QCOMPARE(remote->description(), QString("MCP: cheie greșită"));
+        http.enqueue("POST", "/mcp", Reply::json(QJsonObject { { "error", "text" }, { "result", QJsonObject() } }));
+        remote = AsyncTest::awaitError<MCPError>(client.initialize(target));
+        QVERIFY(remote);
+        QCOMPARE(remote->description(), QString("MCP: eroare necunoscută"));
+        // A failed handshake is tried again next time rather than remembered as done.
+        QCOMPARE(http.requestCount("/mcp"), 4);
+    }
+
+    void badEndpointsNeverReachTheNetwork_data()
+    {
+        QTest::addColumn<QString>("endpoint");
+        QTest::newRow("words") << "nu este un url";
+        QTest::newRow("empty") << "";
+        QTest::newRow("no host") << "http:///mcp";
+        QTest::newRow("other scheme") << "ftp://127.0.0.1/mcp";
+        QTest::newRow("bad port") << "http://127.0.0.1:99999/mcp";
+    }
+
+    void badEndpointsNeverReachTheNetwork()
+    {
+        QFETCH(QString, endpoint);
+        MCPClient client;
+        QCOMPARE(mcpErrorOf(client.callTool(server(endpoint), "t", {})), MCPError::invalidEndpoint);
+        QVERIFY(AsyncTest::await(client.discoverBindings({ server(endpoint) })).isEmpty());
+    }
+
+    void aServerThatNeverAnswersTimesOut()
+    {
+        FakeHttpServer http;
+        Reply silent;
+        silent.neverAnswer = true;
+        http.on("POST", "/mcp", silent);
+        MCPClient client(300, nullptr);
+        const auto error = AsyncTest::awaitError<URLError>(client.initialize(server(http.baseUrl() + "/mcp")), 5'000);
+        QVERIFY(error);
+        QCOMPARE(error->code(), URLError::timedOut);
+    }
+
+    void discoveryNamesToolsForTheModel()
+    {
+        ScriptedServer mcp;
+        const QString longName(80, QLatin1Char('x'));
+        mcp.tools = {
+            QJsonObject { { "name", "Search-Docs" }, { "description", "Caută" },
+                { "inputSchema", QJsonObject { { "type", "object" }, { "required", QJsonArray { "q" } } } } },
+            QJsonObject { { "name", "listă" } },
+            QJsonObject { { "name", longName }, { "description", "" }, { "inputSchema", "not an object" } },
+            QJsonObject { { "name", "" } },
+            QJsonObject { { "title", "no name" } },
+            QJsonObject { { "name", 42 } },
+            QJsonObject { { "name", "search_docs" } },
+        };
+        MCPClient client;
+        const auto bindings = AsyncTest::await(client.discoverBindings({ server(mcp.endpoint(), "My Server") }));
+        QCOMPARE(bindings.size(), 4);
+
+        QCOMPARE(bindings[0].definition.name, QString("mcp_my_server_search_docs"));
+        QCOMPARE(bindings[0].remoteName, QString("Search-Docs"));
+        QCOMPARE(bindings[0].definition.description, QString("Caută [MCP: My Server]"));
+        QCOMPARE(bindings[0].definition.inputSchema.value("required").toArray().first().toString(), QString("q"));
+        QCOMPARE(bindings[0].server.name, QString("My Server"));
+
+        QCOMPARE(bindings[1].definition.name, QString("mcp_my_server_list_"));
+        QCOMPARE(bindings[1].definition.description, QString("Instrument MCP listă din My Server. [MCP: My Server]"));
+        QCOMPARE(
+            bindings[1].definition.inputSchema, QJsonObject({ { "type", "object" }, { "properties", QJsonObject() } }));
+
+        QCOMPARE(bindings[2].definition.name.size(), 64);
+        QVERIFY(bindings[2].definition.name.startsWith("mcp_my_server_xxx"));
+        QCOMPARE(bindings[2].definition.description, QString(" [MCP: My Server]"));
+        QCOMPARE(bindings[2].definition.inputSchema.value("type").toString(), QString("object"));
+
+        // Colliding model names are both kept; the store picks the first.
+        QCOMPARE(bindings[3].definition.name, bindings[0].definition.name);
+    }
+
+    void discoveryKeepsServerOrderAndSkipsFailures()
+    {
+        ScriptedServer slow;
+        slow.tools = { tool("a1"), tool("a2") };
+        ScriptedServer failing;
+        failing.http.on("POST", "/mcp", Reply::text("down", 503));
+        ScriptedServer fast;
+        fast.tools = { tool("c1") };
+        ScriptedServer disabled;
+        disabled.tools = { tool("d1") };
+
+        // The first server answers last; its tools must still come first.
+        slow.http.on("POST", "/mcp", [&slow](const FakeHttpServer::Request &request) {
+            const QJsonObject message = request.json();
+            Reply reply = message.value("method") == "notifications/initialized"
+                ? Reply::text({}, 202)
+                : Reply::json(rpcResult(
+                    message.value("method") == "initialize" ? QJsonObject() : QJsonObject { { "tools", slow.tools } }));
+            reply.delayMs = 150;
+            return reply;
+        });
+        MCPServerConfig off = server(disabled.endpoint(), "Off");
+        off.enabled = false;
+
+        MCPClient client;
+        const auto bindings = AsyncTest::await(client.discoverBindings({ server(slow.endpoint(), "Slow"),
+            server(failing.endpoint(), "Fail"), off, server(fast.endpoint(), "Fast") }));
+        QStringList names;
+        for (const auto &binding : bindings)
+            names.append(binding.definition.name);
+        QCOMPARE(names, QStringList({ "mcp_slow_a1", "mcp_slow_a2", "mcp_fast_c1" }));
+        QCOMPARE(disabled.http.requestCount("/mcp"), 0);
+        QCOMPARE(failing.http.requestCount("/mcp"), 1);
+    }
+
+    void toolResultsAreFlattenedToText_data()
+    {
+        QTest::addColumn<QJsonObject>("result");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("texts joined") << QJsonObject { { "content",
+            QJsonArray { QJsonObject { { "type", "text" }, { "text", "unu" } },
+                QJsonObject { { "type", "image" }, { "data", "AAAA" } },
+                QJsonObject { { "type", "text" }, { "text", "doi" } } } } }
+                                      << "unu\ndoi";
+        QTest::newRow("embedded resource") << QJsonObject { { "content",
+            QJsonArray { QJsonObject { { "type", "resource" },
+                { "resource", QJsonObject { { "uri", "x://y" }, { "text", "conținut" } } } } } } }
+                                           << "conținut";
+        QTest::newRow("error flag ignored")
+            << QJsonObject { { "isError", true }, { "content", QJsonArray { QJsonObject { { "text", "a eșuat" } } } } }
+            << "a eșuat";
+        QTest::newRow("image only")
+            << QJsonObject { { "content",
+                   QJsonArray {
+                       QJsonObject { { "type", "image" }, { "mimeType", "image/png" }, { "data", "iVBO" } } } } }
+            << "{\n    \"content\": [\n        {\n            \"data\": \"iVBO\",\n            \"mimeType\": "
+               "\"image/png\",\n            \"type\": \"image\"\n        }\n    ]\n}";
+        QTest::newRow("content not all objects")
+            << QJsonObject { { "content", QJsonArray { QJsonObject { { "text", "a" } }, "b" } } }
+            << "{\n    \"content\": [\n        {\n            \"text\": \"a\"\n        },\n        \"b\"\n    ]\n}";
+        QTest::newRow("no content") << QJsonObject {
+            { "z", 1 }, { "a", QJsonObject { { "y", true }, { "b", QJsonValue::Null } } }
+        } << "{\n    \"a\": {\n        \"b\": null,\n        \"y\": true\n    },\n    \"z\": 1\n}";
+    }
+
+    void toolResultsAreFlattenedToText()
+    {
+        QFETCH(QJsonObject, result);
+        QFETCH(QString, expected);
+        ScriptedServer mcp;
+        QJsonObject seenParams;
+        mcp.onCall = [&](const QJsonObject &params) {
+            seenParams = params;
+            return Reply::json(rpcResult(result));
+        };
+        MCPClient client;
+        const QJsonObject arguments { { "query", "ă" }, { "limit", 3 } };
+        QCOMPARE(AsyncTest::await(client.callTool(server(mcp.endpoint()), "Search-Docs", arguments)), expected);
+        QCOMPARE(seenParams, QJsonObject({ { "name", "Search-Docs" }, { "arguments", arguments } }));
+    }
+};
+
+QTEST_GUILESS_MAIN(MCPClientTest)
+#include "MCPClientTest.moc"

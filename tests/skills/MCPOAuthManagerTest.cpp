@@ -1,0 +1,403 @@
+#include "skills/MCPOAuthManager.h"
+
+#include "AsyncTest.h"
+#include "FakeHttpServer.h"
+#include "skills/MCPOAuthError.h"
+#include "skills/WebAuthenticationError.h"
+
+#include <QCryptographicHash>
+#include <QJsonArray>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using Reply = FakeHttpServer::Reply;
+
+namespace {
+
+// A browser that the user never has to touch: it loads the authorization page, and when the server
+// redirects to the app's scheme it hands the redirect over as the desktop would.
+class FakeBrowser
+{
+public:
+    explicit FakeBrowser(QString callbackDirectory)
+        : m_directory(std::move(callbackDirectory))
+    { }
+
+    bool open(const QUrl &url)
+    {
+        opened.append(url);
+        if (url.host() != QLatin1String("127.0.0.1"))
+            return true; // a real provider's page: nothing answers here, the test cancels
+        QNetworkRequest request(url);
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        QNetworkReply *reply = m_network.get(request);
+        QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply] {
+            reply->deleteLater();
+            const QUrl location(QString::fromUtf8(reply->rawHeader("Location")));
+            if (location.scheme() == QLatin1String("kelo"))
+                OAuthCallbackChannel::deliver(location, m_directory); // runs on by itself; never throws
+        });
+        return true;
+    }
+
+    QList<QUrl> opened;
+
+private:
+    QString m_directory;
+    QNetworkAccessManager m_network;
+};
+
+QString challengeOf(const QByteArray &verifier)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(verifier, QCryptographicHash::Sha256)
+                                   .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
+}
+
+QStringList queryKeys(const QUrlQuery &query)
+{
+    QStringList keys;
+    for (const auto &[key, value] : query.queryItems())
+        keys.append(key);
+    return keys;
+}
+
+// An authorization server that approves every request at once.
+struct AuthServer
+{
+    FakeHttpServer http;
+    QUrlQuery lastAuthorization;
+    QString issuedCode = QStringLiteral("code+/=ă");
+    // What the redirect carries; by default the code and the state the client sent.
+    std::function<QString(const QUrlQuery &)> redirect;
+
+    AuthServer()
+    {
+        redirect = [this](const QUrlQuery &query) {
+            QUrlQuery back;
+            back.addQueryItem("code", QString::fromLatin1(QUrl::toPercentEncoding(issuedCode)));
+            back.addQueryItem("state", query.queryItemValue("state"));
+            return QStringLiteral("kelo://oauth?") + back.toString(QUrl::FullyEncoded);
+        };
+        http.on("GET", "/authorize", [this](const FakeHttpServer::Request &request) {
+            lastAuthorization = request.query;
+            Reply reply = Reply::text("redirecting", 302);
+            reply.headers.append(qMakePair(QByteArray("Location"), redirect(request.query).toUtf8()));
+            return reply;
+        });
+        http.on("POST", "/token", [this](const FakeHttpServer::Request &request) {
+            const QUrlQuery form(QString::fromUtf8(request.body));
+            const QString verifier = form.queryItemValue("code_verifier", QUrl::FullyDecoded);
+            if (form.queryItemValue("code", QUrl::FullyDecoded) != issuedCode
+                || challengeOf(verifier.toUtf8()) != lastAuthorization.queryItemValue("code_challenge"))
+                return Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400);
+            return Reply::json(
+                QJsonObject { { "access_token", "tok-123" }, { "token_type", "Bearer" }, { "refresh_token", "r" } });
+        });
+        http.on("POST", "/register", Reply::json(QJsonObject { { "client_id", "dyn-client" } }, 201));
+    }
+
+    QString base() const { return http.baseUrl(); }
+    QJsonObject metadata(bool withRegistration = true) const
+    {
+        QJsonObject m { { "issuer", base() }, { "authorization_endpoint", base() + "/authorize" },
+            { "token_endpoint", base() + "/token" } };
+        if (withRegistration)
+            m.insert("registration_endpoint", base() + "/register");
+        return m;
+    }
+    void publishMetadata(const QString &prefix = {}, bool withRegistration = true)
+    {
+        http.on("GET", prefix + "/.well-known/oauth-authorization-server", Reply::json(metadata(withRegistration)));
+    }
+};
+
+MCPGalleryItem itemFor(const QString &endpoint, const QStringList &scopes = {})
+{
+    return MCPGalleryItem { "test-service", "Serviciu", "", endpoint, "", "", scopes, "" };
+}
+
+} // namespace
+
+class MCPOAuthManagerTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_callbacks;
+    std::unique_ptr<FakeBrowser> m_browser;
+
+    MCPOAuthManager::Options options(int callbackTimeoutMs = 10'000)
+    {
+        MCPOAuthManager::Options o;
+        o.callbackDirectory = m_callbacks.path();
+        o.callbackTimeoutMs = callbackTimeoutMs;
+        o.metadataTimeoutMs = 3'000;
+        o.requestTimeoutMs = 3'000;
+        o.openBrowser = [this](const QUrl &url) { return m_browser->open(url); };
+        return o;
+    }
+
+    template<typename E>
+    E expectError(MCPOAuthManager &manager, const MCPGalleryItem &item, const QString &clientID = {})
+    {
+        const auto error = AsyncTest::awaitError<E>(manager.connect(item, clientID, {}), 15'000);
+        if (!error)
+            throw std::runtime_error("the flow did not fail as expected");
+        return *error;
+    }
+
+private Q_SLOTS:
+    void init() { m_browser = std::make_unique<FakeBrowser>(m_callbacks.path()); }
+
+    void connectsThroughASeparateAuthorizationServer()
+    {
+        AuthServer auth;
+        auth.publishMetadata();
+        FakeHttpServer mcp;
+        const QString endpoint = mcp.baseUrl() + "/mcp";
+        mcp.on("GET", "/.well-known/oauth-protected-resource",
+            Reply::json(
+                QJsonObject { { "resource", endpoint }, { "authorization_servers", QJsonArray { auth.base() } } }));
+
+        MCPOAuthManager manager(options());
+        QStringList statuses;
+        QObject::connect(&manager, &MCPOAuthManager::statusTextChanged, [&] { statuses.append(manager.statusText()); });
+        QSignalSpy running(&manager, &MCPOAuthManager::runningChanged);
+
+        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")), QString("tok-123"));
+        QCOMPARE(statuses,
+            QStringList({ "Descopăr configurația OAuth…", "Înregistrez Kelo la provider…", "Aștept autentificarea…",
+                "Finalizez conexiunea…", "" }));
+        QCOMPARE(running.size(), 2);
+        QVERIFY(!manager.running());
+
+        const QJsonObject registration = auth.http.requests("/register").first().json();
+        QCOMPARE(registration.value("client_name").toString(), QString("Kelo iOS"));
+        QCOMPARE(registration.value("redirect_uris").toArray(), QJsonArray { "kelo://oauth" });
+        QCOMPARE(registration.value("grant_types").toArray(), QJsonArray({ "authorization_code", "refresh_token" }));
+        QCOMPARE(registration.value("response_types").toArray(), QJsonArray { "code" });
+        QCOMPARE(registration.value("token_endpoint_auth_method").toString(), QString("none"));
+        QCOMPARE(registration.value("application_type").toString(), QString("native"));
+
+        const QUrlQuery &authorization = auth.lastAuthorization;
+        QCOMPARE(queryKeys(authorization),
+            QStringList({ "response_type", "client_id", "redirect_uri", "state", "code_challenge",
+                "code_challenge_method", "resource" }));
+        QCOMPARE(authorization.queryItemValue("client_id"), QString("dyn-client"));
+        QCOMPARE(authorization.queryItemValue("redirect_uri", QUrl::FullyDecoded), QString("kelo://oauth"));
+        QCOMPARE(authorization.queryItemValue("code_challenge_method"), QString("S256"));
+        QCOMPARE(authorization.queryItemValue("resource", QUrl::FullyDecoded), endpoint);
+        QVERIFY(QRegularExpression("^[0-9A-F]{32}$").match(authorization.queryItemValue("state")).hasMatch());
+
+        const auto tokenRequest = auth.http.requests("/token").first();
+        QCOMPARE(tokenRequest.header("Content-Type"), QByteArray("application/x-www-form-urlencoded"));
+        QCOMPARE(tokenRequest.header("Accept"), QByteArray("application/json"));
+        const QUrlQuery form(QString::fromUtf8(tokenRequest.body));
+        QCOMPARE(queryKeys(form),
+            QStringList({ "grant_type", "code", "redirect_uri", "client_id", "code_verifier", "resource" }));
+        QVERIFY(QRegularExpression("^[0-9A-F]{64}$").match(form.queryItemValue("code_verifier")).hasMatch());
+        QCOMPARE(form.queryItemValue("code", QUrl::FullyDecoded), QString("code+/=ă"));
+        QCOMPARE(mcp.requestCount("/.well-known/oauth-authorization-server"), 0);
+    }
+
+    void suppliedClientSkipsRegistrationAndSendsScopesAndSecret()
+    {
+        AuthServer auth;
+        auth.publishMetadata();
+        MCPOAuthManager manager(options());
+        const MCPGalleryItem item = itemFor(auth.base() + "/mcp", { "drive.readonly", "mail read" });
+        QCOMPARE(AsyncTest::await(manager.connect(item, "  my-client ", "s3cr&t")), QString("tok-123"));
+        QCOMPARE(auth.http.requestCount("/register"), 0);
+        QCOMPARE(auth.lastAuthorization.queryItemValue("client_id"), QString("my-client"));
+        QCOMPARE(
+            auth.lastAuthorization.queryItemValue("scope", QUrl::FullyDecoded), QString("drive.readonly mail read"));
+        QCOMPARE(queryKeys(auth.lastAuthorization).last(), QString("scope"));
+        const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
+        QCOMPARE(queryKeys(form).last(), QString("client_secret"));
+        QCOMPARE(form.queryItemValue("client_secret", QUrl::FullyDecoded), QString("s3cr&t"));
+    }
+
+    void findsMetadataWhereRealServersPutIt_data()
+    {
+        QTest::addColumn<QString>("where");
+        QTest::newRow("path-suffixed resource metadata") << "suffix";
+        QTest::newRow("resource_metadata of the challenge") << "challenge";
+        QTest::newRow("issuer with a path and trailing slash") << "tenant";
+        QTest::newRow("openid configuration") << "openid";
+    }
+
+    void findsMetadataWhereRealServersPutIt()
+    {
+        QFETCH(QString, where);
+        AuthServer auth;
+        FakeHttpServer mcp;
+        const QString endpoint = mcp.baseUrl() + "/v1/mcp";
+        const QJsonObject resource { { "resource", endpoint },
+            { "authorization_servers", QJsonArray { auth.base() + "/tenant/" } } };
+        auth.publishMetadata("/tenant");
+        if (where == "suffix") {
+            mcp.on(
+                "GET", "/.well-known/oauth-protected-resource", Reply::json(QJsonObject { { "resource", endpoint } }));
+            mcp.on("GET", "/.well-known/oauth-protected-resource/v1/mcp", Reply::json(resource));
+        } else if (where == "challenge") {
+            Reply challenge = Reply::text("{}", 401, "application/json");
+            challenge.headers.append(qMakePair(QByteArray("www-authenticate"),
+                QByteArray("Bearer error=\"invalid_token\", resource_metadata=\"") + mcp.baseUrl().toUtf8()
+                    + "/meta/prm\""));
+            mcp.on("POST", "/v1/mcp", challenge);
+            mcp.on("GET", "/meta/prm", Reply::json(resource));
+        } else if (where == "tenant") {
+            mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
+        } else {
+            auth.http.on("GET", "/tenant/.well-known/oauth-authorization-server", Reply::text("not here", 404));
+            auth.http.on("GET", "/tenant/.well-known/openid-configuration", Reply::json(auth.metadata()));
+            mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
+        }
+        MCPOAuthManager manager(options());
+        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")), QString("tok-123"));
+        for (const auto &request : auth.http.requests() + mcp.requests())
+            QVERIFY2(!request.path.contains("//"), qPrintable(request.path));
+    }
+
+    void originIsTheIssuerWhenNothingIsPublished()
+    {
+        AuthServer auth;
+        auth.publishMetadata();
+        MCPOAuthManager manager(options());
+        QCOMPARE(AsyncTest::await(manager.connect(itemFor(auth.base() + "/mcp/"), "", "")), QString("tok-123"));
+        QStringList paths;
+        for (const auto &request : auth.http.requests())
+            paths.append(request.method + ' ' + request.path);
+        QCOMPARE(paths.mid(0, 4),
+            QStringList({ "GET /.well-known/oauth-protected-resource", "GET /.well-known/oauth-protected-resource/mcp/",
+                "POST /mcp/", "GET /.well-known/oauth-authorization-server" }));
+    }
+
+    void badCallbacksFailWithoutAToken()
+    {
+        AuthServer auth;
+        auth.publishMetadata();
+        const MCPGalleryItem item = itemFor(auth.base() + "/mcp");
+        {
+            auth.redirect = [](const QUrlQuery &query) {
+                return "kelo://oauth?error=access_denied&state=" + query.queryItemValue("state");
+            };
+            MCPOAuthManager manager(options());
+            QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::invalidCallback);
+        }
+        {
+            // The provider answers the only waiting flow with a state it never issued.
+            auth.redirect = [](const QUrlQuery &) { return QStringLiteral("kelo://oauth?code=x&state=FOREIGN"); };
+            MCPOAuthManager manager(options());
+            QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::stateMismatch);
+        }
+        {
+            // While another flow also waits, a foreign redirect is nobody's: this flow times out.
+            OAuthCallbackChannel otherFlow(m_callbacks.path());
+            QVERIFY(otherFlow.listen());
+            otherFlow.addPendingState("SOMEONE-ELSE");
+            MCPOAuthManager manager(options(800));
+            QCOMPARE(expectError<WebAuthenticationError>(manager, item).kind(), WebAuthenticationError::timedOut);
+            QCOMPARE(manager.statusText(), QString());
+        }
+        QCOMPARE(auth.http.requestCount("/token"), 0);
+    }
+
+    void providersWithoutMetadataUseTheFallbackTable()
+    {
+        MCPOAuthManager manager(options());
+        const MCPGalleryItem github = itemFor("http://github.invalid/mcp/");
+        QCOMPARE(expectError<MCPOAuthError>(manager, github).kind(), MCPOAuthError::clientIDRequired);
+        QVERIFY(m_browser->opened.isEmpty());
+
+        QTimer::singleShot(300, &manager, &MCPOAuthManager::cancel);
+        QCOMPARE(
+            expectError<WebAuthenticationError>(manager, github, "gh-client").kind(), WebAuthenticationError::canceled);
+        QCOMPARE(m_browser->opened.size(), 1);
+        const QUrl opened = m_browser->opened.first();
+        QCOMPARE(opened.toString(QUrl::RemoveQuery), QString("https://github.com/login/oauth/authorize"));
+        QCOMPARE(QUrlQuery(opened).queryItemValue("client_id"), QString("gh-client"));
+
+        const auto host = [](const char *url) {
+            const auto metadata = MCPOAuthManager::fallbackMetadata(QUrl(url));
+            return metadata ? QUrl(*metadata->tokenEndpoint).host() : QString();
+        };
+        QCOMPARE(host("https://api.githubcopilot.com/mcp/"), QString("github.com"));
+        QCOMPARE(host("https://mcp.slack.com/mcp"), QString("slack.com"));
+        QCOMPARE(host("https://gmailmcp.googleapis.com/mcp/v1"), QString("oauth2.googleapis.com"));
+        QCOMPARE(host("https://mcp.linear.app/mcp"), QString("api.linear.app"));
+        QCOMPARE(host("https://mcp.example.com/mcp"), QString());
+    }
+
+    void providerFailuresAreReported()
+    {
+        AuthServer auth;
+        auth.publishMetadata();
+        const MCPGalleryItem item = itemFor(auth.base() + "/mcp");
+        MCPOAuthManager manager(options());
+
+        auth.http.enqueue("POST", "/register", Reply::text("redirect_uri not allowed", 400));
+        MCPOAuthError error = expectError<MCPOAuthError>(manager, item);
+        QCOMPARE(error.kind(), MCPOAuthError::registrationFailed);
+        QCOMPARE(error.description(), QString("Înregistrarea OAuth a eșuat: redirect_uri not allowed"));
+        auth.http.enqueue("POST", "/register", Reply::json(QJsonObject { { "client_id", 7 } }));
+        QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::registrationFailed);
+
+        auth.http.enqueue("POST", "/token", Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400));
+        error = expectError<MCPOAuthError>(manager, item);
+        QCOMPARE(error.kind(), MCPOAuthError::tokenExchangeFailed);
+        QVERIFY(error.description().contains("invalid_grant"));
+        auth.http.enqueue("POST", "/token", Reply::json(QJsonObject { { "access_token", "" } }));
+        QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::tokenMissing);
+        auth.http.enqueue("POST", "/token", Reply::text("access_token=abc", 200, "application/x-www-form-urlencoded"));
+        QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::tokenMissing);
+
+        FakeHttpServer bare;
+        bare.on("GET", "/.well-known/oauth-authorization-server", Reply::json(QJsonObject { { "issuer", 5 } }));
+        QCOMPARE(expectError<MCPOAuthError>(manager, itemFor(bare.baseUrl() + "/mcp")).kind(),
+            MCPOAuthError::metadataUnavailable);
+        QCOMPARE(
+            expectError<MCPOAuthError>(manager, itemFor("not an endpoint")).kind(), MCPOAuthError::invalidEndpoint);
+        QCOMPARE(manager.statusText(), QString());
+    }
+
+    void helpersFollowTheStandards()
+    {
+        // Computed independently with openssl (sha256, base64url, no padding).
+        QCOMPARE(MCPOAuthManager::codeChallenge("0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF"),
+            QString("DqN8JD9gl0sNVMay12zs4_THQkkszkjq-B81eTHW1p4"));
+        QCOMPARE(MCPOAuthManager::appendingPath(QUrl("https://a.example/t/"), ".well-known/x").toString(),
+            QString("https://a.example/t/.well-known/x"));
+        QCOMPARE(MCPOAuthManager::appendingPath(QUrl("https://a.example"), ".well-known/x").toString(),
+            QString("https://a.example/.well-known/x"));
+        QCOMPARE(MCPOAuthManager::originURL(QUrl("http://h.example:8080/a/b?c")).toString(),
+            QString("http://h.example:8080"));
+    }
+
+    void savingAConnectionReplacesTheSameService()
+    {
+        const MCPGalleryItem linear = *MCPGalleryItem::find("linear");
+        const MCPServerConfig manual { QUuid::createUuid(), "Manual", "https://m.example/mcp", "", true, {}, {} };
+        QList<MCPServerConfig> servers = MCPOAuthManager::withConnection({ manual }, linear, "t1", "OAuth");
+        servers = MCPOAuthManager::withConnection(servers, linear, "t2", "Token");
+        QCOMPARE(servers.size(), 2);
+        QCOMPARE(servers[0], manual);
+        QCOMPARE(servers[1].bearerToken, QString("t2"));
+        QCOMPARE(servers[1].authLabel, std::optional<QString>("Token"));
+        QCOMPARE(servers[1].sourceID, std::optional<QString>("linear"));
+        QCOMPARE(servers[1].endpoint, linear.endpoint);
+        QVERIFY(servers[1].enabled);
+
+        const MCPGalleryItem typed { {}, "m.example", {}, manual.endpoint, {}, {}, {}, {} };
+        servers = MCPOAuthManager::withConnection(servers, typed, "t3", "OAuth");
+        QCOMPARE(servers.size(), 2);
+        QCOMPARE(servers[0].bearerToken, QString("t3"));
+        QCOMPARE(servers[0].sourceID, std::nullopt);
+        QCOMPARE(servers[1].bearerToken, QString("t2"));
+    }
+};
+
+QTEST_GUILESS_MAIN(MCPOAuthManagerTest)
+#include "MCPOAuthManagerTest.moc"

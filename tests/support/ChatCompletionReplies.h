@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QString>
+
+// Replies of a chat-completions service, for the fakes that play the model.
+namespace ChatCompletionReplies {
+
+inline QJsonObject completion(const QString &content, const QJsonArray &toolCalls = {})
+{
+    QJsonObject message{{QStringLiteral("role"), QStringLiteral("assistant")}, {QStringLiteral("content"), content}};
+    if (!toolCalls.isEmpty())
+        message.insert(QStringLiteral("tool_calls"), toolCalls);
+    return {{QStringLiteral("choices"), QJsonArray{QJsonObject{{QStringLiteral("message"), message}}}}};
+}
+
+// Models send the arguments as JSON text; some send the object itself.
+enum class Arguments { asText, asObject };
+
+inline QJsonObject toolCall(const QString &id, const QString &name, const QJsonObject &arguments,
+                            Arguments form = Arguments::asText)
+{
+    const QJsonValue encoded = form == Arguments::asText
+        ? QJsonValue(QString::fromUtf8(QJsonDocument(arguments).toJson(QJsonDocument::Compact)))
+        : QJsonValue(arguments);
+    return {
+        {QStringLiteral("id"), id},
+        {QStringLiteral("type"), QStringLiteral("function")},
+        {QStringLiteral("function"), QJsonObject{{QStringLiteral("name"), name}, {QStringLiteral("arguments"), encoded}}},
+    };
+}
+
+} // namespace ChatCompletionReplies
