@@ -537,21 +537,19 @@ Item {
         }
     }
 
-    Dialog {
+    SheetFrame {
         id: voiceHelp
         objectName: "voiceHelp"
+        parent: view
         title: "Voci românești"
-        modal: true
-        anchors.centerIn: parent
-        width: Math.min(view.width - 40, 460)
-        standardButtons: Dialog.Ok
         Label {
-            width: parent.width
+            Layout.fillWidth: true
             wrapMode: Text.Wrap
             color: Theme.text
             text: "Vocea locală folosește sintetizatorul sistemului (speech-dispatcher cu espeak-ng). "
                   + "Pentru voci românești instalează pachetele „speech-dispatcher” și „espeak-ng”, "
                   + "apoi repornește Kelo. Vocile instalate apar automat în lista „Voce română”."
         }
+        Item { Layout.preferredHeight: 8 }
     }
 }

@@ -1,7 +1,7 @@
-#include "AsyncTest.h"
 #include "CompanionActions.h"
-#include "TemporaryHome.h"
 
+#include "AsyncTest.h"
+#include "TemporaryHome.h"
 #include "conversation/ChatStore.h"
 #include "settings/AppSettings.h"
 #include "skills/MCPGalleryItem.h"

@@ -14,6 +14,12 @@ WindowSizeMemory::WindowSizeMemory(QWindow *window, QObject *parent)
     : QObject(parent)
     , m_window(window)
 {
+    // A drag-resize sends many sizes; only the last one is written.
+    m_saveTimer.setSingleShot(true);
+    m_saveTimer.setInterval(500);
+    connect(&m_saveTimer, &QTimer::timeout, this, &WindowSizeMemory::save);
+    connect(window, &QWindow::widthChanged, &m_saveTimer, qOverload<>(&QTimer::start));
+    connect(window, &QWindow::heightChanged, &m_saveTimer, qOverload<>(&QTimer::start));
     connect(qApp, &QCoreApplication::aboutToQuit, this, &WindowSizeMemory::save);
     connect(window, &QWindow::visibleChanged, this, [this](bool visible) {
         if (!visible)
