@@ -22,17 +22,32 @@ Item {
     implicitWidth: 280
     implicitHeight: 280
 
+    // Seconds since the orb first appeared; both clocks below read it, so switching between them
+    // never makes the motion jump.
+    readonly property double clockStart: Date.now()
+    function tick() {
+        t = (Date.now() - clockStart) / 1000
+    }
+
+    // The active moods follow the display's frame clock, thinned to the mood's frame rate.
     FrameAnimation {
-        id: clock
         property real pending: 0
-        running: orb.animating && orb.visible
+        running: orb.animating && orb.visible && orb.mood !== "idle"
         onTriggered: {
             pending += frameTime
             if (pending >= Logic.frameInterval(orb.mood)) {
                 pending = 0
-                orb.t = elapsedTime
+                orb.tick()
             }
         }
+    }
+    // At rest a plain timer suffices: a frame clock would wake the renderer on every display frame
+    // only to skip most of them.
+    Timer {
+        interval: Math.round(Logic.frameInterval("idle") * 1000)
+        repeat: true
+        running: orb.animating && orb.visible && orb.mood === "idle"
+        onTriggered: orb.tick()
     }
 
     Item {

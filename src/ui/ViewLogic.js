@@ -114,10 +114,10 @@ function ringAngle(t, moodName) {
     return t * ringSpeed(moodName) * 18
 }
 
-// Seconds between drawn frames. At rest the orb moves a few degrees a second, so a dozen frames
+// Seconds between drawn frames. At rest the orb moves a few degrees a second, so ten frames
 // suffice and the companion stays cheap while it waits; the active moods get a fluid 30.
 function frameInterval(moodName) {
-    return moodName === "idle" ? 1 / 12 : 1 / 30
+    return moodName === "idle" ? 1 / 10 : 1 / 30
 }
 
 // How far the microphone level swells the core; only while listening, clamped to [0, 1].
