@@ -5,6 +5,7 @@
 
 #include <QCoroTask>
 #include <QObject>
+#include <QSet>
 #include <QVariantList>
 #include <QtQml/qqmlregistration.h>
 
@@ -12,6 +13,11 @@
 
 class AppSettings;
 class BackgroundExecutionManager;
+class CloudAudioPlayer;
+class CloudSpeechClient;
+class CloudVoiceCatalog;
+class LocalSynthesizer;
+class LocalVoice;
 
 // Kelo's voice: recognition of the user's Romanian speech and speaking of the answers with one of
 // four engines. The published state drives the orb and the settings screen.
@@ -78,6 +84,25 @@ public:
     QCoro::Task<> refreshAzureVoices(const QString &apiKey, const QString &region);
     QCoro::Task<> refreshElevenVoices(const QString &apiKey);
 
+    // --- speaking side: local voices for the settings screen (SpeechServiceSynthesis.cpp) ---
+    Q_PROPERTY(QVariantList romanianVoices READ romanianVoiceList NOTIFY localVoicesChanged)
+    Q_PROPERTY(QString bestVoiceDescription READ bestVoiceDescription NOTIFY localVoicesChanged)
+    // Installed Romanian voices, best quality first. Reading starts the local engine in the
+    // background the first time; the list fills in when it is ready.
+    QList<LocalVoice> romanianVoices() const;
+    QVariantList romanianVoiceList() const;
+    // The voice the automatic choice takes, or why there is none.
+    QString bestVoiceDescription() const;
+    // The engine of every SpeechService; exposed for diagnostics and benchmarks.
+    LocalSynthesizer *localSynthesizer() const { return m_localSynthesizer; }
+    // The cloud audio now playing, if any.
+    CloudAudioPlayer *cloudAudioPlayer() const { return m_audioPlayer; }
+    Q_SIGNAL void localVoicesChanged();
+    // speak() with an engine chosen by the caller instead of the settings (the command line's
+    // --engine); the other values still come from the settings.
+    void speak(const QString &text, AppSettings *settings, VoiceEnginePreset engine);
+    // --- end of the speaking side's local voices ---
+
 Q_SIGNALS:
     void isListeningChanged();
     void transcriptChanged();
@@ -117,4 +142,35 @@ private:
     // --- listening side, private ---
 
     // --- speaking side, private ---
+    void speakApple(const QString &text, double rate, const QString &voiceIdentifier);
+    QCoro::Task<> speakGoogle(QString text, QString apiKey, QString voiceName);
+    QCoro::Task<> speakAzure(QString text, QString apiKey, QString region, QString voiceName);
+    QCoro::Task<> speakElevenLabs(QString text, QString apiKey, QString voiceID);
+    // The frame every cloud engine shares once its settings are known to be present: begin before
+    // sending (returns the playback generation), complete with the request under way.
+    quint64 beginCloudRequest();
+    QCoro::Task<> completeCloudRequest(quint64 generation, QCoro::Task<QByteArray> request);
+    void playCloudAudio(const QByteArray &data, quint64 generation);
+    void finishCloudPlayback(const QString &errorDescription);
+    void notifyPlaybackFinishedIfNeeded();
+    void releaseAudioPlayer();
+    void onUtteranceStarted(quint64 id);
+    void onUtteranceFinished(quint64 id);
+    void onLocalEngineFailed(const QString &description);
+    void beginVoiceLoad();
+    void endVoiceLoad();
+
+    LocalSynthesizer *m_localSynthesizer = nullptr;
+    CloudSpeechClient *m_cloudSpeech = nullptr;
+    CloudVoiceCatalog *m_voiceCatalog = nullptr;
+    BackgroundExecutionManager *m_backgroundExecution = nullptr;
+    CloudAudioPlayer *m_audioPlayer = nullptr;
+    QSet<quint64> m_activeUtterances;
+    quint64 m_nextUtteranceID = 0;
+    bool m_notifyWhenPlaybackFinishes = false;
+    // Bumped by every stop and every new playback, so a cloud answer that arrives late for a
+    // playback that no longer exists is dropped instead of talking over the newer one.
+    quint64 m_playbackGeneration = 0;
+    int m_cloudRequestsInFlight = 0;
+    int m_voiceLoadsInFlight = 0;
 };

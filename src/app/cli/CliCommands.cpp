@@ -6,7 +6,9 @@
 #include "MCPCommand.h"
 #include "MemoryCommand.h"
 #include "ModelsCommand.h"
+#include "SayCommand.h"
 #include "TestKeyCommand.h"
+#include "VoicesCommand.h"
 
 std::vector<std::unique_ptr<CliCommand>> allCliCommands()
 {
@@ -15,6 +17,8 @@ std::vector<std::unique_ptr<CliCommand>> allCliCommands()
     commands.push_back(std::make_unique<ChatCommand>());
     commands.push_back(std::make_unique<ModelsCommand>());
     commands.push_back(std::make_unique<TestKeyCommand>());
+    commands.push_back(std::make_unique<SayCommand>());
+    commands.push_back(std::make_unique<VoicesCommand>());
     commands.push_back(std::make_unique<ConfigCommand>());
     commands.push_back(std::make_unique<MemoryCommand>());
     commands.push_back(std::make_unique<MCPCommand>());

@@ -4,7 +4,6 @@
 #include "conversation/ChatStore.h"
 #include "voice/SpeechService.h"
 
-#include <QCoroSignal>
 #include <QCoroTimer>
 #include <QScopeGuard>
 
@@ -41,6 +40,8 @@ QCoro::Task<TurnRunner::Outcome> TurnRunner::run(QString text)
 QCoro::Task<> TurnRunner::waitForSpeech()
 {
     SpeechService *speech = m_store.speech();
+    // Polled rather than awaited on the change signal: the speaking state flips several times in one
+    // event-loop pass and a terminal does not need a faster answer than this.
     while (speech->isSpeaking() || speech->isPreparingVoice())
-        co_await qCoro(speech, &SpeechService::changed);
+        co_await QCoro::sleepFor(std::chrono::milliseconds(50));
 }

@@ -1,0 +1,105 @@
+#include "VoicesCommand.h"
+
+#include "CliArguments.h"
+#include "CliSession.h"
+#include "Terminal.h"
+#include "VoiceEngineOption.h"
+#include "conversation/ChatStore.h"
+#include "settings/AppSettings.h"
+#include "voice/LocalSynthesizer.h"
+#include "voice/LocalVoice.h"
+#include "voice/SpeechService.h"
+
+#include <QCoroTimer>
+
+#include <chrono>
+
+QString VoicesCommand::summary() const
+{
+    return QStringLiteral("listează vocile românești ale unui motor de voce");
+}
+
+QString VoicesCommand::usage() const
+{
+    return QStringLiteral("Utilizare: kelo voices [--engine local|google|azure|elevenlabs]\n"
+                          "\n"
+                          "O linie pe voce, separată prin tab. Local: identificator, nume, calitate.\n"
+                          "Cloud: id, nume, gen, detaliu (cu cheile din setări). Fără --engine, motorul din setări.");
+}
+
+QCoro::Task<int> VoicesCommand::run(CliSession &session, QStringList arguments)
+{
+    QString error;
+    const auto parsed = CliArguments::parse(arguments, {}, { QStringLiteral("--engine") }, &error);
+    if (!parsed) {
+        Terminal::err(error);
+        co_return ExitCode::usage;
+    }
+    if (!parsed->positional.isEmpty()) {
+        Terminal::err(QStringLiteral("Argument neașteptat: %1").arg(parsed->positional.first()));
+        co_return ExitCode::usage;
+    }
+    ChatStore &store = session.store();
+    AppSettings *settings = store.settings();
+    VoiceEnginePreset engine = settings->voiceEngine();
+    if (const auto word = parsed->value(QStringLiteral("--engine"))) {
+        const auto chosen = VoiceEngineOption::parse(*word);
+        if (!chosen) {
+            Terminal::err(VoiceEngineOption::usageError(*word));
+            co_return ExitCode::usage;
+        }
+        engine = *chosen;
+    }
+
+    SpeechService *speech = store.speech();
+    if (engine == VoiceEnginePreset::appleLocal)
+        co_return co_await listLocalVoices(speech);
+
+    std::optional<QString> failure;
+    const auto connection = QObject::connect(speech, &SpeechService::lastErrorChanged, [&] {
+        if (!speech->lastError().isEmpty())
+            failure = speech->lastError();
+    });
+    QList<CloudVoice> voices;
+    switch (engine) {
+    case VoiceEnginePreset::googleCloud:
+        co_await speech->refreshGoogleVoices(settings->googleTTSAPIKey());
+        voices = speech->googleVoices();
+        break;
+    case VoiceEnginePreset::azureSpeech:
+        co_await speech->refreshAzureVoices(settings->azureSpeechKey(), settings->azureRegion());
+        voices = speech->azureVoices();
+        break;
+    case VoiceEnginePreset::elevenLabs:
+        co_await speech->refreshElevenVoices(settings->elevenAPIKey());
+        voices = speech->elevenVoices();
+        break;
+    case VoiceEnginePreset::appleLocal:
+        break;
+    }
+    QObject::disconnect(connection);
+    if (failure) {
+        Terminal::err(*failure);
+        co_return ExitCode::failure;
+    }
+    for (const CloudVoice &voice : voices) {
+        Terminal::out(
+            QStringList { voice.id, voice.name, voice.genderOrEmpty(), voice.detailOrEmpty() }.join(QLatin1Char('\t')));
+    }
+    co_return ExitCode::success;
+}
+
+QCoro::Task<int> VoicesCommand::listLocalVoices(SpeechService *speech)
+{
+    LocalSynthesizer *local = speech->localSynthesizer();
+    local->prepare();
+    while (local->engineState() == LocalSynthesizer::EngineState::starting)
+        co_await QCoro::sleepFor(std::chrono::milliseconds(50));
+    if (local->engineState() != LocalSynthesizer::EngineState::ready) {
+        Terminal::err(local->unavailableReason());
+        co_return ExitCode::failure;
+    }
+    for (const LocalVoice &voice : speech->romanianVoices())
+        Terminal::out(QStringList { voice.identifier, voice.name, voice.qualityLabel() }.join(QLatin1Char('\t')));
+    co_return ExitCode::success;
+}

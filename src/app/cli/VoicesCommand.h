@@ -1,0 +1,18 @@
+#pragma once
+
+#include "CliCommand.h"
+
+class SpeechService;
+
+// `kelo voices [--engine …]`: the Romanian voices of an engine, one per line.
+class VoicesCommand : public CliCommand
+{
+public:
+    QString name() const override { return QStringLiteral("voices"); }
+    QString summary() const override;
+    QString usage() const override;
+    QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
+
+private:
+    static QCoro::Task<int> listLocalVoices(SpeechService *speech);
+};
