@@ -6,6 +6,8 @@ set -euo pipefail
 packages=(
   # build
   build-essential cmake ninja-build ccache pkg-config clang-format git
+  # checks the sha512 of the whisper.cpp source tarball (scripts/prepare-whisper.sh)
+  openssl
   # Qt core stack
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-declarative-dev-tools qt6-httpserver-dev
   qt6-websockets-dev qt6-multimedia-dev qt6-speech-dev qt6-speech-speechd-plugin qt6-5compat-dev

@@ -10,8 +10,13 @@
 #include <QtQml/qqmlregistration.h>
 
 #include <functional>
+#include <memory>
 
 class AppSettings;
+class AudioInput;
+class RecognitionTask;
+class TranscriptionWorker;
+class WhisperModelManager;
 class BackgroundExecutionManager;
 class CloudAudioPlayer;
 class CloudSpeechClient;
@@ -43,6 +48,10 @@ class SpeechService : public QObject
     Q_PROPERTY(QVariantList elevenVoices READ elevenVoiceList NOTIFY voicesChanged)
     // shared
     Q_PROPERTY(QString lastError READ lastError NOTIFY lastErrorChanged)
+    // on-device recognition model (settings screen)
+    Q_PROPERTY(bool recognitionAvailable READ recognitionAvailable NOTIFY recognitionAvailableChanged)
+    Q_PROPERTY(WhisperModelManager *recognitionModels READ recognitionModels CONSTANT)
+    Q_MOC_INCLUDE("voice/WhisperModelManager.h")
 
 public:
     explicit SpeechService(QObject *parent = nullptr);
@@ -74,6 +83,21 @@ public:
     void finishListening();
     // Ends the current run at once, delivering nothing.
     void cancelListening();
+
+    // --- on-device recognition: model and audio source (SpeechServiceRecognition.cpp) ---
+    // True when a usable multilingual model is installed; otherwise listening reports the
+    // unavailability text and the settings screen offers the download.
+    bool recognitionAvailable() const;
+    WhisperModelManager *recognitionModels() const;
+    // Desktop sessions grant the microphone to every program, so this is always true; a missing or
+    // busy device is reported when the run starts.
+    QCoro::Task<bool> requestPermissions();
+    // Where runs take their audio from (the microphone by default; a file in tests and the CLI).
+    using AudioInputFactory = std::function<std::unique_ptr<AudioInput>()>;
+    void setAudioInputFactory(AudioInputFactory factory);
+    // The single thread every transcription runs on.
+    TranscriptionWorker *transcriptionWorker() const;
+    // --- end of on-device recognition ---
 
     // --- speaking (SpeechServiceSynthesis.cpp) ---
     // Returns at once; cloud engines run in the background.
@@ -112,6 +136,7 @@ Q_SIGNALS:
     void isLoadingVoicesChanged();
     void voicesChanged();
     void lastErrorChanged();
+    void recognitionAvailableChanged();
     // Any published property changed; the store forwards this to its observers.
     void changed();
 
@@ -140,6 +165,19 @@ private:
     QList<CloudVoice> m_elevenVoices;
 
     // --- listening side, private ---
+    void finishRecognitionEngine();
+    void handleRecognitionResult(const QString &text, bool isFinal);
+    void handleRecognitionFailure(const QString &message);
+
+    // Declared before the task so it is destroyed after it: the task aborts its job first, then the
+    // worker waits for that job to return.
+    std::shared_ptr<TranscriptionWorker> m_transcriptionWorker;
+    WhisperModelManager *m_recognitionModels = nullptr;
+    AudioInputFactory m_audioInputFactory;
+    std::unique_ptr<RecognitionTask, void (*)(RecognitionTask *)> m_recognitionTask { nullptr, nullptr };
+    bool m_autoSubmitRecognition = false;
+    // Bumped by every start, finish and cancel, so a start still loading the model notices it is stale.
+    quint64 m_recognitionGeneration = 0;
 
     // --- speaking side, private ---
     void speakApple(const QString &text, double rate, const QString &voiceIdentifier);

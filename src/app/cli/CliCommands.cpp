@@ -3,9 +3,11 @@
 #include "AskCommand.h"
 #include "ChatCommand.h"
 #include "ConfigCommand.h"
+#include "ListenCommand.h"
 #include "MCPCommand.h"
 #include "MemoryCommand.h"
 #include "ModelsCommand.h"
+#include "RecognitionModelCommand.h"
 #include "SayCommand.h"
 #include "TestKeyCommand.h"
 #include "VoicesCommand.h"
@@ -22,5 +24,7 @@ std::vector<std::unique_ptr<CliCommand>> allCliCommands()
     commands.push_back(std::make_unique<ConfigCommand>());
     commands.push_back(std::make_unique<MemoryCommand>());
     commands.push_back(std::make_unique<MCPCommand>());
+    commands.push_back(std::make_unique<ListenCommand>());
+    commands.push_back(std::make_unique<RecognitionModelCommand>());
     return commands;
 }

@@ -1,0 +1,142 @@
+#pragma once
+
+#include <QCoroTask>
+#include <QDateTime>
+#include <QFuture>
+#include <QList>
+#include <QNetworkReply>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QVariantList>
+#include <QtQml/qqmlregistration.h>
+
+#include <memory>
+#include <optional>
+
+class QNetworkAccessManager;
+class TranscriptionWorker;
+class WhisperModel;
+
+// Where the recognition model lives, which one is chosen, its download (only when the user asks)
+// and loading it once for every run. The chosen path is stored under "whisperModelPath".
+class WhisperModelManager : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("WhisperModelManager belongs to the SpeechService")
+
+    Q_PROPERTY(QString modelPath READ modelPath WRITE setModelPath NOTIFY modelPathChanged)
+    Q_PROPERTY(bool modelAvailable READ modelAvailable NOTIFY statusChanged)
+    Q_PROPERTY(QString statusText READ statusText NOTIFY statusChanged)
+    Q_PROPERTY(bool isDownloading READ isDownloading NOTIFY downloadChanged)
+    Q_PROPERTY(double downloadProgress READ downloadProgress NOTIFY downloadChanged)
+    Q_PROPERTY(QString downloadingModel READ downloadingModel NOTIFY downloadChanged)
+    Q_PROPERTY(QString downloadError READ downloadError NOTIFY downloadChanged)
+    Q_PROPERTY(QVariantList catalogue READ catalogueList CONSTANT)
+
+public:
+    struct CatalogueEntry
+    {
+        QString name;
+        QString title;
+        QString fileName;
+        // SHA-1 as published with the models (the table in models/README.md of the whisper.cpp sources
+        // we build); checked over every byte after each download.
+        QByteArray sha1;
+        qint64 approximateBytes = 0;
+    };
+
+    struct InstalledModel
+    {
+        QString path;
+        qint64 size = 0;
+        bool usable = false;
+        QString problem;
+    };
+
+    static constexpr const char *kSettingsKey = "whisperModelPath";
+
+    explicit WhisperModelManager(QObject *parent = nullptr);
+    // Another list of downloadable models (a mirror with its own files, tests).
+    WhisperModelManager(QList<CatalogueEntry> catalogue, QObject *parent = nullptr);
+    ~WhisperModelManager() override;
+
+    // The published multilingual models Kelo offers, with their SHA-1 sums.
+    static QList<CatalogueEntry> defaultCatalogue();
+    QList<CatalogueEntry> catalogue() const { return m_catalogue; }
+    std::optional<CatalogueEntry> catalogueEntry(const QString &name) const;
+    static QString defaultModelName() { return QStringLiteral("base"); }
+
+    QString modelsDirectory() const;
+    QString pathFor(const CatalogueEntry &entry) const;
+    QList<InstalledModel> installedModels() const;
+
+    // The stored path, or else the first catalogue model found in the models folder.
+    QString modelPath() const;
+    void setModelPath(const QString &path);
+    // Checks the file first; throws SpeechRecognitionError when it is not a usable model.
+    void useModel(const QString &path);
+    // A model for this process only (the command line's --model); the stored choice stays.
+    void setSessionModelPath(const QString &path);
+
+    // A usable multilingual model file is where modelPath points (checked, then cached per file state).
+    bool modelAvailable() const;
+    QString statusText() const;
+
+    bool isDownloading() const { return m_reply != nullptr; }
+    double downloadProgress() const;
+    QString downloadingModel() const { return m_downloadingName; }
+    qint64 bytesReceived() const { return m_bytesReceived; }
+    qint64 bytesTotal() const { return m_bytesTotal; }
+
+    // Fetches a catalogue model into the models folder, resuming a partial file; checks its SHA-1 and
+    // makes it the chosen model. Returns its path. Throws URLError or SpeechRecognitionError.
+    QCoro::Task<QString> download(QString name);
+    Q_INVOKABLE void cancelDownload();
+    // For the settings screen: starts download(name) and reports its failure in downloadError.
+    Q_INVOKABLE void startDownload(const QString &name);
+    QString downloadError() const { return m_downloadError; }
+    // name, title and approximate size of each catalogue model, for a picker.
+    QVariantList catalogueList() const;
+
+    // Loads the chosen model on the worker thread and warms it up; kept while the file is unchanged.
+    // The model is then loadedModel(); the task carries no value because QCoro's co_return moves
+    // from an lvalue, which would empty the cached member.
+    QCoro::Task<> loadModel(TranscriptionWorker *worker);
+    std::shared_ptr<WhisperModel> loadedModel() const { return m_loaded; }
+    void releaseModel();
+
+Q_SIGNALS:
+    void modelPathChanged();
+    void statusChanged();
+    void downloadChanged();
+
+private:
+    struct FileStamp
+    {
+        QString path;
+        qint64 size = -1;
+        QDateTime modified;
+        bool operator==(const FileStamp &) const = default;
+    };
+    static FileStamp stampOf(const QString &path);
+
+    QCoro::Task<bool> fetchInto(const CatalogueEntry &entry, const QString &partPath, bool resume);
+    void setProgress(qint64 received, qint64 total);
+
+    QList<CatalogueEntry> m_catalogue;
+    QString m_sessionModelPath;
+    QNetworkAccessManager *m_network;
+    QPointer<QNetworkReply> m_reply;
+    QString m_downloadingName;
+    QString m_downloadError;
+    qint64 m_bytesReceived = 0;
+    qint64 m_bytesTotal = 0;
+
+    mutable std::optional<FileStamp> m_checkedStamp;
+    mutable QString m_checkProblem;
+
+    std::shared_ptr<WhisperModel> m_loaded;
+    FileStamp m_loadedStamp;
+};

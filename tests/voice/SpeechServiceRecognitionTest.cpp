@@ -1,0 +1,238 @@
+#include "AsyncTest.h"
+#include "FakeHttpServer.h"
+#include "RandomWhisperModel.h"
+#include "TemporaryHome.h"
+#include "VoiceSamples.h"
+#include "voice/SpeechRecognitionError.h"
+#include "voice/SpeechService.h"
+#include "voice/TranscriptionWorker.h"
+#include "voice/WavFileInput.h"
+#include "voice/WhisperModelManager.h"
+
+#include <QFile>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+const QString kSpoken = QStringLiteral("Bună ziua. Ce mai faci astăzi?");
+
+// What one run handed over, and what the orb saw while it ran.
+struct Observed
+{
+    QStringList submitted;
+    bool wasListening = false;
+    double loudest = 0.0;
+};
+
+} // namespace
+
+class SpeechServiceRecognitionTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString m_modelPath;
+    QString m_spokenPath;
+    std::unique_ptr<TemporaryHome> m_home;
+
+    void feedFrom(SpeechService &speech, const QString &wavPath, double speed)
+    {
+        speech.setAudioInputFactory(
+            [wavPath, speed] { return std::unique_ptr<AudioInput>(new WavFileInput(WavFile::read(wavPath), speed)); });
+    }
+
+    void observe(SpeechService &speech, Observed &observed)
+    {
+        speech.onAutomaticTranscript = [&observed](const QString &text) { observed.submitted.append(text); };
+        connect(&speech, &SpeechService::changed, this, [&speech, &observed] {
+            observed.wasListening = observed.wasListening || speech.isListening();
+            observed.loudest = std::max(observed.loudest, speech.inputLevel());
+        });
+    }
+
+    QString silentWav()
+    {
+        const QString path = m_dir.filePath(QStringLiteral("silence.wav"));
+        VoiceSamples::writeWav(path, QVector<float>(16000 * 2, 0.0f), 16000, 1);
+        return path;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_modelPath = m_dir.filePath(QStringLiteral("ggml-random.bin"));
+        RandomWhisperModel::write(m_modelPath, RandomWhisperModel::tiny());
+        m_spokenPath = VoiceSamples::speakRomanian(m_dir.path(), kSpoken);
+    }
+
+    void init() { m_home = std::make_unique<TemporaryHome>(); }
+    void cleanup() { m_home.reset(); }
+
+    void withoutAModelListeningIsUnavailableAndNothingIsDownloaded()
+    {
+        FakeHttpServer server;
+        ScopedEnvironment base("KELO_WHISPER_MODEL_BASE_URL", server.baseUrl());
+        SpeechService speech;
+        QVERIFY(!speech.recognitionAvailable());
+        QCOMPARE(speech.recognitionModels()->statusText(), SpeechRecognitionError::unavailableText());
+
+        AsyncTest::await(speech.startListening(true, true));
+        QCOMPARE(speech.lastError(), QStringLiteral("Recunoașterea vocală în română nu este disponibilă momentan."));
+        QVERIFY(!speech.isListening());
+        QTest::qWait(100);
+        QVERIFY(server.requests().isEmpty());
+    }
+
+    void unusableModelsSayWhyAndNeverStartARun()
+    {
+        SpeechService speech;
+        const QString english = m_dir.filePath(QStringLiteral("ggml-small.en.bin"));
+        QFile::remove(english);
+        QVERIFY(QFile::copy(m_modelPath, english));
+        speech.recognitionModels()->setModelPath(english);
+        QVERIFY(!speech.recognitionAvailable());
+        AsyncTest::await(speech.startListening(false, true));
+        QVERIFY(speech.lastError().contains(QStringLiteral("doar engleza")));
+        QVERIFY(!speech.isListening());
+
+        const QString garbage = m_dir.filePath(QStringLiteral("garbage.bin"));
+        QFile file(garbage);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("definitely not a model");
+        file.close();
+        speech.recognitionModels()->setModelPath(garbage);
+        AsyncTest::await(speech.startListening(false, true));
+        QVERIFY(speech.lastError().contains(QStringLiteral("nu este un model")));
+        QVERIFY(!speech.isListening());
+    }
+
+    void theChosenModelPathIsStoredForTheNextStart()
+    {
+        {
+            SpeechService speech;
+            speech.recognitionModels()->setModelPath(m_modelPath);
+        }
+        QSettings settings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"));
+        QCOMPARE(settings.value(QStringLiteral("whisperModelPath")).toString(), m_modelPath);
+        SpeechService again;
+        QVERIFY(again.recognitionAvailable());
+    }
+
+    void aSpokenRomanianTurnEndsInOneSubmittedTranscript()
+    {
+        if (m_spokenPath.isEmpty())
+            QSKIP("espeak-ng is not installed");
+        SpeechService speech;
+        speech.recognitionModels()->setModelPath(m_modelPath);
+        feedFrom(speech, m_spokenPath, 1.0);
+        Observed observed;
+        observe(speech, observed);
+
+        AsyncTest::await(speech.startListening(true, true));
+        QVERIFY(speech.isListening());
+        QVERIFY(speech.lastError().isEmpty());
+        // Hold for a while (partials come in), then release like a finger leaving the orb.
+        QVERIFY(AsyncTest::waitUntil([&] { return !speech.transcript().isEmpty(); }, 20'000));
+        speech.finishListening();
+        QVERIFY(AsyncTest::waitUntil([&] { return !observed.submitted.isEmpty(); }, 30'000));
+        QTest::qWait(300);
+
+        QCOMPARE(observed.submitted.size(), 1);
+        QVERIFY(!observed.submitted.first().isEmpty());
+        QCOMPARE(observed.submitted.first(), speech.transcript().trimmed());
+        QVERIFY(observed.wasListening);
+        QVERIFY(observed.loudest > 0.1);
+        QVERIFY(!speech.isListening());
+        QCOMPARE(speech.inputLevel(), 0.0);
+        QCOMPARE(speech.transcriptionWorker()->peakConcurrency(), 1);
+    }
+
+    void withoutAutoSubmitTheTranscriptStaysButNothingIsSent()
+    {
+        SpeechService speech;
+        speech.recognitionModels()->setModelPath(m_modelPath);
+        const QString tone = m_dir.filePath(QStringLiteral("tone.wav"));
+        VoiceSamples::writeWav(tone, VoiceSamples::sine(200, 0.3, 16000, 1.5), 16000, 1);
+        feedFrom(speech, tone, 0.0);
+        Observed observed;
+        observe(speech, observed);
+
+        AsyncTest::await(speech.startListening(true, false));
+        // The file ends by itself: the end of the audio brings the final result.
+        QVERIFY(AsyncTest::waitUntil([&] { return !speech.isListening(); }, 30'000));
+        QVERIFY(!speech.transcript().isEmpty());
+        QVERIFY(observed.submitted.isEmpty());
+    }
+
+    void silenceCancelAndRestartSendNothing()
+    {
+        SpeechService speech;
+        speech.recognitionModels()->setModelPath(m_modelPath);
+        Observed observed;
+        observe(speech, observed);
+
+        feedFrom(speech, silentWav(), 1.0);
+        AsyncTest::await(speech.startListening(true, true));
+        QVERIFY(speech.isListening());
+        QTest::qWait(300);
+        speech.finishListening();
+        QVERIFY(AsyncTest::waitUntil([&] { return !speech.isListening(); }));
+        QVERIFY(speech.lastError().isEmpty());
+
+        const QString tone = m_dir.filePath(QStringLiteral("long.wav"));
+        VoiceSamples::writeWav(tone, VoiceSamples::sine(200, 0.3, 16000, 6.0), 16000, 1);
+        feedFrom(speech, tone, 1.0);
+        AsyncTest::await(speech.startListening(true, true));
+        QTest::qWait(1500);
+        speech.cancelListening();
+        QVERIFY(!speech.isListening());
+        QCOMPARE(speech.inputLevel(), 0.0);
+
+        // A new start ends the running one without handing its words over.
+        AsyncTest::await(speech.startListening(true, true));
+        QTest::qWait(1500);
+        AsyncTest::await(speech.startListening(true, true));
+        QVERIFY(speech.isListening());
+        speech.cancelListening();
+        QTest::qWait(500);
+        QVERIFY(observed.submitted.isEmpty());
+    }
+
+    void releasingBeforeTheRunStartedDeliversNothing()
+    {
+        SpeechService speech;
+        speech.recognitionModels()->setModelPath(m_modelPath);
+        feedFrom(speech, silentWav(), 1.0);
+        Observed observed;
+        observe(speech, observed);
+        // The model loads on the worker; the finger is already gone when it is ready.
+        auto starting = speech.startListening(true, true);
+        speech.finishListening();
+        AsyncTest::await(std::move(starting));
+        QVERIFY(!speech.isListening());
+        QVERIFY(observed.submitted.isEmpty());
+    }
+
+    void aRealModelUnderstandsSpokenRomanian()
+    {
+        const QString realModel = qEnvironmentVariable("KELO_TEST_WHISPER_MODEL");
+        if (realModel.isEmpty())
+            QSKIP("set KELO_TEST_WHISPER_MODEL to a multilingual ggml model to run this");
+        if (m_spokenPath.isEmpty())
+            QSKIP("espeak-ng is not installed");
+        SpeechService speech;
+        speech.recognitionModels()->setModelPath(realModel);
+        feedFrom(speech, m_spokenPath, 0.0);
+        Observed observed;
+        observe(speech, observed);
+        AsyncTest::await(speech.startListening(true, true), 120'000);
+        QVERIFY(AsyncTest::waitUntil([&] { return !observed.submitted.isEmpty(); }, 120'000));
+        const QString heard = observed.submitted.first().toLower();
+        QVERIFY2(heard.contains(QStringLiteral("bun")) || heard.contains(QStringLiteral("ziua")), qPrintable(heard));
+    }
+};
+
+QTEST_GUILESS_MAIN(SpeechServiceRecognitionTest)
+#include "SpeechServiceRecognitionTest.moc"

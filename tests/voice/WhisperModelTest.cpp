@@ -1,0 +1,205 @@
+#include "voice/WhisperModel.h"
+
+#include "RandomWhisperModel.h"
+#include "VoiceSamples.h"
+#include "voice/SpeechRecognitionError.h"
+#include "voice/WhisperModelFile.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtEndian>
+
+#include <thread>
+
+namespace {
+
+using Kind = SpeechRecognitionError::Kind;
+
+std::optional<Kind> loadFailure(const QString &path)
+{
+    try {
+        WhisperModel::load(path);
+    } catch (const SpeechRecognitionError &error) {
+        return error.kind();
+    }
+    return std::nullopt;
+}
+
+void writeBytes(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(bytes);
+}
+
+QByteArray readBytes(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void putInt32(QByteArray &bytes, qsizetype offset, qint32 value)
+{
+    const qint32 le = qToLittleEndian(value);
+    bytes.replace(offset, 4, QByteArray(reinterpret_cast<const char *>(&le), 4));
+}
+
+std::vector<float> toVector(const QVector<float> &samples)
+{
+    return { samples.cbegin(), samples.cend() };
+}
+
+} // namespace
+
+class WhisperModelTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString m_modelPath;
+    QByteArray m_modelBytes;
+
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        m_modelPath = path(QStringLiteral("ggml-random.bin"));
+        RandomWhisperModel::write(m_modelPath, RandomWhisperModel::tiny());
+        m_modelBytes = readBytes(m_modelPath);
+    }
+
+    void generatedModelLoadsAndTranscribes()
+    {
+        const WhisperModelFile info = WhisperModelFile::inspect(m_modelPath);
+        QCOMPARE(info.nVocab, 51865);
+        QVERIFY(info.isMultilingual());
+        // 7 encoder tensors + 15 per encoder block + 4 decoder tensors + 24 per decoder block.
+        QCOMPARE(info.tensorCount, 7 + 15 * 2 + 4 + 24 * 2);
+
+        auto model = WhisperModel::load(m_modelPath);
+        const QVector<float> tone = VoiceSamples::sine(220, 0.3, 16000, 2.0);
+        const QString text = model->transcribe(toVector(tone));
+        // The vocabulary is full of cedilla letters; none may survive into a transcript.
+        for (QChar cedilla : { QChar(0x015F), QChar(0x0163), QChar(0x015E), QChar(0x0162) })
+            QVERIFY2(!text.contains(cedilla), qPrintable(text));
+        QCOMPARE(text, text.simplified());
+        // The same audio gives the same text: no state leaks from one run into the next.
+        QCOMPARE(model->transcribe(toVector(tone)), text);
+    }
+
+    void encoderWindowFollowsTheAudio()
+    {
+        auto model = WhisperModel::load(m_modelPath);
+        QCOMPARE(model->audioContextFor(16000), 128); // 50 frames + margin, rounded up to 64
+        QCOMPARE(model->audioContextFor(16000 * 5), 320);
+        QCOMPARE(model->audioContextFor(16000 * 60), 1500); // never beyond the model's window
+    }
+
+    void anAbortedRunStopsEarlyAndSaysNothing()
+    {
+        auto model = WhisperModel::load(m_modelPath);
+        const std::vector<float> audio = toVector(VoiceSamples::sine(220, 0.3, 16000, 10.0));
+        std::atomic_bool abort { true };
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(model->transcribe(audio, &abort), QString());
+        const qint64 abortedMs = timer.restart();
+        model->transcribe(audio);
+        const qint64 fullMs = timer.elapsed();
+        QVERIFY2(abortedMs <= fullMs, qPrintable(QStringLiteral("%1 vs %2").arg(abortedMs).arg(fullMs)));
+    }
+
+    void unusableFilesAreRefusedBeforeWhisperReadsThem_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<int>("expectedKind");
+        const int invalid = int(Kind::modelInvalid);
+
+        QTest::newRow("empty") << QByteArray() << invalid;
+        QByteArray badMagic = m_modelBytes;
+        badMagic[0] = 'X';
+        QTest::newRow("bad magic") << badMagic << invalid;
+        QTest::newRow("cut in the header") << m_modelBytes.left(20) << invalid;
+        QTest::newRow("cut in the vocabulary") << m_modelBytes.left(200'000) << invalid;
+        QTest::newRow("cut in the last tensor") << m_modelBytes.left(m_modelBytes.size() - 10) << invalid;
+        QTest::newRow("html error page") << QByteArray("<html><body>Not found</body></html>") << invalid;
+
+        QByteArray englishOnly = m_modelBytes;
+        putInt32(englishOnly, 4, 51864);
+        QTest::newRow("English-only vocabulary") << englishOnly << int(Kind::modelEnglishOnly);
+
+        QByteArray negativeSize = m_modelBytes;
+        putInt32(negativeSize, 12, -512);
+        QTest::newRow("negative state size") << negativeSize << invalid;
+
+        QByteArray hugeFilters = m_modelBytes;
+        putInt32(hugeFilters, 48, 80);
+        putInt32(hugeFilters, 52, 1 << 30);
+        QTest::newRow("filter table beyond the file") << hugeFilters << invalid;
+    }
+
+    void unusableFilesAreRefusedBeforeWhisperReadsThem()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(int, expectedKind);
+        const QString file = path(QStringLiteral("broken.bin"));
+        writeBytes(file, bytes);
+        QCOMPARE(loadFailure(file), std::optional<Kind>(Kind(expectedKind)));
+    }
+
+    void tensorRecordsThatWouldOverrunWhisperAreRefused()
+    {
+        // The first tensor record follows the vocabulary; find it by its name.
+        const qsizetype name = m_modelBytes.indexOf("encoder.positional_embedding");
+        QVERIFY(name > 0);
+        const qsizetype record = name - 12 - 2 * 4; // n_dims, name length, type, two dimensions
+        QByteArray fiveDims = m_modelBytes;
+        putInt32(fiveDims, record, 5);
+        const QString file = path(QStringLiteral("dims.bin"));
+        writeBytes(file, fiveDims);
+        QCOMPARE(loadFailure(file), std::optional<Kind>(Kind::modelInvalid));
+
+        QByteArray unknownType = m_modelBytes;
+        putInt32(unknownType, record + 8, 999);
+        writeBytes(file, unknownType);
+        QCOMPARE(loadFailure(file), std::optional<Kind>(Kind::modelInvalid));
+    }
+
+    void missingAndEnglishNamedFilesAreRefused()
+    {
+        QCOMPARE(loadFailure(path(QStringLiteral("absent.bin"))), std::optional<Kind>(Kind::modelMissing));
+        QCOMPARE(loadFailure(m_dir.path()), std::optional<Kind>(Kind::modelMissing));
+        QCOMPARE(loadFailure(QString()), std::optional<Kind>(Kind::modelMissing));
+
+        const QString named = path(QStringLiteral("ggml-base.en.bin"));
+        QVERIFY(QFile::copy(m_modelPath, named));
+        QCOMPARE(loadFailure(named), std::optional<Kind>(Kind::modelEnglishOnly));
+        try {
+            WhisperModel::load(named);
+        } catch (const SpeechRecognitionError &error) {
+            QVERIFY(error.description().contains(QStringLiteral("doar engleza")));
+        }
+    }
+
+    void separateModelsRunOnSeparateThreads()
+    {
+        // Two loaded copies are independent: each may run on its own thread.
+        auto first = WhisperModel::load(m_modelPath);
+        auto second = WhisperModel::load(m_modelPath);
+        const std::vector<float> audio = toVector(VoiceSamples::sine(330, 0.3, 16000, 1.5));
+        QString a;
+        QString b;
+        std::thread one([&] { a = first->transcribe(audio); });
+        std::thread two([&] { b = second->transcribe(audio); });
+        one.join();
+        two.join();
+        QCOMPARE(a, b);
+    }
+};
+
+QTEST_GUILESS_MAIN(WhisperModelTest)
+#include "WhisperModelTest.moc"
