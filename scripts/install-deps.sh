@@ -18,6 +18,8 @@ packages=(
   qml6-module-qt5compat-graphicaleffects qml6-module-qttest qml6-module-qtqml qml6-module-qtqml-models
   qml6-module-qtquick-tooling qml6-module-qtcore qml6-module-qt-labs-platform qml6-module-qtqml-workerscript
   qt6-qpa-plugins qt6-wayland libqt6svg6
+  # the views' icons (freedesktop names, symbolic set)
+  adwaita-icon-theme
   # runtime services: secrets, audio, local voice
   dbus dbus-x11 gnome-keyring libsecret-tools pulseaudio pulseaudio-utils speech-dispatcher
   speech-dispatcher-espeak-ng espeak-ng libespeak-ng-dev

@@ -1,0 +1,211 @@
+#include "CompanionActions.h"
+
+#include "conversation/ChatStore.h"
+#include "net/KeloError.h"
+#include "settings/AppSettings.h"
+#include "skills/MCPGalleryItem.h"
+#include "skills/MCPOAuthManager.h"
+#include "ui/MCPServerListEditor.h"
+#include "voice/SpeechService.h"
+
+#include <QProcess>
+#include <QStandardPaths>
+
+namespace {
+
+const QString localPreviewText = QStringLiteral("Salut, sunt Kelo. Aceasta este vocea locală instalată pe iPhone.");
+
+} // namespace
+
+CompanionActions::CompanionActions(ChatStore *store, QObject *parent)
+    : QObject(parent)
+    , m_store(store)
+{ }
+
+QVariantList CompanionActions::gallery() const
+{
+    QVariantList items;
+    for (const MCPGalleryItem &item : MCPGalleryItem::gallery())
+        items.append(QVariant::fromValue(item));
+    return items;
+}
+
+void CompanionActions::clearConversation()
+{
+    m_store->clearConversation();
+}
+
+void CompanionActions::clearMemory()
+{
+    m_store->clearMemory();
+}
+
+void CompanionActions::testZenConnection()
+{
+    runZenTest();
+}
+
+QCoro::Task<> CompanionActions::runZenTest()
+{
+    QPointer<CompanionActions> self(this);
+    QString text;
+    try {
+        text = co_await m_store->testZenConnection();
+    } catch (...) {
+        text = describeException(std::current_exception());
+    }
+    if (self)
+        Q_EMIT self->zenConnectionTested(text);
+}
+
+void CompanionActions::loadVoices(const QString &engine)
+{
+    runVoiceLoad(engine);
+}
+
+QCoro::Task<> CompanionActions::runVoiceLoad(QString engine)
+{
+    AppSettings *settings = m_store->settings();
+    SpeechService *speech = m_store->speech();
+    // The speech service reports its own failures through lastError; this only keeps an
+    // unexpected exception from escaping a coroutine nobody awaits.
+    try {
+        const auto preset = Presets::voiceEngineFromRawValue(engine);
+        if (preset == VoiceEnginePreset::googleCloud)
+            co_await speech->refreshGoogleVoices(settings->googleTTSAPIKey().trimmed());
+        else if (preset == VoiceEnginePreset::azureSpeech)
+            co_await speech->refreshAzureVoices(
+                settings->azureSpeechKey().trimmed(), settings->azureRegion().trimmed());
+        else if (preset == VoiceEnginePreset::elevenLabs)
+            co_await speech->refreshElevenVoices(settings->elevenAPIKey().trimmed());
+    } catch (...) {
+        qWarning("kelo: încărcarea vocilor a eșuat: %s", qPrintable(describeException(std::current_exception())));
+    }
+}
+
+void CompanionActions::previewVoice(const QString &engine)
+{
+    const auto preset = Presets::voiceEngineFromRawValue(engine);
+    if (!preset)
+        return;
+    if (*preset == VoiceEnginePreset::appleLocal) {
+        // speak() uses the selected engine, which is the local one whenever its card shows.
+        m_store->speech()->speak(localPreviewText, m_store->settings());
+        return;
+    }
+    runCloudPreview(engine);
+}
+
+QCoro::Task<> CompanionActions::runCloudPreview(QString engine)
+{
+    try {
+        co_await m_store->speech()->previewCloudVoice(*Presets::voiceEngineFromRawValue(engine), m_store->settings());
+    } catch (...) {
+        qWarning("kelo: testul vocii a eșuat: %s", qPrintable(describeException(std::current_exception())));
+    }
+}
+
+bool CompanionActions::openSpeechSettings()
+{
+    // Desktops have no common speech settings page; GNOME's accessibility panel is the closest.
+    const QString gnomeControlCenter = QStandardPaths::findExecutable(QStringLiteral("gnome-control-center"));
+    if (gnomeControlCenter.isEmpty())
+        return false;
+    return QProcess::startDetached(gnomeControlCenter, { QStringLiteral("universal-access") });
+}
+
+void CompanionActions::checkServer(const QString &serverID)
+{
+    runServerCheck(serverID);
+}
+
+QCoro::Task<> CompanionActions::runServerCheck(QString serverID)
+{
+    QPointer<CompanionActions> self(this);
+    const MCPServerConfig *found = MCPServerListEditor::find(m_store->settings()->mcpServers(), serverID);
+    if (!found) {
+        Q_EMIT serverChecked(serverID, QStringLiteral("Serverul nu mai există în listă."));
+        co_return;
+    }
+    const MCPServerConfig server = *found;
+    QString text;
+    try {
+        text = co_await m_store->listMCPTools(server);
+    } catch (...) {
+        text = describeException(std::current_exception());
+    }
+    if (self)
+        Q_EMIT self->serverChecked(serverID, text);
+}
+
+void CompanionActions::setServerEnabled(const QString &serverID, bool enabled)
+{
+    AppSettings *settings = m_store->settings();
+    settings->setMcpServers(MCPServerListEditor::withEnabled(settings->mcpServers(), serverID, enabled));
+    serversChanged();
+}
+
+void CompanionActions::removeServer(const QString &serverID)
+{
+    AppSettings *settings = m_store->settings();
+    settings->setMcpServers(MCPServerListEditor::without(settings->mcpServers(), serverID));
+    serversChanged();
+}
+
+void CompanionActions::saveGalleryConnection(const QString &itemID, const QString &token, const QString &authLabel)
+{
+    const MCPGalleryItem *item = MCPGalleryItem::find(itemID);
+    if (!item)
+        return;
+    AppSettings *settings = m_store->settings();
+    settings->setMcpServers(
+        MCPServerListEditor::withGalleryConnection(settings->mcpServers(), *item, token, authLabel));
+    serversChanged();
+}
+
+void CompanionActions::addManualServer(const QString &name, const QString &endpoint, const QString &token)
+{
+    AppSettings *settings = m_store->settings();
+    QList<MCPServerConfig> servers = settings->mcpServers();
+    servers.append(MCPServerListEditor::manualServer(name, endpoint, token));
+    settings->setMcpServers(servers);
+    serversChanged();
+}
+
+void CompanionActions::serversChanged()
+{
+    // The next turn must see the new list, not the cached tools.
+    m_store->invalidateMCPBindings();
+}
+
+void CompanionActions::connectOAuth(const QString &itemID, const QString &clientID, const QString &clientSecret)
+{
+    cancelOAuth();
+    auto *oauth = new MCPOAuthManager(this);
+    m_oauth = oauth;
+    connect(oauth, &MCPOAuthManager::statusTextChanged, this, [this, oauth] {
+        if (m_oauth == oauth)
+            Q_EMIT oauthStatusChanged(oauth->statusText());
+    });
+    // A cancelled flow still reports its failure; only the current flow speaks to the sheet.
+    connect(oauth, &MCPOAuthManager::connected, this, [this, oauth, itemID](const QString &token) {
+        if (m_oauth == oauth)
+            Q_EMIT oauthFinished(itemID, token, QString());
+        oauth->deleteLater();
+    });
+    connect(oauth, &MCPOAuthManager::failed, this, [this, oauth, itemID](const QString &message) {
+        if (m_oauth == oauth)
+            Q_EMIT oauthFinished(itemID, QString(), message);
+        oauth->deleteLater();
+    });
+    oauth->start(itemID, clientID, clientSecret);
+}
+
+void CompanionActions::cancelOAuth()
+{
+    if (!m_oauth)
+        return;
+    MCPOAuthManager *previous = m_oauth;
+    m_oauth = nullptr;
+    previous->cancel();
+}

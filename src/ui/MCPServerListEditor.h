@@ -1,0 +1,25 @@
+#pragma once
+
+#include "skills/MCPGalleryItem.h"
+#include "skills/MCPServerConfig.h"
+
+#include <QList>
+#include <QString>
+
+// The edits the skills screen makes to the configured MCP servers, as pure functions over the list:
+// the caller stores the result in the settings, which persist it.
+class MCPServerListEditor
+{
+public:
+    // A new server for the gallery item; an existing server from the same item is replaced in
+    // place (keeping its position), so a service is never listed twice.
+    static QList<MCPServerConfig> withGalleryConnection(
+        QList<MCPServerConfig> servers, const MCPGalleryItem &item, const QString &token, const QString &authLabel);
+    // A server added by hand: enabled, without a gallery source.
+    static MCPServerConfig manualServer(const QString &name, const QString &endpoint, const QString &token);
+    static QString manualAuthLabel(const QString &token);
+
+    static QList<MCPServerConfig> withEnabled(QList<MCPServerConfig> servers, const QString &serverID, bool enabled);
+    static QList<MCPServerConfig> without(QList<MCPServerConfig> servers, const QString &serverID);
+    static const MCPServerConfig *find(const QList<MCPServerConfig> &servers, const QString &serverID);
+};

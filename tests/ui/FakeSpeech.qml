@@ -1,0 +1,17 @@
+import QtQuick
+
+// Stands in for SpeechService's published state.
+QtObject {
+    property bool isListening: false
+    property string transcript: ""
+    property real inputLevel: 0
+    property bool isSpeaking: false
+    property bool isPreparingVoice: false
+    property bool isLoadingVoices: false
+    property var googleVoices: []
+    property var azureVoices: []
+    property var elevenVoices: []
+    property var romanianVoices: []
+    property string bestVoiceDescription: ""
+    property string lastError: ""
+}

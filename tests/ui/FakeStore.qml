@@ -1,0 +1,40 @@
+import QtQuick
+
+// Stands in for ChatStore: published state the tests set directly, and the QML entry points
+// recorded in `calls` in the order they arrive.
+QtObject {
+    id: store
+    property var messages: []
+    property var visibleMessages: messages
+    property string draft: ""
+    property bool isThinking: false
+    property bool isPushToTalkActive: false
+    property string toolStatus: ""
+    property var zenModels: []
+    property string zenError: ""
+    property bool hasZenKey: true
+    property var selectedZenModel: ({ id: "big-pickle", name: "Big Pickle", isFree: true })
+    property string activityText: "Ține apăsat pentru a vorbi"
+    property FakeSettings settings: FakeSettings {}
+    property FakeSpeech speech: FakeSpeech {}
+    property QtObject memory: QtObject { property string summary: "" }
+    property var calls: []
+
+    function record(name) {
+        var copy = calls.slice()
+        copy.push(name)
+        calls = copy
+    }
+    function count(name) {
+        return calls.filter(function (c) { return c === name }).length
+    }
+    function startPushToTalk() { record("begin") }
+    function stopPushToTalk() { record("end") }
+    function sendDraft() { record("send:" + draft) }
+    function reloadZenModels() { record("reloadZenModels") }
+    function reloadMCPBindings() { record("reloadMCPBindings") }
+
+    function message(role, text) {
+        return { id: String(Math.random()), role: role, text: text }
+    }
+}

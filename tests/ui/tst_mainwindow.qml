@@ -1,0 +1,59 @@
+import QtQuick
+import QtTest
+
+Item {
+    width: 10
+    height: 10
+
+    FakeStore { id: store }
+    FakeActions { id: actions }
+
+    TestCase {
+        name: "MainWindow"
+        when: windowShown
+
+        function openWindow(trayAvailable) {
+            var component = Qt.createComponent("qrc:/qt/qml/Kelo/Main.qml")
+            compare(component.status, Component.Ready, component.errorString())
+            var window = component.createObject(null, { store: store, actions: actions, trayAvailable: trayAvailable })
+            window.show()
+            tryVerify(function () { return window.visible })
+            return window
+        }
+
+        function test_closingWithTheBackgroundConversationHidesToTheTrayAndStopsTheOrb() {
+            store.settings.backgroundConversationEnabled = true
+            var window = openWindow(true)
+            var root = findChild(window.contentItem, "rootView")
+            var orb = findChild(window.contentItem, "orb")
+            tryVerify(function () { return root.animating })
+
+            window.close()
+            tryVerify(function () { return !window.visible })
+            tryVerify(function () { return !root.animating })
+            wait(50)
+            var frozen = orb.t
+            wait(300)
+            compare(orb.t, frozen, "a hidden window draws no frames")
+
+            window.show()
+            tryVerify(function () { return root.animating })
+            tryVerify(function () { return orb.t > frozen })
+            window.destroy()
+        }
+
+        function test_withoutATrayClosingReallyCloses() {
+            store.settings.backgroundConversationEnabled = true
+            var window = openWindow(false)
+            window.close()
+            tryVerify(function () { return !window.visible })
+            window.destroy()
+        }
+
+        function test_startsOnTheChatTab() {
+            var window = openWindow(false)
+            compare(findChild(window.contentItem, "tabStack").currentIndex, 0)
+            window.destroy()
+        }
+    }
+}
