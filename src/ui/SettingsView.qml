@@ -239,6 +239,57 @@ Item {
                     onToggled: on => view.settings.preferOnDeviceSpeech = on
                 }
 
+                // The on-device recognition model: what is installed, and a download on request.
+                ColumnLayout {
+                    id: recognitionModel
+                    objectName: "recognitionModelRows"
+                    readonly property var models: view.speech ? view.speech.recognitionModels : null
+                    visible: !!models
+                    Layout.fillWidth: true
+                    spacing: 6
+                    Label {
+                        objectName: "recognitionModelStatus"
+                        text: recognitionModel.models ? recognitionModel.models.statusText : ""
+                        color: recognitionModel.models && recognitionModel.models.modelAvailable
+                               ? Theme.secondaryText : Theme.warning
+                        wrapMode: Text.Wrap
+                        font.pixelSize: 12
+                        Layout.fillWidth: true
+                    }
+                    ProgressBar {
+                        objectName: "recognitionModelProgress"
+                        visible: recognitionModel.models && recognitionModel.models.isDownloading
+                        value: recognitionModel.models ? recognitionModel.models.downloadProgress : 0
+                        Layout.fillWidth: true
+                    }
+                    Label {
+                        visible: text.length > 0
+                        text: recognitionModel.models ? recognitionModel.models.downloadError : ""
+                        color: Theme.danger
+                        wrapMode: Text.Wrap
+                        font.pixelSize: 12
+                        Layout.fillWidth: true
+                    }
+                    Flow {
+                        Layout.fillWidth: true
+                        spacing: 8
+                        Repeater {
+                            model: recognitionModel.models ? recognitionModel.models.catalogue : []
+                            ActionButton {
+                                readonly property bool downloadingThis: recognitionModel.models.isDownloading
+                                    && recognitionModel.models.downloadingModel === modelData.name
+                                objectName: "downloadModel_" + modelData.name
+                                text: downloadingThis ? "Anulează descărcarea"
+                                                      : "Descarcă " + modelData.title + " (" + Math.round(modelData.bytes / 1048576) + " MB)"
+                                symbol: downloadingThis ? "xmark.circle" : "arrow.down.circle"
+                                enabled: downloadingThis || !recognitionModel.models.isDownloading
+                                onClicked: downloadingThis ? recognitionModel.models.cancelDownload()
+                                                           : recognitionModel.models.startDownload(modelData.name)
+                            }
+                        }
+                    }
+                }
+
                 // Local engine.
                 ColumnLayout {
                     objectName: "localEngineRows"

@@ -22,6 +22,7 @@ var names = {
     "exclamationmark.circle": "dialog-error-symbolic",
     "exclamationmark.triangle.fill": "dialog-warning-symbolic",
     "arrow.down.circle": "folder-download-symbolic",
+    "xmark.circle": "process-stop-symbolic",
     "waveform.badge.plus": "list-add-symbolic",
     "trash": "user-trash-symbolic",
     "wand.and.stars": "system-run-symbolic",
