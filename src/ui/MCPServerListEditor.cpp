@@ -1,28 +1,15 @@
 #include "MCPServerListEditor.h"
 
+#include "skills/MCPOAuthManager.h"
+
 #include <QUrl>
 #include <QUuid>
 
 QList<MCPServerConfig> MCPServerListEditor::withGalleryConnection(
     QList<MCPServerConfig> servers, const MCPGalleryItem &item, const QString &token, const QString &authLabel)
 {
-    MCPServerConfig server;
-    server.id = QUuid::createUuid();
-    server.name = item.name;
-    server.endpoint = item.endpoint;
-    server.bearerToken = token;
-    server.enabled = true;
-    server.sourceID = item.id;
-    server.authLabel = authLabel;
-
-    for (MCPServerConfig &existing : servers) {
-        if (existing.sourceID == item.id) {
-            existing = server;
-            return servers;
-        }
-    }
-    servers.append(server);
-    return servers;
+    // One saving rule for the app and the command line.
+    return MCPOAuthManager::withConnection(std::move(servers), item, token, authLabel);
 }
 
 MCPServerConfig MCPServerListEditor::manualServer(const QString &name, const QString &endpoint, const QString &token)
