@@ -511,12 +511,13 @@ QCoro::Task<> ChatStore::beginPushToTalk()
     m_handsFreeRun = false;
     m_handsFreeTimer->stop();
     setPushToTalkActive(true);
-    showTemporaryStatus(QStringLiteral("Kelo este gata"));
     co_await m_speech->startListening(m_settings->preferOnDeviceSpeech(), true);
     if (!m_isPushToTalkActive)
         m_speech->finishListening(); // released while the microphone was starting
     else if (!m_speech->isListening())
         setPushToTalkActive(false); // the run could not start; lastError says why
+    else
+        showTemporaryStatus(QStringLiteral("Kelo este gata"));
 }
 
 QCoro::Task<> ChatStore::endPushToTalk()
