@@ -107,7 +107,7 @@ private Q_SLOTS:
             AsyncTest::await(store.beginPushToTalk());
             AsyncTest::await(store.beginPushToTalk()); // a second press while held changes nothing
             AsyncTest::await(store.endPushToTalk());
-            QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->isListening(); }, 10'000));
+            QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->isListening(); }, 30'000));
         }
         QTest::qWait(200);
         QVERIFY(!store.isPushToTalkActive());
@@ -134,7 +134,7 @@ private Q_SLOTS:
         QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 2 && !store.isThinking(); }, 90'000));
 
         store.speech()->onPlaybackFinished();
-        QVERIFY(AsyncTest::waitUntil([&] { return store.speech()->isListening(); }, 5'000));
+        QVERIFY(AsyncTest::waitUntil([&] { return store.speech()->isListening(); }, 20'000));
         // The hands-free run ends by itself after the speaker pauses, and its transcript is a turn.
         QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 3; }, 90'000));
     }
