@@ -167,12 +167,8 @@ private Q_SLOTS:
 
         const QString named = path(QStringLiteral("ggml-base.en.bin"));
         QVERIFY(QFile::copy(m_modelPath, named));
+        // Its Romanian text is checked where the service shows it.
         QCOMPARE(loadFailure(named), std::optional<Kind>(Kind::modelEnglishOnly));
-        try {
-            WhisperModel::load(named);
-        } catch (const SpeechRecognitionError &error) {
-            QVERIFY(error.description().contains(QStringLiteral("doar engleza")));
-        }
     }
 
     void separateModelsRunOnSeparateThreads()
