@@ -41,7 +41,7 @@ private Q_SLOTS:
             QSKIP("espeak-ng and lame are needed to make test audio (scripts/install-deps.sh)");
     }
 
-    void decodesTheWholeFileAtItsOwnFormat()
+    void decodesTheWholeFileOrWhatThereIsOfItAtItsOwnFormat()
     {
         Mp3PcmStream stream(m_mp3);
         QCOMPARE(stream.format().sampleRate(), 24'000);
@@ -59,6 +59,13 @@ private Q_SLOTS:
         // eSpeak reads this sentence in about four to six seconds.
         QVERIFY2(seconds > 3.0 && seconds < 8.0, qPrintable(QString::number(seconds)));
         QCOMPARE(stream.read(buffer, sizeof buffer), qint64(0));
+
+        // A file cut short plays up to where it stops.
+        Mp3PcmStream half(m_mp3.left(m_mp3.size() / 2));
+        const qint64 halfBytes = half.readAll().size();
+        QVERIFY(half.atEnd());
+        QVERIFY2(halfBytes > pcm.size() / 3 && halfBytes < pcm.size() * 2 / 3,
+            qPrintable(QStringLiteral("%1 of %2").arg(halfBytes).arg(pcm.size())));
     }
 
     void refusesDataThatHoldsNoAudio()
@@ -77,17 +84,6 @@ private Q_SLOTS:
             QCOMPARE(error->code(), 3);
             QCOMPARE(error->description(), QStringLiteral("Fișierul audio nu a putut fi redat."));
         }
-    }
-
-    void aFileCutShortPlaysUpToWhereItStops()
-    {
-        Mp3PcmStream whole(m_mp3);
-        Mp3PcmStream half(m_mp3.left(m_mp3.size() / 2));
-        const qint64 wholeBytes = whole.readAll().size();
-        const qint64 halfBytes = half.readAll().size();
-        QVERIFY(half.atEnd());
-        QVERIFY2(halfBytes > wholeBytes / 3 && halfBytes < wholeBytes * 2 / 3,
-            qPrintable(QStringLiteral("%1 of %2").arg(halfBytes).arg(wholeBytes)));
     }
 
     void playsAudibly()

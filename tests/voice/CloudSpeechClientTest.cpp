@@ -13,15 +13,6 @@
 
 using Reply = FakeHttpServer::Reply;
 
-namespace {
-
-Reply mp3Reply(const QByteArray &mp3)
-{
-    return Reply::text(mp3, 200, "audio/mpeg");
-}
-
-} // namespace
-
 // The exact requests of the three cloud voices and their voice lists, and what every kind of bad
 // answer turns into, against a loopback server.
 class CloudSpeechClientTest : public QObject
@@ -30,9 +21,7 @@ class CloudSpeechClientTest : public QObject
 
     QByteArray m_mp3;
     std::unique_ptr<FakeHttpServer> m_server;
-    std::unique_ptr<ScopedEnvironment> m_google;
-    std::unique_ptr<ScopedEnvironment> m_azure;
-    std::unique_ptr<ScopedEnvironment> m_eleven;
+    std::vector<std::unique_ptr<ScopedEnvironment>> m_environment;
 
 private Q_SLOTS:
     void initTestCase()
@@ -45,16 +34,14 @@ private Q_SLOTS:
     void init()
     {
         m_server = std::make_unique<FakeHttpServer>();
-        m_google = std::make_unique<ScopedEnvironment>("KELO_GOOGLE_TTS_BASE_URL", m_server->baseUrl());
-        m_azure = std::make_unique<ScopedEnvironment>("KELO_AZURE_TTS_BASE_URL", m_server->baseUrl() + "/");
-        m_eleven = std::make_unique<ScopedEnvironment>("KELO_ELEVENLABS_BASE_URL", m_server->baseUrl());
+        for (const auto &[variable, suffix] : { std::pair { "KELO_GOOGLE_TTS_BASE_URL", "" },
+                 std::pair { "KELO_AZURE_TTS_BASE_URL", "/" }, std::pair { "KELO_ELEVENLABS_BASE_URL", "" } })
+            m_environment.push_back(std::make_unique<ScopedEnvironment>(variable, m_server->baseUrl() + suffix));
     }
 
     void cleanup()
     {
-        m_eleven.reset();
-        m_azure.reset();
-        m_google.reset();
+        m_environment.clear();
         m_server.reset();
     }
 
@@ -104,9 +91,9 @@ private Q_SLOTS:
         QCOMPARE(error->code(), URLError::cannotDecodeContentData);
     }
 
-    void azureSendsEscapedSsmlWithItsHeaders()
+    void azureSendsEscapedSsmlWithItsHeadersToAValidRegion()
     {
-        m_server->on("POST", "/cognitiveservices/v1", mp3Reply(m_mp3));
+        m_server->on("POST", "/cognitiveservices/v1", Reply::text(m_mp3, 200, "audio/mpeg"));
         CloudSpeechClient client;
 
         const QString hostile = QStringLiteral("Tom & Jerry: <b>\"da\"</b> 'nu' ]]></voice><voice name=\"x\">");
@@ -126,21 +113,18 @@ private Q_SLOTS:
 
         AsyncTest::await(client.synthesizeAzure("x", "k", "westeurope", {}));
         QVERIFY(m_server->requests().last().body.contains("<voice name=\"ro-RO-AlinaNeural\">"));
-    }
 
-    void azureRegionMustBeAHostLabel()
-    {
-        CloudSpeechClient client;
+        // The region becomes part of the host name: anything but a label is refused before sending.
         for (const QString region : { "evil.example.com#", "west europe", "a/b" }) {
             const auto error = AsyncTest::awaitError<URLError>(client.synthesizeAzure("x", "k", region, {}));
             QVERIFY2(error && error->code() == URLError::badURL, qPrintable(region));
         }
-        QCOMPARE(m_server->requests().size(), 0);
+        QCOMPARE(m_server->requests().size(), 2);
     }
 
     void elevenLabsSendsItsModelAndVoiceSettings()
     {
-        m_server->on("POST", "/v1/text-to-speech/voice 1", mp3Reply(m_mp3));
+        m_server->on("POST", "/v1/text-to-speech/voice 1", Reply::text(m_mp3, 200, "audio/mpeg"));
         CloudSpeechClient client;
 
         const QByteArray audio = AsyncTest::await(client.synthesizeElevenLabs("Salut", "xi", "voice 1"));
@@ -217,9 +201,8 @@ private Q_SLOTS:
             QJsonValue("not an object"),
         };
         m_server->on("GET", "/v1/voices", Reply::json(QJsonObject { { "voices", voices } }));
-        CloudVoiceCatalog catalog;
 
-        const QList<CloudVoice> list = AsyncTest::await(catalog.googleVoices("g k"));
+        const QList<CloudVoice> list = AsyncTest::await(CloudVoiceCatalog().googleVoices("g k"));
         QCOMPARE(m_server->requests().first().query.queryItemValue("key", QUrl::FullyDecoded), QStringLiteral("g k"));
         QCOMPARE(list.size(), 2);
         QCOMPARE(list[0].id, QStringLiteral("ro-RO-Standard-A"));
@@ -240,9 +223,8 @@ private Q_SLOTS:
                 { "Gender", "Female" }, { "VoiceType", "Neural" } },
         };
         m_server->on("GET", "/cognitiveservices/voices/list", Reply::json(voices));
-        CloudVoiceCatalog catalog;
 
-        const QList<CloudVoice> list = AsyncTest::await(catalog.azureVoices("az", "westeurope"));
+        const QList<CloudVoice> list = AsyncTest::await(CloudVoiceCatalog().azureVoices("az", "westeurope"));
         QCOMPARE(m_server->requests().first().header("Ocp-Apim-Subscription-Key"), QByteArray("az"));
         QCOMPARE(list.size(), 2);
         QCOMPARE(list[0].id, QStringLiteral("ro-RO-AlinaNeural"));
@@ -261,9 +243,8 @@ private Q_SLOTS:
             QJsonObject { { "name", "no id" } },
         };
         m_server->on("GET", "/v1/voices", Reply::json(QJsonObject { { "voices", voices } }));
-        CloudVoiceCatalog catalog;
 
-        const QList<CloudVoice> list = AsyncTest::await(catalog.elevenVoices("xi"));
+        const QList<CloudVoice> list = AsyncTest::await(CloudVoiceCatalog().elevenVoices("xi"));
         QCOMPARE(m_server->requests().first().header("xi-api-key"), QByteArray("xi"));
         QCOMPARE(list.size(), 2);
         QCOMPARE(list[0].id, QStringLiteral("v1"));

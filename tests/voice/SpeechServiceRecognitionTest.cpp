@@ -52,13 +52,6 @@ class SpeechServiceRecognitionTest : public QObject
         });
     }
 
-    QString silentWav()
-    {
-        const QString path = m_dir.filePath(QStringLiteral("silence.wav"));
-        VoiceSamples::writeWav(path, QVector<float>(16000 * 2, 0.0f), 16000, 1);
-        return path;
-    }
-
 private Q_SLOTS:
     void initTestCase()
     {
@@ -70,7 +63,7 @@ private Q_SLOTS:
     void init() { m_home = std::make_unique<TemporaryHome>(); }
     void cleanup() { m_home.reset(); }
 
-    void withoutAModelListeningIsUnavailableAndNothingIsDownloaded()
+    void withoutAUsableModelListeningSaysWhyAndNothingIsDownloaded()
     {
         FakeHttpServer server;
         ScopedEnvironment base("KELO_WHISPER_MODEL_BASE_URL", server.baseUrl());
@@ -83,11 +76,8 @@ private Q_SLOTS:
         QVERIFY(!speech.isListening());
         QTest::qWait(100);
         QVERIFY(server.requests().isEmpty());
-    }
 
-    void unusableModelsSayWhyAndNeverStartARun()
-    {
-        SpeechService speech;
+        // Unusable models say why, and no run starts.
         const QString english = m_dir.filePath(QStringLiteral("ggml-small.en.bin"));
         QFile::remove(english);
         QVERIFY(QFile::copy(m_modelPath, english));
@@ -98,10 +88,7 @@ private Q_SLOTS:
         QVERIFY(!speech.isListening());
 
         const QString garbage = m_dir.filePath(QStringLiteral("garbage.bin"));
-        QFile file(garbage);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("definitely not a model");
-        file.close();
+        VoiceSamples::writeWav(garbage, QVector<float>(100, 0.5f), 16000, 1);
         speech.recognitionModels()->setModelPath(garbage);
         AsyncTest::await(speech.startListening(false, true));
         QVERIFY(speech.lastError().contains(QStringLiteral("nu este un model")));
@@ -166,14 +153,23 @@ private Q_SLOTS:
         QVERIFY(observed.submitted.isEmpty());
     }
 
-    void silenceCancelAndRestartSendNothing()
+    void releaseBeforeStartSilenceCancelAndRestartSendNothing()
     {
         SpeechService speech;
         speech.recognitionModels()->setModelPath(m_modelPath);
         Observed observed;
         observe(speech, observed);
+        const QString silence = m_dir.filePath(QStringLiteral("silence.wav"));
+        VoiceSamples::writeWav(silence, QVector<float>(16000 * 2, 0.0f), 16000, 1);
+        feedFrom(speech, silence, 1.0);
 
-        feedFrom(speech, silentWav(), 1.0);
+        // The model loads on the worker; the finger is already gone when it is ready.
+        auto starting = speech.startListening(true, true);
+        speech.finishListening();
+        AsyncTest::await(std::move(starting));
+        QVERIFY(!speech.isListening());
+        QVERIFY(observed.submitted.isEmpty());
+
         AsyncTest::await(speech.startListening(true, true));
         QVERIFY(speech.isListening());
         QTest::qWait(300);
@@ -197,21 +193,6 @@ private Q_SLOTS:
         QVERIFY(speech.isListening());
         speech.cancelListening();
         QTest::qWait(500);
-        QVERIFY(observed.submitted.isEmpty());
-    }
-
-    void releasingBeforeTheRunStartedDeliversNothing()
-    {
-        SpeechService speech;
-        speech.recognitionModels()->setModelPath(m_modelPath);
-        feedFrom(speech, silentWav(), 1.0);
-        Observed observed;
-        observe(speech, observed);
-        // The model loads on the worker; the finger is already gone when it is ready.
-        auto starting = speech.startListening(true, true);
-        speech.finishListening();
-        AsyncTest::await(std::move(starting));
-        QVERIFY(!speech.isListening());
         QVERIFY(observed.submitted.isEmpty());
     }
 

@@ -89,14 +89,11 @@ private Q_SLOTS:
         QCOMPARE(text, text.simplified());
         // The same audio gives the same text: no state leaks from one run into the next.
         QCOMPARE(model->transcribe(toVector(tone)), text);
-    }
 
-    void encoderWindowFollowsTheAudio()
-    {
-        auto model = WhisperModel::load(m_modelPath);
+        // The encoder window follows the audio's length, never beyond the model's own.
         QCOMPARE(model->audioContextFor(16000), 128); // 50 frames + margin, rounded up to 64
         QCOMPARE(model->audioContextFor(16000 * 5), 320);
-        QCOMPARE(model->audioContextFor(16000 * 60), 1500); // never beyond the model's window
+        QCOMPARE(model->audioContextFor(16000 * 60), 1500);
     }
 
     void anAbortedRunStopsEarlyAndSaysNothing()
@@ -140,6 +137,17 @@ private Q_SLOTS:
         putInt32(hugeFilters, 48, 80);
         putInt32(hugeFilters, 52, 1 << 30);
         QTest::newRow("filter table beyond the file") << hugeFilters << invalid;
+
+        // Tensor records that would make whisper read out of bounds; the first follows the vocabulary.
+        // Before its name: n_dims, name length, type, two dimensions.
+        const qsizetype record = m_modelBytes.indexOf("encoder.positional_embedding") - 12 - 2 * 4;
+        QVERIFY(record > 0);
+        QByteArray fiveDims = m_modelBytes;
+        putInt32(fiveDims, record, 5);
+        QTest::newRow("tensor with five dimensions") << fiveDims << invalid;
+        QByteArray unknownType = m_modelBytes;
+        putInt32(unknownType, record + 8, 999);
+        QTest::newRow("tensor of an unknown type") << unknownType << invalid;
     }
 
     void unusableFilesAreRefusedBeforeWhisperReadsThem()
@@ -151,24 +159,6 @@ private Q_SLOTS:
         QCOMPARE(loadFailure(file), std::optional<Kind>(Kind(expectedKind)));
     }
 
-    void tensorRecordsThatWouldOverrunWhisperAreRefused()
-    {
-        // The first tensor record follows the vocabulary; find it by its name.
-        const qsizetype name = m_modelBytes.indexOf("encoder.positional_embedding");
-        QVERIFY(name > 0);
-        const qsizetype record = name - 12 - 2 * 4; // n_dims, name length, type, two dimensions
-        QByteArray fiveDims = m_modelBytes;
-        putInt32(fiveDims, record, 5);
-        const QString file = path(QStringLiteral("dims.bin"));
-        writeBytes(file, fiveDims);
-        QCOMPARE(loadFailure(file), std::optional<Kind>(Kind::modelInvalid));
-
-        QByteArray unknownType = m_modelBytes;
-        putInt32(unknownType, record + 8, 999);
-        writeBytes(file, unknownType);
-        QCOMPARE(loadFailure(file), std::optional<Kind>(Kind::modelInvalid));
-    }
-
     void missingAndEnglishNamedFilesAreRefused()
     {
         QCOMPARE(loadFailure(path(QStringLiteral("absent.bin"))), std::optional<Kind>(Kind::modelMissing));
@@ -177,12 +167,8 @@ private Q_SLOTS:
 
         const QString named = path(QStringLiteral("ggml-base.en.bin"));
         QVERIFY(QFile::copy(m_modelPath, named));
+        // Its Romanian text is checked where the service shows it.
         QCOMPARE(loadFailure(named), std::optional<Kind>(Kind::modelEnglishOnly));
-        try {
-            WhisperModel::load(named);
-        } catch (const SpeechRecognitionError &error) {
-            QVERIFY(error.description().contains(QStringLiteral("doar engleza")));
-        }
     }
 
     void separateModelsRunOnSeparateThreads()

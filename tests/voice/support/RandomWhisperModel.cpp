@@ -150,24 +150,10 @@ QList<Tensor> tensorsOf(const Shape &shape)
 // the random model exercise the spelling clean-up.
 QByteArray tokenText(int id, std::mt19937 &random)
 {
-    static const QStringList pieces = {
-        QStringLiteral("a"),
-        QStringLiteral("bu"),
-        QStringLiteral("nă"),
-        QStringLiteral("zi"),
-        QStringLiteral("ua"),
-        QStringLiteral("şi"),
-        QStringLiteral("ţa"),
-        QStringLiteral("Ş"),
-        QStringLiteral("Ţi"),
-        QStringLiteral("ce"),
-        QStringLiteral("mai"),
-        QStringLiteral("faci"),
-        QStringLiteral("ro"),
-        QStringLiteral("mâ"),
-        QStringLiteral("în"),
-        QStringLiteral("ște"),
-    };
+    static const QStringList pieces = { QStringLiteral("a"), QStringLiteral("bu"), QStringLiteral("nă"),
+        QStringLiteral("zi"), QStringLiteral("ua"), QStringLiteral("şi"), QStringLiteral("ţa"), QStringLiteral("Ş"),
+        QStringLiteral("Ţi"), QStringLiteral("ce"), QStringLiteral("mai"), QStringLiteral("faci"), QStringLiteral("ro"),
+        QStringLiteral("mâ"), QStringLiteral("în"), QStringLiteral("ște") };
     if (id == 220)
         return QByteArrayLiteral(" ");
     const QString piece = pieces.at(int(random() % pieces.size()));
