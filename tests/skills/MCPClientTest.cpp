@@ -35,31 +35,34 @@ struct ScriptedServer
     FakeHttpServer http;
     QJsonArray tools;
     std::function<Reply(const QJsonObject &)> onCall;
-    QByteArray sessionHeader = "mcp-session-id";
-    QByteArray sessionID = "session-1";
-    int initializeCount = 0;
+    int delayMs = 0;
 
     ScriptedServer()
     {
         http.on("POST", "/mcp", [this](const FakeHttpServer::Request &request) {
-            const QJsonObject message = request.json();
-            const QString method = message.value("method").toString();
-            const qint64 id = message.value("id").toInteger();
-            if (method == "initialize") {
-                ++initializeCount;
-                Reply reply = Reply::json(rpcResult({ { "protocolVersion", "2025-06-18" } }, id));
-                reply.headers.append(qMakePair(QByteArray(sessionHeader), QByteArray(sessionID)));
-                return reply;
-            }
-            if (method == "notifications/initialized")
-                return Reply::text({}, 202);
-            if (method == "tools/list")
-                return Reply::json(rpcResult({ { "tools", tools } }, id));
-            if (method == "tools/call" && onCall)
-                return onCall(message.value("params").toObject());
-            return Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", id },
-                { "error", QJsonObject { { "code", -32601 }, { "message", "nope" } } } });
+            Reply reply = answer(request.json());
+            reply.delayMs = delayMs;
+            return reply;
         });
+    }
+
+    Reply answer(const QJsonObject &message) const
+    {
+        const QString method = message.value("method").toString();
+        const qint64 id = message.value("id").toInteger();
+        if (method == "initialize") {
+            Reply reply = Reply::json(rpcResult({ { "protocolVersion", "2025-06-18" } }, id));
+            reply.headers.append(qMakePair(QByteArray("mcp-session-id"), QByteArray("session-1")));
+            return reply;
+        }
+        if (method == "notifications/initialized")
+            return Reply::text({}, 202);
+        if (method == "tools/list")
+            return Reply::json(rpcResult({ { "tools", tools } }, id));
+        if (method == "tools/call" && onCall)
+            return onCall(message.value("params").toObject());
+        return Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", id },
+            { "error", QJsonObject { { "code", -32601 }, { "message", "nope" } } } });
     }
 
     QString endpoint() const { return http.baseUrl() + "/mcp"; }
@@ -78,12 +81,23 @@ QJsonObject tool(const QString &name)
         { "inputSchema", QJsonObject { { "type", "object" } } } };
 }
 
-template<typename T> MCPError::Kind mcpErrorOf(QCoro::Task<T> task)
+template<typename T> MCPError mcpError(QCoro::Task<T> task)
 {
     const auto error = AsyncTest::awaitError<MCPError>(std::move(task), 10'000);
     if (!error)
         throw std::runtime_error("expected an MCPError");
-    return error->kind();
+    return *error;
+}
+
+template<typename T> MCPError::Kind mcpErrorOf(QCoro::Task<T> task)
+{
+    return mcpError(std::move(task)).kind();
+}
+
+// A tool result without plain text reaches the model whole, as readable JSON.
+QString readableJson(const QJsonObject &result)
+{
+    return QString::fromUtf8(QJsonDocument(result).toJson(QJsonDocument::Indented)).chopped(1);
 }
 
 } // namespace
@@ -104,7 +118,6 @@ private Q_SLOTS:
         QCOMPARE(AsyncTest::await(client.listTools(first)).size(), 1);
         AsyncTest::await(client.listTools(twin));
         QCOMPARE(mcp.methods(), QStringList({ "initialize", "notifications/initialized", "tools/list", "tools/list" }));
-        QCOMPARE(mcp.initializeCount, 1);
 
         const auto requests = mcp.http.requests("/mcp");
         const QJsonObject init = requests[0].json();
@@ -174,33 +187,19 @@ private Q_SLOTS:
         QCOMPARE(http.requests("/mcp").last().header("Mcp-Session-Id"), QByteArray("sse"));
     }
 
-    void aStreamLeftOpenEndsAtTheReply()
-    {
-        FakeHttpServer http;
-        http.enqueue("POST", "/mcp", Reply::json(rpcResult({})));
-        http.enqueue("POST", "/mcp", Reply::text({}, 202));
-        Reply open;
-        open.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("text/event-stream")));
-        open.chunks = { "data: "
-            + compact(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", "gata" } } } } })) + "\n\n" };
-        open.holdOpenAfterChunks = true;
-        http.enqueue("POST", "/mcp", open);
-
-        MCPClient client(5'000, nullptr);
-        QCOMPARE(AsyncTest::await(client.callTool(server(http.baseUrl() + "/mcp"), "t", {}), 3'000), QString("gata"));
-    }
-
-    void aDataLineOfMegabytesIsRead()
+    void aStreamLeftOpenEndsAtItsReplyOfMegabytes()
     {
         ScriptedServer mcp;
         const QString big(4 * 1024 * 1024, QLatin1Char('k'));
         mcp.onCall = [&big](const QJsonObject &) {
-            Reply reply = Reply::eventStream(
+            Reply open = Reply::eventStream(
                 { compact(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", big } } } } })) });
-            return reply;
+            open.chunks = { open.body };
+            open.holdOpenAfterChunks = true;
+            return open;
         };
-        MCPClient client;
-        QCOMPARE(AsyncTest::await(client.callTool(server(mcp.endpoint()), "big", {})).size(), big.size());
+        MCPClient client(5'000, nullptr);
+        QCOMPARE(AsyncTest::await(client.callTool(server(mcp.endpoint()), "big", {}), 3'000).size(), big.size());
     }
 
     void malformedRepliesAreInvalidResponses_data()
@@ -240,13 +239,9 @@ private Q_SLOTS:
         }
         http.enqueue("POST", "/mcp",
             Reply::json(QJsonObject { { "error", QJsonObject { { "code", 1 }, { "message", "cheie greșită" } } } }));
-        auto remote = AsyncTest::awaitError<MCPError>(client.initialize(target));
-        QVERIFY(remote);
-        QCOMPARE(remote->description(), QString("MCP: cheie greșită"));
+        QCOMPARE(mcpError(client.initialize(target)).description(), QString("MCP: cheie greșită"));
         http.enqueue("POST", "/mcp", Reply::json(QJsonObject { { "error", "text" }, { "result", QJsonObject() } }));
-        remote = AsyncTest::awaitError<MCPError>(client.initialize(target));
-        QVERIFY(remote);
-        QCOMPARE(remote->description(), QString("MCP: eroare necunoscută"));
+        QCOMPARE(mcpError(client.initialize(target)).description(), QString("MCP: eroare necunoscută"));
         // A failed handshake is tried again next time rather than remembered as done.
         QCOMPARE(http.requestCount("/mcp"), 4);
     }
@@ -323,23 +318,13 @@ private Q_SLOTS:
     {
         ScriptedServer slow;
         slow.tools = { tool("a1"), tool("a2") };
+        slow.delayMs = 150; // answers last, yet its tools must come first
         ScriptedServer failing;
         failing.http.on("POST", "/mcp", Reply::text("down", 503));
         ScriptedServer fast;
         fast.tools = { tool("c1") };
         ScriptedServer disabled;
         disabled.tools = { tool("d1") };
-
-        // The first server answers last; its tools must still come first.
-        slow.http.on("POST", "/mcp", [&slow](const FakeHttpServer::Request &request) {
-            const QJsonObject message = request.json();
-            Reply reply = message.value("method") == "notifications/initialized"
-                ? Reply::text({}, 202)
-                : Reply::json(rpcResult(
-                    message.value("method") == "initialize" ? QJsonObject() : QJsonObject { { "tools", slow.tools } }));
-            reply.delayMs = 150;
-            return reply;
-        });
         MCPServerConfig off = server(disabled.endpoint(), "Off");
         off.enabled = false;
 
@@ -350,7 +335,6 @@ private Q_SLOTS:
         for (const auto &binding : bindings)
             names.append(binding.definition.name);
         QCOMPARE(names, QStringList({ "mcp_slow_a1", "mcp_slow_a2", "mcp_fast_c1" }));
-        QCOMPARE(disabled.http.requestCount("/mcp"), 0);
         QCOMPARE(failing.http.requestCount("/mcp"), 1);
     }
 
@@ -370,15 +354,11 @@ private Q_SLOTS:
         QTest::newRow("error flag ignored")
             << QJsonObject { { "isError", true }, { "content", QJsonArray { QJsonObject { { "text", "a eșuat" } } } } }
             << "a eșuat";
-        QTest::newRow("image only")
-            << QJsonObject { { "content",
-                   QJsonArray {
-                       QJsonObject { { "type", "image" }, { "mimeType", "image/png" }, { "data", "iVBO" } } } } }
-            << "{\n    \"content\": [\n        {\n            \"data\": \"iVBO\",\n            \"mimeType\": "
-               "\"image/png\",\n            \"type\": \"image\"\n        }\n    ]\n}";
+        QTest::newRow("image only") << QJsonObject { { "content",
+            QJsonArray { QJsonObject { { "type", "image" }, { "mimeType", "image/png" }, { "data", "iVBO" } } } } }
+                                    << QString(); // a null expectation: the result as readable JSON
         QTest::newRow("content not all objects")
-            << QJsonObject { { "content", QJsonArray { QJsonObject { { "text", "a" } }, "b" } } }
-            << "{\n    \"content\": [\n        {\n            \"text\": \"a\"\n        },\n        \"b\"\n    ]\n}";
+            << QJsonObject { { "content", QJsonArray { QJsonObject { { "text", "a" } }, "b" } } } << QString();
         QTest::newRow("no content") << QJsonObject {
             { "z", 1 }, { "a", QJsonObject { { "y", true }, { "b", QJsonValue::Null } } }
         } << "{\n    \"a\": {\n        \"b\": null,\n        \"y\": true\n    },\n    \"z\": 1\n}";
@@ -388,6 +368,8 @@ private Q_SLOTS:
     {
         QFETCH(QJsonObject, result);
         QFETCH(QString, expected);
+        if (expected.isNull())
+            expected = readableJson(result);
         ScriptedServer mcp;
         QJsonObject seenParams;
         mcp.onCall = [&](const QJsonObject &params) {

@@ -26,7 +26,7 @@ class OAuthCallbackChannelTest : public QObject
     QString freshDirectory() { return m_root.filePath(QUuid::createUuid().toString(QUuid::Id128)); }
 
 private Q_SLOTS:
-    void theFlowThatIssuedTheStateTakesTheCallback()
+    void callbacksGoToTheFlowThatIssuedTheirState()
     {
         const QString dir = freshDirectory();
         OAuthCallbackChannel app(dir);
@@ -34,41 +34,30 @@ private Q_SLOTS:
         QVERIFY(app.listen());
         QVERIFY(cli.listen());
         QCOMPARE(QFileInfo(dir).permissions() & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
-        app.addPendingState("APP");
-        cli.addPendingState("CLI");
         QSignalSpy appSpy(&app, &OAuthCallbackChannel::callbackReceived);
         QSignalSpy cliSpy(&cli, &OAuthCallbackChannel::callbackReceived);
+        const auto deliver
+            = [&](const char *url) { return AsyncTest::await(OAuthCallbackChannel::deliver(QUrl(url), dir)); };
 
-        const QUrl callback(QStringLiteral("kelo://oauth?code=a%2Bb&state=CLI"));
-        QVERIFY(AsyncTest::await(OAuthCallbackChannel::deliver(callback, dir)));
+        // No flow waits: nobody takes it. One flow waits: it takes even a state it never issued.
+        QVERIFY(!deliver("kelo://oauth?code=x&state=FOREIGN"));
+        cli.addPendingState("CLI");
+        QVERIFY(deliver("kelo://oauth?code=x&state=FOREIGN"));
         QCOMPARE(cliSpy.size(), 1);
-        QCOMPARE(cliSpy.first().first().toUrl(), callback);
+
+        // Two flows wait: each gets its own state and a foreign one belongs to nobody.
+        app.addPendingState("APP");
+        QVERIFY(deliver("kelo://oauth?code=a%2Bb&state=CLI"));
+        QCOMPARE(cliSpy.size(), 2);
+        QCOMPARE(cliSpy.last().first().toUrl(), QUrl(QStringLiteral("kelo://oauth?code=a%2Bb&state=CLI")));
+        QVERIFY(!deliver("kelo://oauth?code=x&state=OLD"));
         QCOMPARE(appSpy.size(), 0);
 
-        // With two flows waiting, a redirect that neither issued belongs to nobody.
-        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=x&state=OLD"), dir)));
-        QCOMPARE(appSpy.size() + cliSpy.size(), 1);
-    }
-
-    void theOnlyWaitingFlowGetsAForeignStateAndNoFlowGetsNothing()
-    {
-        const QString dir = freshDirectory();
-        OAuthCallbackChannel idle(dir);
-        OAuthCallbackChannel waiting(dir);
-        QVERIFY(idle.listen());
-        QVERIFY(waiting.listen());
-        QSignalSpy idleSpy(&idle, &OAuthCallbackChannel::callbackReceived);
-        QSignalSpy waitingSpy(&waiting, &OAuthCallbackChannel::callbackReceived);
-        const QUrl foreign("kelo://oauth?code=x&state=FOREIGN");
-        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(foreign, dir)));
-
-        waiting.addPendingState("MINE");
-        QVERIFY(AsyncTest::await(OAuthCallbackChannel::deliver(foreign, dir)));
-        QCOMPARE(waitingSpy.size(), 1);
-        QCOMPARE(idleSpy.size(), 0);
-
-        waiting.removePendingState("MINE");
-        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(foreign, dir)));
+        // A finished flow stops counting as waiting.
+        app.removePendingState("APP");
+        cli.removePendingState("CLI");
+        QVERIFY(!deliver("kelo://oauth?code=x&state=FOREIGN"));
+        QCOMPARE(appSpy.size() + cliSpy.size(), 2);
     }
 
     void foreignOrMalformedMessagesAreDropped()
@@ -164,36 +153,26 @@ private Q_SLOTS:
     {
         const QString dir = freshDirectory();
         OAuthCallbackChannel channel(dir);
+        const auto failure = [](OAuthCallbackChannel *on, bool browserOpens, int timeoutMs, bool cancel = false) {
+            WebAuthenticationSession session(
+                on, [=](const QUrl &) { return browserOpens; }, timeoutMs);
+            if (cancel)
+                QTimer::singleShot(20, &session, &WebAuthenticationSession::cancel);
+            const auto error
+                = AsyncTest::awaitError<WebAuthenticationError>(session.start(QUrl("https://a.example"), "S"), 5'000);
+            if (!error)
+                throw std::runtime_error("the session did not fail");
+            return error->kind();
+        };
+        QCOMPARE(failure(&channel, true, 60'000, true), WebAuthenticationError::canceled);
+        QCOMPARE(failure(&channel, true, 100), WebAuthenticationError::timedOut);
+        QCOMPARE(failure(&channel, false, 60'000), WebAuthenticationError::browserUnavailable);
 
-        WebAuthenticationSession cancelled(
-            &channel, [](const QUrl &) { return true; }, 60'000);
-        QTimer::singleShot(20, &cancelled, &WebAuthenticationSession::cancel);
-        auto error
-            = AsyncTest::awaitError<WebAuthenticationError>(cancelled.start(QUrl("https://a.example"), "S"), 5'000);
-        QVERIFY(error);
-        QCOMPARE(error->kind(), WebAuthenticationError::canceled);
-
-        WebAuthenticationSession slow(
-            &channel, [](const QUrl &) { return true; }, 100);
-        error = AsyncTest::awaitError<WebAuthenticationError>(slow.start(QUrl("https://a.example"), "S"), 5'000);
-        QVERIFY(error);
-        QCOMPARE(error->kind(), WebAuthenticationError::timedOut);
-
-        WebAuthenticationSession noBrowser(
-            &channel, [](const QUrl &) { return false; }, 60'000);
-        error = AsyncTest::awaitError<WebAuthenticationError>(noBrowser.start(QUrl("https://a.example"), "S"), 5'000);
-        QVERIFY(error);
-        QCOMPARE(error->kind(), WebAuthenticationError::browserUnavailable);
-
-        OAuthCallbackChannel blocked(m_root.filePath("a-file"));
         QFile file(m_root.filePath("a-file"));
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.close();
-        WebAuthenticationSession nowhere(
-            &blocked, [](const QUrl &) { return true; }, 60'000);
-        error = AsyncTest::awaitError<WebAuthenticationError>(nowhere.start(QUrl("https://a.example"), "S"), 5'000);
-        QVERIFY(error);
-        QCOMPARE(error->kind(), WebAuthenticationError::callbackChannelUnavailable);
+        OAuthCallbackChannel blocked(file.fileName());
+        QCOMPARE(failure(&blocked, true, 60'000), WebAuthenticationError::callbackChannelUnavailable);
     }
 };
 

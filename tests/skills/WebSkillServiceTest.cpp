@@ -71,40 +71,32 @@ private Q_SLOTS:
         delete m_server;
     }
 
-    void searchDigestPrefersDescriptionsAndStripsMatchSpans()
+    void searchRequestAndDigest()
     {
-        const QJsonArray hits {
-            page("Brașov", "Orașul <span class=\"searchmatch\">Brașov</span> este", "municipiu din România"),
-            page("Gol"),
-            page(
-                "Ceai", "Un <span class=\"searchmatch\">ceai</span> <b>negru</b> <SPAN class=\"searchmatch\">x</SPAN>"),
-            page("Descriere goală", "extras", ""),
-            page("Nul", "extras păstrat", QJsonValue::Null),
-            page("Al șaselea", "nu apare"),
-        };
-        m_server->on(
-            "GET", searchPath, pages(QJsonArray { hits[0], hits[1], hits[2], hits[3], hits[4], hits[5], hits[5] }));
+        const QJsonObject sixth = page("Al șaselea", "nu apare");
+        m_server->enqueue("GET", searchPath, pages({}));
+        m_server->enqueue("GET", searchPath,
+            pages({ page("Brașov", "Orașul <span class=\"searchmatch\">Brașov</span> este", "municipiu din România"),
+                page("Gol"),
+                page("Ceai",
+                    "Un <span class=\"searchmatch\">ceai</span> <b>negru</b> <SPAN class=\"searchmatch\">x</SPAN>"),
+                page("Descriere goală", "extras", ""), page("Nul", "extras păstrat", QJsonValue::Null), sixth,
+                sixth }));
+        const QString query = QStringLiteral("ștefan cel mare & fiii+nepoții #1 100%");
 
+        QCOMPARE(search(query), QStringLiteral("Nu am găsit rezultate relevante."));
+        // Descriptions win over excerpts, only lower-case match spans are stripped, five hits at most.
         QCOMPARE(search(QStringLiteral("brașov")),
             QStringLiteral("• Brașov: municipiu din România\n"
                            "• Gol: \n"
                            "• Ceai: Un ceai <b>negru</b> <SPAN class=\"searchmatch\">x</SPAN>\n"
                            "• Descriere goală: \n"
                            "• Nul: extras păstrat"));
-    }
 
-    void searchRequestIsEncodedAndIdentified()
-    {
-        m_server->on("GET", searchPath, pages({}));
-        const QString query = QStringLiteral("ștefan cel mare & fiii+nepoții #1 100%");
-
-        QCOMPARE(search(query), QStringLiteral("Nu am găsit rezultate relevante."));
         const auto request = m_server->requests(searchPath).first();
         QCOMPARE(request.header("User-Agent"), QByteArray("KeloCompanion/2.0 (iOS)"));
-        const auto items = request.query.queryItems(QUrl::FullyDecoded);
-        QCOMPARE(items.size(), 2);
-        QCOMPARE(items.at(0), qMakePair(QStringLiteral("q"), query));
-        QCOMPARE(items.at(1), qMakePair(QStringLiteral("limit"), QStringLiteral("5")));
+        QCOMPARE(request.query.queryItems(QUrl::FullyDecoded),
+            (QList<QPair<QString, QString>> { { "q", query }, { "limit", "5" } }));
         const QString wire = request.query.toString(QUrl::FullyEncoded);
         QVERIFY2(wire.startsWith(QLatin1String("q=%C8%99tefan%20cel%20mare%20%26%20fiii%2Bnepo")), qPrintable(wire));
     }
@@ -155,7 +147,7 @@ private Q_SLOTS:
         QVERIFY(handshake && handshake->code() != URLError::badURL);
     }
 
-    void failedPagesAreErrorsNotText()
+    void failedPagesAndTransportErrorsAreErrorsNotText()
     {
         m_server->on("GET", "/lipsa", html("<h1>Pagina nu există</h1>", 404));
         m_server->on("GET", "/eroare", html("<h1>Oops</h1>", 500));
@@ -164,6 +156,14 @@ private Q_SLOTS:
                 = AsyncTest::awaitError<URLError>(m_service->fetchURL(m_server->baseUrl() + QLatin1String(path)));
             QVERIFY2(error && error->code() == URLError::badServerResponse, path);
         }
+
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        const quint16 port = closed.serverPort();
+        closed.close();
+        const auto refused
+            = AsyncTest::awaitError<URLError>(m_service->fetchURL(QStringLiteral("http://127.0.0.1:%1/x").arg(port)));
+        QVERIFY(refused && refused->code() == URLError::cannotConnectToHost);
     }
 
     void pagesAreReducedToTheirVisibleText()
@@ -185,10 +185,6 @@ private Q_SLOTS:
         const QString text = fetch("/lung");
         // The leading space and 13,998 letters, then the emoji whole as the 14,000th character.
         QCOMPARE(text, QLatin1Char(' ') + QString(13'998, QLatin1Char('a')) + QStringLiteral("😀"));
-        QCOMPARE(text.toUcs4().size(), 14'000);
-
-        QCOMPARE(WebSkillService::readableText(QByteArray(20'000, 'z')).size(), 14'000);
-        QCOMPARE(WebSkillService::readableText("scurt"), QStringLiteral("scurt"));
     }
 
     void bodiesAreCutAtEightyThousandBytes()
@@ -203,17 +199,6 @@ private Q_SLOTS:
 
         QCOMPARE(fetch("/mare"), QStringLiteral(" abcdefgh \uFFFD"));
         QCOMPARE(WebSkillService::readableText(body), QStringLiteral(" abcdefgh \uFFFD"));
-    }
-
-    void transportFailuresPassThrough()
-    {
-        QTcpServer closed;
-        QVERIFY(closed.listen(QHostAddress::LocalHost));
-        const quint16 port = closed.serverPort();
-        closed.close();
-        const auto refused
-            = AsyncTest::awaitError<URLError>(m_service->fetchURL(QStringLiteral("http://127.0.0.1:%1/x").arg(port)));
-        QVERIFY(refused && refused->code() == URLError::cannotConnectToHost);
     }
 };
 

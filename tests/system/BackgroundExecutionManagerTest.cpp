@@ -88,7 +88,6 @@ private:
     std::unique_ptr<FakeLogind> m_logind;
     int m_connections = 0;
     QString m_serviceName;
-
     QStringList m_connectionNames;
 
     QDBusConnection connect(const QString &role)
@@ -161,7 +160,12 @@ private Q_SLOTS:
         QVERIFY(!background->isActive());
         QVERIFY(!background->holdsSleepLock());
         QVERIFY(settled(1, {}));
+
+        // A lock that arrives after the task already ended is given back.
+        background->begin(QStringLiteral("scurt"));
         background->end();
+        QVERIFY(AsyncTest::waitUntil([&] { return m_logind->locks().size() == 2; }));
+        QVERIFY(settled(2, {}));
         QVERIFY(!background->isActive());
     }
 
@@ -181,17 +185,6 @@ private Q_SLOTS:
         QVERIFY(settled(4, { "doi" }));
         QVERIFY(background->isActive());
         QVERIFY(background->holdsSleepLock());
-    }
-
-    void aLockArrivingAfterEndIsReleased()
-    {
-        auto background = manager();
-        background->begin(QStringLiteral("scurt"));
-        background->end();
-        QVERIFY(settled(1, {}));
-        QVERIFY(AsyncTest::waitUntil([&] { return m_logind->locks().size() == 1; }));
-        QVERIFY(settled(1, {}));
-        QVERIFY(!background->isActive());
     }
 
     void expirationAndOwnerGoneReleaseTheLock()
@@ -236,8 +229,6 @@ private Q_SLOTS:
             nullptr);
         detached.begin(QStringLiteral("Kelo response"));
         QVERIFY(!detached.isActive());
-        detached.begin(QStringLiteral("Kelo response"));
-        detached.end();
         detached.end();
         QVERIFY(!detached.isActive());
         QDBusConnection::disconnectFromBus(QStringLiteral("none"));
