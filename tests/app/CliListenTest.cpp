@@ -1,4 +1,3 @@
-#include "AsyncTest.h"
 #include "FakeHttpServer.h"
 #include "KeloProcess.h"
 #include "RandomWhisperModel.h"
@@ -6,8 +5,6 @@
 #include "VoiceSamples.h"
 
 #include <QDir>
-#include <QFile>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -45,67 +42,63 @@ private Q_SLOTS:
     {
         if (m_spoken.isEmpty())
             QSKIP("espeak-ng is not installed");
-        const Run run = kelo({ QStringLiteral("listen"), QStringLiteral("--file"), m_spoken, QStringLiteral("--fast"),
-            QStringLiteral("--model"), m_model });
+        const Run run = kelo({ "listen", "--file", m_spoken, "--fast", "--model", m_model });
         QCOMPARE(run.exitCode, 0);
         const QStringList lines = run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 1);
         QVERIFY(!lines.first().contains(QChar(0x015F)) && !lines.first().contains(QChar(0x0163)));
         // --model is for this run only.
-        const Run list = kelo({ QStringLiteral("model"), QStringLiteral("list") });
+        const Run list = kelo({ "model", "list" });
         QVERIFY(!list.out.contains(m_model));
     }
 
     void listenExplainsWhyItCannotRun()
     {
-        const Run noModel = kelo({ QStringLiteral("listen"), QStringLiteral("--file"), m_model });
+        const Run noModel = kelo({ "listen", "--file", m_model });
         QCOMPARE(noModel.exitCode, 1);
-        QVERIFY2(noModel.err.contains(QStringLiteral("Fișierul audio nu poate fi citit")), qPrintable(noModel.err));
+        QVERIFY2(noModel.err.contains("Fișierul audio nu poate fi citit"), qPrintable(noModel.err));
 
         const QString silence = m_dir.filePath(QStringLiteral("silence.wav"));
         VoiceSamples::writeWav(silence, QVector<float>(16000, 0.0f), 16000, 1);
-        const Run unavailable = kelo({ QStringLiteral("listen"), QStringLiteral("--file"), silence });
+        const Run unavailable = kelo({ "listen", "--file", silence });
         QCOMPARE(unavailable.exitCode, 1);
-        QVERIFY(
-            unavailable.err.contains(QStringLiteral("Recunoașterea vocală în română nu este disponibilă momentan.")));
+        QVERIFY(unavailable.err.contains("Recunoașterea vocală în română nu este disponibilă momentan."));
 
-        const Run nothing = kelo({ QStringLiteral("listen"), QStringLiteral("--file"), silence,
-            QStringLiteral("--fast"), QStringLiteral("--model"), m_model });
+        const Run nothing = kelo({ "listen", "--file", silence, "--fast", "--model", m_model });
         QCOMPARE(nothing.exitCode, 1);
         QVERIFY(nothing.out.isEmpty());
-        QVERIFY(nothing.err.contains(QStringLiteral("Nu s-a auzit nimic")));
+        QVERIFY(nothing.err.contains("Nu s-a auzit nimic"));
 
-        QCOMPARE(kelo({ QStringLiteral("listen"), QStringLiteral("--bogus") }).exitCode, 2);
+        QCOMPARE(kelo({ "listen", "--bogus" }).exitCode, 2);
     }
 
     void modelUseChecksTheFileAndListShowsTheChoice()
     {
-        const Run refused
-            = kelo({ QStringLiteral("model"), QStringLiteral("use"), m_spoken.isEmpty() ? m_dir.path() : m_spoken });
+        const Run refused = kelo({ "model", "use", m_spoken.isEmpty() ? m_dir.path() : m_spoken });
         QCOMPARE(refused.exitCode, 1);
 
-        const Run used = kelo({ QStringLiteral("model"), QStringLiteral("use"), m_model });
+        const Run used = kelo({ "model", "use", m_model });
         QCOMPARE(used.exitCode, 0);
-        QVERIFY(used.err.contains(QStringLiteral("Model instalat")));
-        const Run list = kelo({ QStringLiteral("model"), QStringLiteral("list") });
+        QVERIFY(used.err.contains("Model instalat"));
+        const Run list = kelo({ "model", "list" });
         QCOMPARE(list.exitCode, 0);
-        QVERIFY2(list.out.contains(QStringLiteral("* ") + m_model), qPrintable(list.out));
-        QVERIFY(list.out.contains(QStringLiteral("base")) && list.out.contains(QStringLiteral("small")));
+        QVERIFY2(list.out.contains("* " + m_model), qPrintable(list.out));
+        QVERIFY(list.out.contains("base") && list.out.contains("small"));
     }
 
     void aDownloadThatFailsItsChecksumLeavesNothingBehind()
     {
-        m_server.on("GET", QStringLiteral("/ggml-base.bin"),
+        m_server.on("GET", "/ggml-base.bin",
             FakeHttpServer::Reply::text(QByteArray(200'000, 'k'), 200, "application/octet-stream"));
-        const Run run = kelo({ QStringLiteral("model"), QStringLiteral("download"), QStringLiteral("base") });
+        const Run run = kelo({ "model", "download", "base" });
         QCOMPARE(run.exitCode, 1);
-        QVERIFY2(run.err.contains(QStringLiteral("suma de control")), qPrintable(run.err));
+        QVERIFY2(run.err.contains("suma de control"), qPrintable(run.err));
         QVERIFY(QDir(m_home->dataHome() + QStringLiteral("/Kelo/models")).isEmpty());
-        QCOMPARE(m_server.requestCount(QStringLiteral("/ggml-base.bin")), 1);
+        QCOMPARE(m_server.requestCount("/ggml-base.bin"), 1);
 
-        const Run unknown = kelo({ QStringLiteral("model"), QStringLiteral("download"), QStringLiteral("large-v9") });
+        const Run unknown = kelo({ "model", "download", "large-v9" });
         QCOMPARE(unknown.exitCode, 1);
-        QCOMPARE(kelo({ QStringLiteral("model") }).exitCode, 2);
+        QCOMPARE(kelo({ "model" }).exitCode, 2);
     }
 };
 

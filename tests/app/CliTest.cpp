@@ -1,4 +1,3 @@
-#include "AsyncTest.h"
 #include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 #include "KeloProcess.h"
@@ -6,7 +5,6 @@
 
 #include <QFile>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
@@ -25,7 +23,7 @@ class CliTest : public QObject
     std::unique_ptr<FakeHttpServer> m_service;
 
     // The server lives in this process, so the event loop must keep running while kelo works.
-    Run kelo(const QStringList &arguments, const QByteArray &input = {}, const QString &key = QStringLiteral("cheie"))
+    Run kelo(const QStringList &arguments, const QByteArray &input = {}, const QString &key = "cheie")
     {
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments,
             { { { QStringLiteral("KELO_ZEN_BASE_URL"), m_service->baseUrl() },
@@ -49,25 +47,22 @@ private Q_SLOTS:
 
     void askRunsATurnWithTwoToolRounds()
     {
-        m_service->on("GET", QStringLiteral("/w/rest.php/v1/search/page"),
-            Reply::json(QJsonObject { { QStringLiteral("pages"),
-                QJsonArray { QJsonObject { { QStringLiteral("title"), QStringLiteral("Iași") } } } } }));
-        m_service->on(
-            "GET", QStringLiteral("/pagina"), Reply::text("<p>Iași are 270.000 de locuitori</p>", 200, "text/html"));
+        m_service->on("GET", "/w/rest.php/v1/search/page",
+            Reply::json(QJsonObject { { "pages", QJsonArray { QJsonObject { { "title", "Iași" } } } } }));
+        m_service->on("GET", "/pagina", Reply::text("<p>Iași are 270.000 de locuitori</p>", 200, "text/html"));
         const QString page = m_service->baseUrl() + QStringLiteral("/pagina");
         for (const QJsonObject &reply :
             { completion(QString(), { toolCall("1", "kelo_web_search", { { "query", "Iași" } }, Arguments::asObject) }),
                 completion(QString(), { toolCall("2", "kelo_fetch_url", { { "url", page } }, Arguments::asObject) }),
                 completion(QStringLiteral("Iașiul are circa 270.000 de locuitori.")) })
-            m_service->enqueue("POST", QStringLiteral("/chat/completions"), Reply::json(reply));
+            m_service->enqueue("POST", "/chat/completions", Reply::json(reply));
 
-        const Run run
-            = kelo({ QStringLiteral("ask"), QStringLiteral("Câți"), QStringLiteral("locuitori are Iașiul?") });
+        const Run run = kelo({ "ask", "Câți", "locuitori are Iașiul?" });
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out, QStringLiteral("Iașiul are circa 270.000 de locuitori.\n"));
-        QVERIFY2(run.err.contains(QStringLiteral("Caut pe internet…")), qPrintable(run.err));
-        QVERIFY(run.err.contains(QStringLiteral("Citesc pagina…")));
-        QCOMPARE(m_service->requests(QStringLiteral("/chat/completions"))
+        QVERIFY2(run.err.contains("Caut pe internet…"), qPrintable(run.err));
+        QVERIFY(run.err.contains("Citesc pagina…"));
+        QCOMPARE(m_service->requests("/chat/completions")
                      .first()
                      .json()[QStringLiteral("messages")][2][QStringLiteral("content")]
                      .toString(),
@@ -87,76 +82,79 @@ private Q_SLOTS:
         QVERIFY(messages.at(2)[QStringLiteral("createdAt")].isDouble());
     }
 
-    void askExitCodesTellFailureFromUsage()
+    void exitCodesTellFailureFromUsageAndHelp()
     {
-        m_service->on("POST", QStringLiteral("/chat/completions"), Reply::text("", 500));
-        const Run failed = kelo({ QStringLiteral("ask"), QStringLiteral("salut") });
+        m_service->on("POST", "/chat/completions", Reply::text("", 500));
+        const Run failed = kelo({ "ask", "salut" });
         QCOMPARE(failed.exitCode, 1);
         QCOMPARE(failed.out, QStringLiteral("Nu am putut termina răspunsul: internal server error\n"));
 
-        const Run noKey = kelo({ QStringLiteral("ask"), QStringLiteral("salut") }, {}, QString());
+        const Run noKey = kelo({ "ask", "salut" }, {}, QString());
         QCOMPARE(noKey.exitCode, 1);
         QCOMPARE(noKey.out, QStringLiteral("Adaugă cheia OpenCode Zen în Setări\n"));
 
-        QCOMPARE(kelo({ QStringLiteral("ask") }).exitCode, 2);
-        QCOMPARE(kelo({ QStringLiteral("ask"), QStringLiteral("--bogus"), QStringLiteral("x") }).exitCode, 2);
-        QCOMPARE(kelo({ QStringLiteral("nicio-comanda") }).exitCode, 2);
+        QCOMPARE(kelo({ "ask" }).exitCode, 2);
+        QCOMPARE(kelo({ "ask", "--bogus", "x" }).exitCode, 2);
+        QCOMPARE(kelo({ "nicio-comanda" }).exitCode, 2);
         QCOMPARE(kelo({}).exitCode, 2);
+
+        const Run help = kelo({ "--help" });
+        QCOMPARE(help.exitCode, 0);
+        for (const char *command : { "ask", "chat", "models", "test-key", "config", "memory" })
+            QVERIFY2(help.out.contains(QLatin1String(command)), command);
+        QCOMPARE(kelo({ "ask", "--help" }).exitCode, 0);
+        QVERIFY(kelo({ "--version" }).out.startsWith("kelo "));
     }
 
     void askReadsStdinAndStartsNewConversations()
     {
-        m_service->on("POST", QStringLiteral("/chat/completions"), Reply::json(completion(QStringLiteral("da"))));
-        QCOMPARE(kelo({ QStringLiteral("ask"), QStringLiteral("primul") }).exitCode, 0);
-        const Run run
-            = kelo({ QStringLiteral("ask"), QStringLiteral("--new"), QStringLiteral("-") }, "rând unu\nrând doi\n");
+        m_service->on("POST", "/chat/completions", Reply::json(completion("da")));
+        QCOMPARE(kelo({ "ask", "primul" }).exitCode, 0);
+        const Run run = kelo({ "ask", "--new", "-" }, "rând unu\nrând doi\n");
         QCOMPARE(run.exitCode, 0);
-        const QJsonArray sent = m_service->requests(QStringLiteral("/chat/completions"))
-                                    .last()
-                                    .json()[QStringLiteral("messages")]
-                                    .toArray();
+        const QJsonArray sent
+            = m_service->requests("/chat/completions").last().json()[QStringLiteral("messages")].toArray();
         QCOMPARE(sent.size(), 3); // system, the new-conversation notice, the question
         QCOMPARE(sent.last()[QStringLiteral("content")].toString(), QStringLiteral("rând unu\nrând doi"));
     }
 
     void chatSessionFromAPipe()
     {
-        m_service->on("POST", QStringLiteral("/chat/completions"), Reply::json(completion(QStringLiteral("Bună!"))));
-        const Run run = kelo({ QStringLiteral("chat") }, "salut\n/memory\n/new\n/quit\nnu se mai trimite\n");
+        m_service->on("POST", "/chat/completions", Reply::json(completion("Bună!")));
+        const Run run = kelo({ "chat" }, "salut\n/memory\n/new\n/quit\nnu se mai trimite\n");
         QCOMPARE(run.exitCode, 0);
-        QVERIFY2(run.out.contains(QStringLiteral("Kelo: Bună!")), qPrintable(run.out));
-        QVERIFY(run.out.contains(QStringLiteral("Memoria se construiește automat")));
-        QVERIFY(run.out.contains(QStringLiteral("Conversație nouă.")));
-        QCOMPARE(m_service->requestCount(QStringLiteral("/chat/completions")), 1);
+        QVERIFY2(run.out.contains("Kelo: Bună!"), qPrintable(run.out));
+        QVERIFY(run.out.contains("Memoria se construiește automat"));
+        QVERIFY(run.out.contains("Conversație nouă."));
+        QCOMPARE(m_service->requestCount("/chat/completions"), 1);
 
         // Push-to-talk without a recognition model says why and the session goes on.
-        const Run talk = kelo({ QStringLiteral("chat") }, "/talk\n\nsalut\n");
+        const Run talk = kelo({ "chat" }, "/talk\n\nsalut\n");
         QCOMPARE(talk.exitCode, 0);
-        QVERIFY2(talk.err.contains(QStringLiteral("Recunoașterea vocală în română nu este disponibilă momentan.")),
-            qPrintable(talk.err));
-        QCOMPARE(m_service->requestCount(QStringLiteral("/chat/completions")), 2);
+        QVERIFY2(
+            talk.err.contains("Recunoașterea vocală în română nu este disponibilă momentan."), qPrintable(talk.err));
+        QCOMPARE(m_service->requestCount("/chat/completions"), 2);
     }
 
     void modelsAndKeyTest()
     {
-        m_service->on("GET", QStringLiteral("/models"),
-            Reply::json(QJsonObject { { QStringLiteral("data"),
+        m_service->on("GET", "/models",
+            Reply::json(QJsonObject { { "data",
                 QJsonArray { QJsonObject { { "id", "paid-1" }, { "name", "Plătit" } },
                     QJsonObject { { "id", "free-1" }, { "name", "Gratuit" }, { "free", true } } } } }));
-        const Run models = kelo({ QStringLiteral("models") });
+        const Run models = kelo({ "models" });
         QCOMPARE(models.exitCode, 0);
         QCOMPARE(models.out, QStringLiteral("big-pickle\tBig Pickle\tFREE\nfree-1\tGratuit\tFREE\npaid-1\tPlătit\n"));
 
-        const Run key = kelo({ QStringLiteral("test-key") });
+        const Run key = kelo({ "test-key" });
         QCOMPARE(key.exitCode, 0);
-        QVERIFY(key.out.startsWith(QStringLiteral("Conectat")));
+        QVERIFY(key.out.startsWith("Conectat"));
 
-        m_service->on(
-            "GET", QStringLiteral("/models"), Reply::json(QJsonObject { { "message", "cheie invalidă" } }, 401));
-        const Run badKey = kelo({ QStringLiteral("test-key") });
+        m_service->on("GET", "/models", Reply::json(QJsonObject { { "message", "cheie invalidă" } }, 401));
+        const Run badKey = kelo({ "test-key" });
         QCOMPARE(badKey.exitCode, 1);
-        QVERIFY2(badKey.out.contains(QStringLiteral("cheie invalidă")), qPrintable(badKey.out));
-        QCOMPARE(kelo({ QStringLiteral("models") }).exitCode, 1);
+        QVERIFY2(badKey.out.contains("cheie invalidă"), qPrintable(badKey.out));
+        QCOMPARE(kelo({ "models" }).exitCode, 1);
     }
 
     void configReadsAndWritesEverySetting()
@@ -175,22 +173,12 @@ private Q_SLOTS:
 
         QCOMPARE(kelo({ "config", "set", "elevenAPIKey", "sk-secret-1234" }).exitCode, 0);
         const Run list = kelo({ "config", "list" });
-        QVERIFY(list.out.contains(QStringLiteral("elevenAPIKey = ••••1234")));
-        QVERIFY(!list.out.contains(QStringLiteral("sk-secret")));
-        QVERIFY(list.out.contains(QStringLiteral("zenModelID = big-pickle")));
-        QVERIFY(list.out.contains(QStringLiteral("mcpServers = []")));
+        QVERIFY(list.out.contains("elevenAPIKey = ••••1234"));
+        QVERIFY(!list.out.contains("sk-secret"));
+        QVERIFY(list.out.contains("zenModelID = big-pickle"));
+        QVERIFY(list.out.contains("mcpServers = []"));
         QCOMPARE(kelo({ "config", "get", "elevenAPIKey", "--show-secrets" }).out, QStringLiteral("sk-secret-1234\n"));
         QCOMPARE(kelo({ "config", "set", "elevenAPIKey", "" }).exitCode, 0);
-    }
-
-    void helpAndVersion()
-    {
-        const Run help = kelo({ QStringLiteral("--help") });
-        QCOMPARE(help.exitCode, 0);
-        for (const char *command : { "ask", "chat", "models", "test-key", "config", "memory" })
-            QVERIFY2(help.out.contains(QLatin1String(command)), command);
-        QCOMPARE(kelo({ QStringLiteral("ask"), QStringLiteral("--help") }).exitCode, 0);
-        QVERIFY(kelo({ QStringLiteral("--version") }).out.startsWith(QStringLiteral("kelo ")));
     }
 };
 

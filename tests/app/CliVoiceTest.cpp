@@ -1,13 +1,10 @@
-#include "AsyncTest.h"
 #include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 #include "KeloProcess.h"
 #include "TemporaryHome.h"
 #include "VoiceTestSupport.h"
 
-#include <QElapsedTimer>
 #include <QJsonArray>
-#include <QProcess>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
@@ -34,7 +31,7 @@ class CliVoiceTest : public QObject
 
     void configure(const QString &key, const QString &value)
     {
-        const Run run = kelo({ QStringLiteral("config"), QStringLiteral("set"), key, value });
+        const Run run = kelo({ "config", "set", key, value });
         QVERIFY2(run.exitCode == 0, qPrintable(run.err));
     }
 
@@ -51,92 +48,70 @@ private Q_SLOTS:
         m_home.reset();
     }
 
-    void sayReturnsWhenThePlaybackHasEnded()
+    void sayWaitsForThePlaybackAndAskSpeaksOnlyWhenAsked()
     {
         KELO_REQUIRE_AUDIO();
-        const QByteArray mp3 = VoiceTestSupport::makeSpeechMp3(QStringLiteral("Bună ziua, sunt Kelo și vorbesc."));
-        if (mp3.isEmpty())
-            QSKIP("espeak-ng and lame are needed to make test audio");
-        m_service->on("POST", QStringLiteral("/v1/text-to-speech/v1"), Reply::text(mp3, 200, "audio/mpeg"));
-        configure(QStringLiteral("elevenAPIKey"), QStringLiteral("cheie"));
-        configure(QStringLiteral("elevenVoiceID"), QStringLiteral("v1"));
-
-        const Run run = kelo({ QStringLiteral("say"), QStringLiteral("Bună"), QStringLiteral("ziua!"),
-            QStringLiteral("--engine"), QStringLiteral("elevenlabs") });
-        QCOMPARE(run.exitCode, 0);
-        // At most the warning about where secrets are kept.
-        QVERIFY2(run.err.isEmpty() || (run.err.startsWith(QStringLiteral("Atenție")) && run.err.count('\n') == 1),
-            qPrintable(run.err));
-        const auto requests = m_service->requests(QStringLiteral("/v1/text-to-speech/v1"));
-        QCOMPARE(requests.size(), 1);
-        QCOMPARE(requests.first().json()[QStringLiteral("text")].toString(), QStringLiteral("Bună ziua!"));
-        // The whole clip was played before kelo returned.
-        QVERIFY2(run.elapsedMs > 1'500, qPrintable(QString::number(run.elapsedMs)));
-    }
-
-    void askSpeaksItsAnswerOnlyWhenAsked()
-    {
-        KELO_REQUIRE_AUDIO();
-        const QByteArray mp3
-            = VoiceTestSupport::makeSpeechMp3(QStringLiteral("Coloana infinitului este la Târgu Jiu."));
-        if (mp3.isEmpty())
-            QSKIP("espeak-ng and lame are needed to make test audio");
         const QString answer = QStringLiteral("Coloana infinitului este la Târgu Jiu.");
-        m_service->on(
-            "POST", QStringLiteral("/chat/completions"), Reply::json(ChatCompletionReplies::completion(answer)));
-        m_service->on("POST", QStringLiteral("/v1/text-to-speech/v1"), Reply::text(mp3, 200, "audio/mpeg"));
-        configure(QStringLiteral("zenAPIKey"), QStringLiteral("cheie-zen"));
-        configure(QStringLiteral("voiceEngine"), QStringLiteral("ElevenLabs"));
-        configure(QStringLiteral("elevenAPIKey"), QStringLiteral("cheie"));
-        configure(QStringLiteral("elevenVoiceID"), QStringLiteral("v1"));
+        const QByteArray mp3 = VoiceTestSupport::makeSpeechMp3(answer);
+        if (mp3.isEmpty())
+            QSKIP("espeak-ng and lame are needed to make test audio");
+        const QString speech = QStringLiteral("/v1/text-to-speech/v1");
+        m_service->on("POST", "/chat/completions", Reply::json(ChatCompletionReplies::completion(answer)));
+        m_service->on("POST", speech, Reply::text(mp3, 200, "audio/mpeg"));
+        configure("elevenAPIKey", "cheie");
+        configure("elevenVoiceID", "v1");
 
-        const Run silent = kelo({ QStringLiteral("ask"), QStringLiteral("Unde e Coloana?") });
-        QCOMPARE(silent.exitCode, 0);
-        QCOMPARE(m_service->requestCount(QStringLiteral("/v1/text-to-speech/v1")), 0);
+        const Run said = kelo({ "say", "Bună", "ziua!", "--engine", "elevenlabs" });
+        QCOMPARE(said.exitCode, 0);
+        // At most the warning about where secrets are kept.
+        QVERIFY2(
+            said.err.isEmpty() || (said.err.startsWith("Atenție") && said.err.count('\n') == 1), qPrintable(said.err));
+        QCOMPARE(
+            m_service->requests(speech).last().json()[QStringLiteral("text")].toString(), QStringLiteral("Bună ziua!"));
+        // The whole clip was played before kelo returned.
+        QVERIFY2(said.elapsedMs > 1'500, qPrintable(QString::number(said.elapsedMs)));
+
+        configure("zenAPIKey", "cheie-zen");
+        configure("voiceEngine", "ElevenLabs");
+        QCOMPARE(kelo({ "ask", "Unde e Coloana?" }).exitCode, 0);
+        QCOMPARE(m_service->requestCount(speech), 1);
 
         VoiceTestSupport::MonitorRecording recording;
         QVERIFY(recording.isRecording());
-        const Run spoken
-            = kelo({ QStringLiteral("ask"), QStringLiteral("--speak"), QStringLiteral("Unde e Coloana?") });
+        const Run spoken = kelo({ "ask", "--speak", "Unde e Coloana?" });
         const VoiceTestSupport::AudioLevels levels = VoiceTestSupport::measure(recording.stop());
         QCOMPARE(spoken.exitCode, 0);
         QCOMPARE(spoken.out, answer + QLatin1Char('\n'));
-        QCOMPARE(m_service->requests(QStringLiteral("/v1/text-to-speech/v1"))
-                     .first()
-                     .json()[QStringLiteral("text")]
-                     .toString(),
-            answer);
+        QCOMPARE(m_service->requests(speech).last().json()[QStringLiteral("text")].toString(), answer);
         QVERIFY2(levels.audibleSeconds > 1.0, qPrintable(QString::number(levels.audibleSeconds)));
 
         // With "Răspunde cu voce" off, --speak stays quiet.
-        configure(QStringLiteral("autoSpeak"), QStringLiteral("false"));
-        QCOMPARE(kelo({ QStringLiteral("ask"), QStringLiteral("--speak"), QStringLiteral("Din nou?") }).exitCode, 0);
-        QCOMPARE(m_service->requestCount(QStringLiteral("/v1/text-to-speech/v1")), 1);
+        configure("autoSpeak", "false");
+        QCOMPARE(kelo({ "ask", "--speak", "Din nou?" }).exitCode, 0);
+        QCOMPARE(m_service->requestCount(speech), 2);
     }
 
     void sayReportsVoiceErrorsWithExitCodeOne()
     {
-        m_service->on("POST", QStringLiteral("/cognitiveservices/v1"), Reply::text({}, 500));
-        configure(QStringLiteral("azureSpeechKey"), QStringLiteral("cheie"));
-        configure(QStringLiteral("azureRegion"), QStringLiteral("westeurope"));
+        m_service->on("POST", "/cognitiveservices/v1", Reply::text({}, 500));
+        configure("azureSpeechKey", "cheie");
+        configure("azureRegion", "westeurope");
 
-        const Run failed = kelo({ QStringLiteral("say"), QStringLiteral("Salut"), QStringLiteral("--engine=azure") });
+        const Run failed = kelo({ "say", "Salut", "--engine=azure" });
         QCOMPARE(failed.exitCode, 1);
         QCOMPARE(failed.lastErrorLine(), QStringLiteral("Azure Speech nu a putut fi redat."));
 
-        const Run missing = kelo(
-            { QStringLiteral("say"), QStringLiteral("Salut"), QStringLiteral("--engine"), QStringLiteral("google") });
+        const Run missing = kelo({ "say", "Salut", "--engine", "google" });
         QCOMPARE(missing.exitCode, 1);
         QCOMPARE(missing.lastErrorLine(), QStringLiteral("Introdu cheia Google Cloud Text-to-Speech."));
 
-        const Run nothing = kelo({ QStringLiteral("say"), QStringLiteral("<think>doar gânduri</think>") });
+        const Run nothing = kelo({ "say", "<think>doar gânduri</think>" });
         QCOMPARE(nothing.exitCode, 1);
         QCOMPARE(nothing.lastErrorLine(), QStringLiteral("Textul nu conține nimic de rostit."));
 
-        const Run unknown = kelo(
-            { QStringLiteral("say"), QStringLiteral("Salut"), QStringLiteral("--engine"), QStringLiteral("siri") });
+        const Run unknown = kelo({ "say", "Salut", "--engine", "siri" });
         QCOMPARE(unknown.exitCode, 2);
-        QVERIFY(unknown.err.contains(QStringLiteral("siri")));
+        QVERIFY(unknown.err.contains("siri"));
     }
 
     void voicesListsTheRomanianVoicesOfAnEngine()
@@ -147,16 +122,16 @@ private Q_SLOTS:
             QJsonObject { { "languageCodes", QJsonArray { "fr-FR" } }, { "name", "fr-FR-Wavenet-A" },
                 { "ssmlGender", "FEMALE" } },
         };
-        m_service->on("GET", QStringLiteral("/v1/voices"), Reply::json(QJsonObject { { "voices", voices } }));
-        configure(QStringLiteral("googleTTSAPIKey"), QStringLiteral("cheie"));
+        m_service->on("GET", "/v1/voices", Reply::json(QJsonObject { { "voices", voices } }));
+        configure("googleTTSAPIKey", "cheie");
 
-        const Run run = kelo({ QStringLiteral("voices"), QStringLiteral("--engine"), QStringLiteral("google") });
+        const Run run = kelo({ "voices", "--engine", "google" });
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out, QStringLiteral("ro-RO-Wavenet-B\tro-RO-Wavenet-B\tmasculină\tWavenet\n"));
         QCOMPARE(m_service->requests().last().query.queryItemValue(QStringLiteral("key")), QStringLiteral("cheie"));
 
-        m_service->on("GET", QStringLiteral("/v1/voices"), Reply::text("{\"error\":\"denied\"}", 403));
-        const Run refused = kelo({ QStringLiteral("voices"), QStringLiteral("--engine"), QStringLiteral("google") });
+        m_service->on("GET", "/v1/voices", Reply::text("{\"error\":\"denied\"}", 403));
+        const Run refused = kelo({ "voices", "--engine", "google" });
         QCOMPARE(refused.exitCode, 1);
         QCOMPARE(refused.lastErrorLine(), QStringLiteral("{\"error\":\"denied\"}"));
     }

@@ -1,6 +1,5 @@
 #include "CompanionActions.h"
 
-#include "AsyncTest.h"
 #include "TemporaryHome.h"
 #include "conversation/ChatStore.h"
 #include "settings/AppSettings.h"
@@ -27,25 +26,15 @@ private Q_SLOTS:
     void init() { m_home = std::make_unique<TemporaryHome>(); }
     void cleanup() { m_home.reset(); }
 
-    void galleryReachesTheViewsInOrder()
-    {
-        ChatStore store;
-        CompanionActions actions(&store);
-        const QVariantList gallery = actions.gallery();
-        QCOMPARE(gallery.size(), MCPGalleryItem::gallery().size());
-        QCOMPARE(gallery.first().value<MCPGalleryItem>().id, QStringLiteral("linear"));
-        QCOMPARE(gallery.last().value<MCPGalleryItem>().id, QStringLiteral("google-calendar"));
-    }
-
     void connectingAServiceTwiceKeepsOneEntryAfterARestart()
     {
         {
             ChatStore store;
             CompanionActions actions(&store);
-            actions.addManualServer(QStringLiteral("Unelte"), QStringLiteral("https://tools.example/mcp"), {});
-            actions.saveGalleryConnection(QStringLiteral("github"), QStringLiteral("first"), QStringLiteral("OAuth"));
-            actions.saveGalleryConnection(QStringLiteral("github"), QStringLiteral("second"), QStringLiteral("Token"));
-            actions.saveGalleryConnection(QStringLiteral("no-such-item"), QStringLiteral("x"), QStringLiteral("Token"));
+            actions.addManualServer("Unelte", "https://tools.example/mcp", {});
+            actions.saveGalleryConnection("github", "first", "OAuth");
+            actions.saveGalleryConnection("github", "second", "Token");
+            actions.saveGalleryConnection("no-such-item", "x", "Token");
         }
         const auto servers = storedServers();
         QCOMPARE(servers.size(), 2);
@@ -63,8 +52,8 @@ private Q_SLOTS:
         {
             ChatStore store;
             CompanionActions actions(&store);
-            actions.addManualServer(QStringLiteral("A"), QStringLiteral("https://a.example/mcp"), QStringLiteral("t"));
-            actions.addManualServer(QStringLiteral("B"), QStringLiteral("https://b.example/mcp"), {});
+            actions.addManualServer("A", "https://a.example/mcp", "t");
+            actions.addManualServer("B", "https://b.example/mcp", {});
             const auto servers = store.settings()->mcpServers();
             offID = servers[0].idString();
             // The views pass the ids they read from QML; case must not matter.
@@ -82,16 +71,21 @@ private Q_SLOTS:
         QCOMPARE(servers[0].authLabel, std::optional<QString>(QStringLiteral("Token")));
     }
 
-    void checkingAnswersForTheServerAskedAbout()
+    void galleryChecksAndKeyTestReachTheViews()
     {
         ChatStore store;
         CompanionActions actions(&store);
+        const QVariantList gallery = actions.gallery();
+        QCOMPARE(gallery.size(), MCPGalleryItem::gallery().size());
+        QCOMPARE(gallery.first().value<MCPGalleryItem>().id, QStringLiteral("linear"));
+        QCOMPARE(gallery.last().value<MCPGalleryItem>().id, QStringLiteral("google-calendar"));
+
         // Nothing listens on port 1: the check fails and says so instead of hanging or crashing.
-        actions.addManualServer(QStringLiteral("Mort"), QStringLiteral("http://127.0.0.1:1/mcp"), {});
+        actions.addManualServer("Mort", "http://127.0.0.1:1/mcp", {});
         const QString id = store.settings()->mcpServers().first().idString();
         QSignalSpy spy(&actions, &CompanionActions::serverChecked);
 
-        actions.checkServer(QStringLiteral("missing"));
+        actions.checkServer("missing");
         QCOMPARE(spy.count(), 1);
         QCOMPARE(spy[0][0].toString(), QStringLiteral("missing"));
         QCOMPARE(spy[0][1].toString(), QStringLiteral("Serverul nu mai există în listă."));
@@ -100,16 +94,11 @@ private Q_SLOTS:
         QVERIFY(spy.wait(30000));
         QCOMPARE(spy[1][0].toString(), id);
         QVERIFY(!spy[1][1].toString().trimmed().isEmpty());
-    }
 
-    void keyTestReportsBack()
-    {
-        ChatStore store;
-        CompanionActions actions(&store);
-        QSignalSpy spy(&actions, &CompanionActions::zenConnectionTested);
+        QSignalSpy tested(&actions, &CompanionActions::zenConnectionTested);
         actions.testZenConnection();
-        QVERIFY(spy.count() == 1 || spy.wait(30000));
-        QVERIFY(!spy[0][0].toString().isEmpty());
+        QVERIFY(tested.count() == 1 || tested.wait(30000));
+        QVERIFY(!tested[0][0].toString().isEmpty());
     }
 };
 

@@ -1,4 +1,3 @@
-#include "AsyncTest.h"
 #include "FakeHttpServer.h"
 #include "KeloProcess.h"
 #include "TemporaryHome.h"
@@ -10,7 +9,6 @@
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QProcess>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
@@ -33,7 +31,6 @@ class MCPCommandTest : public QObject
         KeloProcess::Options options;
         options.environment = { { QStringLiteral("XDG_RUNTIME_DIR"), m_runtimeDir },
             { QStringLiteral("BROWSER"), m_home->path() + QStringLiteral("/browser.sh") } };
-        options.input = {};
         options.whileRunning = whileRunning;
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, options);
     }
@@ -88,24 +85,24 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "mcp", "add", "Local", "http://127.0.0.1:9/mcp" }).exitCode, 0);
         const Run invalid = kelo({ "mcp", "add", "Rău", "nu e url" });
         QCOMPARE(invalid.exitCode, 2);
-        QVERIFY(invalid.err.contains(QStringLiteral("Endpoint MCP invalid.")));
+        QVERIFY(invalid.err.contains("Endpoint MCP invalid."));
 
         Run list = kelo({ "mcp", "list" });
         QStringList lines = list.out.split('\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 2);
-        QVERIFY(lines[0].endsWith(QStringLiteral("\tDocs\thttps://docs.example/mcp\tActiv\tToken")));
-        QVERIFY(lines[1].endsWith(QStringLiteral("\tLocal\thttp://127.0.0.1:9/mcp\tActiv\tFără auth")));
+        QVERIFY(lines[0].endsWith("\tDocs\thttps://docs.example/mcp\tActiv\tToken"));
+        QVERIFY(lines[1].endsWith("\tLocal\thttp://127.0.0.1:9/mcp\tActiv\tFără auth"));
         QCOMPARE(storedServers().first()["bearerToken"].toString(), QString("t-1"));
 
         QCOMPARE(kelo({ "mcp", "disable", "docs" }).exitCode, 0);
-        QVERIFY(kelo({ "mcp", "list" }).out.contains(QStringLiteral("\tDocs\thttps://docs.example/mcp\tOprit")));
+        QVERIFY(kelo({ "mcp", "list" }).out.contains("\tDocs\thttps://docs.example/mcp\tOprit"));
         const QString localID = lines[1].section('\t', 0, 0);
         QCOMPARE(kelo({ "mcp", "remove", localID.toLower() }).exitCode, 0);
         QCOMPARE(kelo({ "mcp", "remove", "Nimeni" }).exitCode, 1);
         QCOMPARE(kelo({ "mcp", "add", "docs", "https://other.example/mcp" }).exitCode, 0);
         const Run ambiguous = kelo({ "mcp", "enable", "Docs" });
         QCOMPARE(ambiguous.exitCode, 1);
-        QVERIFY(ambiguous.err.contains(QStringLiteral("folosește ID-ul")));
+        QVERIFY(ambiguous.err.contains("folosește ID-ul"));
         QCOMPARE(storedServers().size(), 2);
         QCOMPARE(kelo({ "mcp", "frobnicate" }).exitCode, 2);
     }
@@ -135,7 +132,7 @@ private Q_SLOTS:
         QCOMPARE(tools.out, QStringLiteral("Search-Docs\tmcp_my_server_search_docs\tCaută [MCP: My Server]\n"));
         const Run denied = kelo({ "mcp", "tools", "Locked" });
         QCOMPARE(denied.exitCode, 1);
-        QVERIFY(denied.err.contains(QStringLiteral("MCP necesită autentificare sau tokenul a expirat.")));
+        QVERIFY(denied.err.contains("MCP necesită autentificare sau tokenul a expirat."));
     }
 
     void connectSavesTheServerOnlyWhenTheFlowSucceeds()
@@ -159,13 +156,13 @@ private Q_SLOTS:
 
         Run run = kelo({ "mcp", "connect", endpoint }, browserThatApproves());
         QCOMPARE(run.exitCode, 0);
-        QVERIFY2(run.err.contains(QStringLiteral("Aștept autentificarea…")), qPrintable(run.err));
+        QVERIFY2(run.err.contains("Aștept autentificarea…"), qPrintable(run.err));
         QFile::remove(m_browserLog);
         QCOMPARE(kelo({ "mcp", "connect", endpoint }, browserThatApproves()).exitCode, 0);
         QFile::remove(m_browserLog);
         run = kelo({ "mcp", "connect", endpoint }, browserThatApproves());
         QCOMPARE(run.exitCode, 1);
-        QVERIFY(run.err.contains(QStringLiteral("Schimbul codului OAuth a eșuat: invalid_grant")));
+        QVERIFY(run.err.contains("Schimbul codului OAuth a eșuat: invalid_grant"));
 
         const QJsonArray servers = storedServers();
         QCOMPARE(servers.size(), 1);

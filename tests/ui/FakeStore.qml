@@ -25,9 +25,6 @@ QtObject {
         copy.push(name)
         calls = copy
     }
-    function count(name) {
-        return calls.filter(function (c) { return c === name }).length
-    }
     function startPushToTalk() { record("begin") }
     function stopPushToTalk() { record("end") }
     function sendDraft() { record("send:" + draft) }

@@ -18,34 +18,18 @@ class MCPServerListEditorTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void connectingAGalleryItemAppendsAnEnabledServerFromIt()
-    {
-        const MCPGalleryItem &github = *MCPGalleryItem::find(QStringLiteral("github"));
-        const QList<MCPServerConfig> before { server(QStringLiteral("custom")) };
-
-        const auto after = MCPServerListEditor::withGalleryConnection(
-            before, github, QStringLiteral("tok"), QStringLiteral("OAuth"));
-
-        QCOMPARE(after.size(), 2);
-        QCOMPARE(after.first(), before.first());
-        const MCPServerConfig &added = after.last();
-        QCOMPARE(added.name, github.name);
-        QCOMPARE(added.endpoint, github.endpoint);
-        QCOMPARE(added.bearerToken, QStringLiteral("tok"));
-        QVERIFY(added.enabled);
-        QCOMPARE(added.sourceID, std::optional<QString>(QStringLiteral("github")));
-        QCOMPARE(added.authLabel, std::optional<QString>(QStringLiteral("OAuth")));
-        QVERIFY(!added.id.isNull());
-    }
-
-    void connectingTheSameServiceTwiceReplacesItInPlace()
+    // Reconnecting a service replaces its entry in the same slot, switched back on, with a new id.
+    void connectingAGalleryItemAppendsOnceThenReplacesInPlace()
     {
         const MCPGalleryItem &linear = *MCPGalleryItem::find(QStringLiteral("linear"));
         QList<MCPServerConfig> servers { server(QStringLiteral("a")), server(QStringLiteral("b")) };
         servers = MCPServerListEditor::withGalleryConnection(
             servers, linear, QStringLiteral("first"), QStringLiteral("OAuth"));
+        QCOMPARE(servers.size(), 3);
+        QCOMPARE(servers[2].name, linear.name);
+        QCOMPARE(servers[2].endpoint, linear.endpoint);
+        QVERIFY(!servers[2].id.isNull());
         servers.append(server(QStringLiteral("c")));
-        // The first connection was switched off; reconnecting must bring it back in the same slot.
         servers = MCPServerListEditor::withEnabled(servers, servers[2].idString(), false);
         const QUuid firstID = servers[2].id;
 
@@ -53,9 +37,6 @@ private Q_SLOTS:
             servers, linear, QStringLiteral("second"), QStringLiteral("Token"));
 
         QCOMPARE(servers.size(), 4);
-        const auto fromLinear = std::count_if(servers.cbegin(), servers.cend(),
-            [](const MCPServerConfig &s) { return s.sourceID == QStringLiteral("linear"); });
-        QCOMPARE(fromLinear, 1);
         QCOMPARE(servers[2].sourceID, std::optional<QString>(QStringLiteral("linear")));
         QCOMPARE(servers[2].bearerToken, QStringLiteral("second"));
         QCOMPARE(servers[2].authLabel, std::optional<QString>(QStringLiteral("Token")));
@@ -64,55 +45,50 @@ private Q_SLOTS:
         QCOMPARE(servers[3].name, QStringLiteral("c"));
     }
 
-    void manualServersAreLabelledByWhetherTheyCarryAToken_data()
+    void manualServersAreTrimmedAndLabelledByWhetherTheyCarryAToken_data()
     {
+        QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("token");
+        QTest::addColumn<QString>("storedName");
         QTest::addColumn<QString>("label");
         QTest::addColumn<QString>("storedToken");
-        QTest::newRow("none") << QString() << QStringLiteral("Fără auth") << QString();
-        QTest::newRow("only blanks") << QStringLiteral("  \n") << QStringLiteral("Fără auth") << QString();
-        QTest::newRow("token") << QStringLiteral(" abc ") << QStringLiteral("Token") << QStringLiteral("abc");
+        const QString mine = QStringLiteral("Mine"), noAuth = QStringLiteral("Fără auth");
+        QTest::newRow("none") << mine << QString() << mine << noAuth << QString();
+        QTest::newRow("only blanks") << mine << QStringLiteral("  \n") << mine << noAuth << QString();
+        QTest::newRow("token") << mine << QStringLiteral(" abc ") << mine << QStringLiteral("Token")
+                               << QStringLiteral("abc");
+        QTest::newRow("no name: the host")
+            << QStringLiteral("  ") << QString() << QStringLiteral("mcp.example") << noAuth << QString();
     }
 
-    void manualServersAreLabelledByWhetherTheyCarryAToken()
+    void manualServersAreTrimmedAndLabelledByWhetherTheyCarryAToken()
     {
+        QFETCH(QString, name);
         QFETCH(QString, token);
+        QFETCH(QString, storedName);
         QFETCH(QString, label);
         QFETCH(QString, storedToken);
 
-        const MCPServerConfig manual = MCPServerListEditor::manualServer(
-            QStringLiteral("Mine"), QStringLiteral(" https://mcp.example/x "), token);
+        const MCPServerConfig manual
+            = MCPServerListEditor::manualServer(name, QStringLiteral(" https://mcp.example:8443/x "), token);
 
+        QCOMPARE(manual.name, storedName);
         QCOMPARE(manual.authLabel, std::optional<QString>(label));
         QCOMPARE(manual.bearerToken, storedToken);
         QCOMPARE(manual.sourceID, std::nullopt);
-        QCOMPARE(manual.endpoint, QStringLiteral("https://mcp.example/x"));
-        QCOMPARE(manual.name, QStringLiteral("Mine"));
+        QCOMPARE(manual.endpoint, QStringLiteral("https://mcp.example:8443/x"));
         QVERIFY(manual.enabled);
     }
 
-    void aManualServerWithoutANameIsNamedAfterItsHost()
-    {
-        const auto manual = MCPServerListEditor::manualServer(
-            QStringLiteral("  "), QStringLiteral("https://tools.example.org:8443/mcp"), {});
-        QCOMPARE(manual.name, QStringLiteral("tools.example.org"));
-    }
-
-    void switchingAndRemovingTouchOnlyTheNamedServer()
+    void editsTouchOnlyTheNamedServer()
     {
         const QList<MCPServerConfig> servers { server(QStringLiteral("a")), server(QStringLiteral("b")) };
         const QString idOfB = servers[1].idString().toLower(); // ids from QML may differ in case
-
         const auto switched = MCPServerListEditor::withEnabled(servers, idOfB, false);
-        QVERIFY(switched[0].enabled);
-        QVERIFY(!switched[1].enabled);
-        QCOMPARE(switched.size(), 2);
-
-        const auto removed = MCPServerListEditor::without(switched, idOfB);
-        QCOMPARE(removed.size(), 1);
-        QCOMPARE(removed[0].name, QStringLiteral("a"));
-
+        QVERIFY(switched[0].enabled && !switched[1].enabled);
+        QCOMPARE(MCPServerListEditor::without(servers, idOfB), servers.mid(0, 1));
         QCOMPARE(MCPServerListEditor::without(servers, QUuid::createUuid().toString()), servers);
+        QCOMPARE(MCPServerListEditor::withEnabled(servers, QStringLiteral("nope"), false), servers);
         QVERIFY(MCPServerListEditor::find(servers, idOfB) == &servers[1]);
         QVERIFY(MCPServerListEditor::find(servers, QStringLiteral("nope")) == nullptr);
     }

@@ -26,6 +26,7 @@ Item {
             var window = openWindow(true)
             var root = findChild(window.contentItem, "rootView")
             var orb = findChild(window.contentItem, "orb")
+            compare(findChild(window.contentItem, "tabStack").currentIndex, 0)
             tryVerify(function () { return root.animating })
 
             window.close()
@@ -47,12 +48,6 @@ Item {
             var window = openWindow(false)
             window.close()
             tryVerify(function () { return !window.visible })
-            window.destroy()
-        }
-
-        function test_startsOnTheChatTab() {
-            var window = openWindow(false)
-            compare(findChild(window.contentItem, "tabStack").currentIndex, 0)
             window.destroy()
         }
     }

@@ -31,75 +31,38 @@ Item {
             image.save(screenshotDir + "/" + fileName + ".png")
         }
 
-        function reset() {
-            store.hasZenKey = true
-            store.toolStatus = ""
-            store.isThinking = false
-            store.speech.isListening = false
-            store.speech.isSpeaking = false
-            store.speech.isPreparingVoice = false
-            store.speech.inputLevel = 0
-            store.messages = [store.message("assistant", "Salut. Sunt Kelo. Ține apăsat companionul și vorbește.")]
-        }
-
-        function conversation() {
+        function conversation(count) {
             return [store.message("assistant", "Salut. Sunt Kelo. Ține apăsat companionul și vorbește."),
                     store.message("user", "Ce vreme va fi mâine la Cluj?"),
-                    store.message("assistant", "Mâine la Cluj-Napoca se anunță cer parțial noros, cu maxime de 14 °C și vânt slab dinspre vest. Seara s-ar putea să plouă puțin, așa că ia o umbrelă dacă ieși.")]
+                    store.message("assistant", "Mâine la Cluj-Napoca se anunță cer parțial noros, cu maxime de 14 °C și vânt slab dinspre vest. Seara s-ar putea să plouă puțin, așa că ia o umbrelă dacă ieși.")].slice(0, count)
         }
 
-        function test_1_idleWithoutKey() {
-            reset()
-            store.hasZenKey = false
-            store.activityText = "Adaugă cheia OpenCode Zen în Setări"
-            shoot("chat-idle-no-key")
+        function test_chatMoods_data() {
+            var busy = "Companion activ · poți continua și din fundal"
+            return [
+                { tag: "chat-idle-no-key", noKey: true, activity: "Adaugă cheia OpenCode Zen în Setări" },
+                { tag: "chat-idle", activity: "Ține apăsat pentru a vorbi" },
+                { tag: "chat-listening", listening: true, level: 0.6, activity: "Kelo este gata" },
+                { tag: "chat-searching", thinking: true, tool: "Caut pe internet…", activity: busy, messages: 2 },
+                { tag: "chat-thinking", thinking: true, activity: busy, messages: 2 },
+                { tag: "chat-speaking", speaking: true, activity: busy, messages: 3 },
+                { tag: "chat-conversation-sheet", sheet: true, activity: "Ține apăsat pentru a vorbi", messages: 3 }
+            ]
         }
 
-        function test_2_idle() {
-            reset()
-            store.activityText = "Ține apăsat pentru a vorbi"
-            shoot("chat-idle")
-        }
-
-        function test_3_listening() {
-            reset()
-            store.speech.isListening = true
-            store.speech.inputLevel = 0.6
-            store.activityText = "Kelo este gata"
-            shoot("chat-listening")
-        }
-
-        function test_4_searching() {
-            reset()
-            store.isThinking = true
-            store.toolStatus = "Caut pe internet…"
-            store.activityText = "Companion activ · poți continua și din fundal"
-            store.messages = conversation().slice(0, 2)
-            shoot("chat-searching")
-        }
-
-        function test_5_thinking() {
-            reset()
-            store.isThinking = true
-            store.activityText = "Companion activ · poți continua și din fundal"
-            store.messages = conversation().slice(0, 2)
-            shoot("chat-thinking")
-        }
-
-        function test_6_speaking() {
-            reset()
-            store.speech.isSpeaking = true
-            store.activityText = "Companion activ · poți continua și din fundal"
-            store.messages = conversation()
-            shoot("chat-speaking")
-        }
-
-        function test_7_conversationSheet() {
-            reset()
-            store.messages = conversation()
-            rootView.chatView.showConversation = true
-            tryVerify(function () { return findChild(rootView, "conversationSheet").opened })
-            shoot("chat-conversation-sheet")
+        function test_chatMoods(data) {
+            store.hasZenKey = !data.noKey
+            store.toolStatus = data.tool || ""
+            store.isThinking = !!data.thinking
+            store.speech.isListening = !!data.listening
+            store.speech.isSpeaking = !!data.speaking
+            store.speech.inputLevel = data.level || 0
+            store.activityText = data.activity
+            store.messages = conversation(data.messages || 1)
+            rootView.chatView.showConversation = !!data.sheet
+            if (data.sheet)
+                tryVerify(function () { return findChild(rootView, "conversationSheet").opened })
+            shoot(data.tag)
             rootView.chatView.showConversation = false
         }
     }

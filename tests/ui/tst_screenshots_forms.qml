@@ -31,7 +31,13 @@ Item {
         name: "FormScreenshots"
         when: windowShown
 
-        function shoot(item, fileName, height) {
+        function show(item, height) {
+            root.height = height
+            skills.visible = item === skills
+            settingsView.visible = item === settingsView
+        }
+
+        function shoot(item, fileName) {
             waitForRendering(item)
             wait(120)
             var image = grabImage(item)
@@ -39,21 +45,11 @@ Item {
             image.save(screenshotDir + "/" + fileName + ".png")
         }
 
-        function showOnly(item) {
-            skills.visible = item === skills
-            settingsView.visible = item === settingsView
-        }
-
-        function test_1_skillsEmpty() {
-            root.height = 1400
-            showOnly(skills)
+        function test_1_skillsLists() {
+            show(skills, 1400)
             store.settings.mcpServers = []
             shoot(skills, "skills-empty")
-        }
-
-        function test_2_skillsConnected() {
             root.height = 1500
-            showOnly(skills)
             store.settings.mcpServers = [
                 { id: "A", name: "GitHub", endpoint: "https://api.githubcopilot.com/mcp/", enabled: true, sourceID: "github", authLabel: "OAuth" },
                 { id: "B", name: "Unelte interne", endpoint: "https://tools.example/mcp", enabled: false, sourceID: "", authLabel: "Fără auth" }
@@ -62,9 +58,8 @@ Item {
             shoot(skills, "skills-connected")
         }
 
-        function test_3_connectSheet() {
-            root.height = 940
-            showOnly(skills)
+        function test_2_skillsSheets() {
+            show(skills, 940)
             skills.openGalleryItem(actions.gallery[0])
             var sheet = findChild(skills, "connectSheet")
             tryVerify(function () { return sheet.opened })
@@ -72,29 +67,24 @@ Item {
             shoot(skills, "skills-oauth-sheet")
             sheet.close()
             tryVerify(function () { return !sheet.visible })
-        }
 
-        function test_4_manualSheet() {
-            root.height = 940
-            showOnly(skills)
-            var sheet = findChild(skills, "manualSheet")
-            sheet.open()
-            tryVerify(function () { return sheet.opened })
-            sheet.name = "Unelte interne"
-            sheet.endpoint = "https://tools.example/mcp"
+            var manual = findChild(skills, "manualSheet")
+            manual.open()
+            tryVerify(function () { return manual.opened })
+            manual.name = "Unelte interne"
+            manual.endpoint = "https://tools.example/mcp"
             shoot(skills, "skills-manual-sheet")
-            sheet.close()
-            tryVerify(function () { return !sheet.visible })
+            manual.close()
+            tryVerify(function () { return !manual.visible })
         }
 
-        function test_5_settingsPerEngine_data() {
+        function test_3_settingsPerEngine_data() {
             return [{ tag: "local", engine: "Apple Local" }, { tag: "google", engine: "Google Cloud TTS" },
                     { tag: "azure", engine: "Azure Speech" }, { tag: "eleven", engine: "ElevenLabs" }]
         }
 
-        function test_5_settingsPerEngine(data) {
-            root.height = 2900
-            showOnly(settingsView)
+        function test_3_settingsPerEngine(data) {
+            show(settingsView, 2900)
             store.settings.zenAPIKey = "sk-test"
             store.zenModels = [{ id: "big-pickle", name: "Big Pickle", isFree: true }, { id: "gpt-5", name: "GPT 5", isFree: false }]
             store.speech.romanianVoices = [{ identifier: "ro", name: "Romanian", quality: "default" }]

@@ -61,7 +61,7 @@ Item {
             compare(picker.currentText, "Automat · cea mai bună")
         }
 
-        function test_zenKeyTestShowsProgressThenTheResult() {
+        function test_zenKeyTestAndTheModelPicker() {
             var button = findChild(settingsView, "testZenButton")
             mouseClick(button)
             compare(actions.last(), ["testZenConnection"])
@@ -70,6 +70,13 @@ Item {
             actions.zenConnectionTested("Conectat · 12 modele")
             verify(!settingsView.isTestingZen)
             compare(findChild(settingsView, "zenTestStatus").text, "Conectat · 12 modele")
+
+            store.zenModels = [{ id: "gpt-5", name: "GPT 5", isFree: false }, { id: "big-pickle", name: "Big Pickle", isFree: true }]
+            var picker = findChild(settingsView, "modelPicker")
+            compare(picker.count, 2)
+            compare(picker.currentText, "Big Pickle  ·  FREE")
+            picker.activated(0)
+            compare(store.settings.zenModelID, "gpt-5")
         }
 
         function test_switchesAndFieldsWriteTheirSettingAtOnce() {
@@ -85,16 +92,7 @@ Item {
             compare(keyField.echoMode, TextInput.Password)
         }
 
-        function test_modelPickerOffersTheServiceModelsWithTheFreeTag() {
-            store.zenModels = [{ id: "gpt-5", name: "GPT 5", isFree: false }, { id: "big-pickle", name: "Big Pickle", isFree: true }]
-            var picker = findChild(settingsView, "modelPicker")
-            compare(picker.count, 2)
-            compare(picker.currentText, "Big Pickle  ·  FREE")
-            picker.activated(0)
-            compare(store.settings.zenModelID, "gpt-5")
-        }
-
-        function test_buttonsReachTheStoreAndTheActions() {
+        function test_buttonsReachTheStoreAndTheActionsAndSummariesFollowTheStore() {
             mouseClick(findChild(settingsView, "reloadModelsButton"))
             mouseClick(findChild(settingsView, "reloadSkillsButton"))
             compare(store.calls, ["reloadZenModels", "reloadMCPBindings"])
@@ -102,10 +100,7 @@ Item {
             compare(actions.last(), ["clearMemory"])
             mouseClick(findChild(settingsView, "localPreviewButton"))
             compare(actions.last(), ["previewVoice", "Apple Local"])
-        }
 
-        function test_memoryAndServerCount() {
-            compare(findChild(settingsView, "memorySummary").text, "Memoria se construiește automat pe măsură ce conversația progresează.")
             store.memory.summary = "Îi place jazzul."
             compare(findChild(settingsView, "memorySummary").text, "Îi place jazzul.")
             store.settings.mcpServers = [{ id: "1" }, { id: "2" }]
