@@ -238,6 +238,7 @@ private Q_SLOTS:
         QTest::newRow("invalid UTF-8") << 500 << QByteArray("bad \xff\xfe end")
                                        << QStringLiteral("bad \uFFFD\uFFFD end");
         QTest::newRow("unknown client status") << 499 << QByteArray() << "client error";
+        QTest::newRow("unknown server status") << 599 << QByteArray() << "server error";
     }
 
     void failedStatusesCarryTheServersMessage()

@@ -2,7 +2,6 @@
 
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
-#include "net/HttpStatus.h"
 #include "net/URLError.h"
 
 #include <QTcpServer>
@@ -123,13 +122,6 @@ private Q_SLOTS:
             = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/silent"), options));
         QVERIFY(timedOut);
         QCOMPARE(timedOut->code(), URLError::timedOut);
-    }
-
-    void statusPhrasesAreLowerCase()
-    {
-        QCOMPARE(httpStatusPhrase(500), QStringLiteral("internal server error"));
-        QCOMPARE(httpStatusPhrase(404), QStringLiteral("not found"));
-        QCOMPARE(httpStatusPhrase(599), QStringLiteral("server error"));
     }
 };
 

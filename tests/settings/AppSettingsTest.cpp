@@ -209,7 +209,7 @@ private Q_SLOTS:
         QVERIFY(!settings.autoSpeak());
     }
 
-    void systemPromptWithNothingPersonal()
+    void systemPromptWithAndWithoutMemoryAndPersonalInstructions()
     {
         TemporaryHome home;
         AppSettings settings;
@@ -230,12 +230,8 @@ private Q_SLOTS:
         QCOMPARE(settings.systemPrompt(QString()), expected);
         settings.setCustomPrompt(QStringLiteral(" \t\n"));
         QCOMPARE(settings.systemPrompt(QStringLiteral("  \n")), expected);
-    }
 
-    void systemPromptOrdersMemoryBeforePersonalInstructions()
-    {
-        TemporaryHome home;
-        AppSettings settings;
+        // With memory and personal instructions: memory first, each trimmed.
         settings.setPersonality(PersonalityPreset::direct);
         settings.setResponseLength(ResponseLengthPreset::balanced);
         settings.setCustomPrompt(QStringLiteral("\n  Spune-mi Ana.\nFără emoji.  \n"));
