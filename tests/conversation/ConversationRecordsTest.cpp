@@ -10,7 +10,7 @@ class ConversationRecordsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void chatMessageSurvivesARoundTrip()
+    void chatMessageSurvivesARoundTripWithItsDateFormat()
     {
         ChatMessage original = ChatMessage::make(ChatMessage::Role::assistant, QStringLiteral("Bună, Ana! 😀\n"));
         original.createdAt = QDateTime(QDate(2026, 3, 14), QTime(9, 26, 53, 589), Qt::UTC);
@@ -20,10 +20,8 @@ private Q_SLOTS:
         QVERIFY(decoded);
         QCOMPARE(*decoded, original);
         QCOMPARE(decoded->createdAt.toMSecsSinceEpoch(), original.createdAt.toMSecsSinceEpoch());
-    }
 
-    void datesCountSecondsFromTheStartOf2001()
-    {
+        // Dates count seconds from the start of 2001, either side of it.
         const QJsonObject object = ChatMessage { QUuid::createUuid(), ChatMessage::Role::user, QStringLiteral("x"),
             QDateTime(QDate(2001, 1, 2), QTime(0, 0, 1, 500), Qt::UTC) }
                                        .toJson();

@@ -6,12 +6,23 @@
 #include "net/URLError.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QTcpServer>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
 
 namespace {
+
+QJsonObject object(const char *json)
+{
+    return QJsonDocument::fromJson(json).object();
+}
+
+QJsonArray array(const char *json)
+{
+    return QJsonDocument::fromJson(json).array();
+}
 
 QJsonObject message(const QString &role, const QJsonValue &content)
 {
@@ -23,14 +34,15 @@ QJsonArray oneUserMessage()
     return { message(QStringLiteral("user"), QStringLiteral("Salut")) };
 }
 
-Reply chatReply(const QJsonObject &assistantMessage)
+Reply chatReply(const char *assistantMessage)
 {
-    return Reply::json(QJsonObject { { "choices", QJsonArray { QJsonObject { { "message", assistantMessage } } } } });
+    return Reply::json(
+        QJsonObject { { "choices", QJsonArray { QJsonObject { { "message", object(assistantMessage) } } } } });
 }
 
-Reply modelsReply(const QJsonArray &entries, const char *member = "data")
+Reply jsonReply(const char *json)
 {
-    return Reply::json(QJsonObject { { QLatin1String(member), entries } });
+    return Reply::text(json, 200, "application/json");
 }
 
 QStringList ids(const QList<ZenModel> &models)
@@ -44,9 +56,20 @@ QStringList ids(const QList<ZenModel> &models)
 ZenToolDefinition searchTool()
 {
     return { QStringLiteral("kelo_web_search"), QStringLiteral("Caută"),
-        QJsonObject { { "type", "object" },
-            { "properties", QJsonObject { { "query", QJsonObject { { "type", "string" } } } } } } };
+        object(R"({"type":"object","properties":{"query":{"type":"string"}}})") };
 }
+
+// Arguments as text or as an object; unparsable or non-object arguments give empty ones; calls
+// without a name and entries that are not calls are dropped.
+const char *const replyWithToolCalls = R"({
+            "content": [{"type":"text","text":"unu"}, 7, {"type":"text","text":"doi"}],
+            "tool_calls": [
+                {"id":"c1","function":{"name":"kelo_fetch_url","arguments":"{\u0022url\u0022:\u0022a.ro\u0022}"}},
+                {"id":"c2","function":{"name":"kelo_web_search","arguments":{"query":"x"}}},
+                {"id":"c3","function":{"name":"broken","arguments":"{url"}},
+                {"id":"c4","function":{"arguments":"{}"}},
+                {"id":"c5","function":{"name":"listed","arguments":"[1,2]"}},
+                "not a call"]})";
 
 } // namespace
 
@@ -82,7 +105,7 @@ private Q_SLOTS:
         delete m_server;
     }
 
-    void blankKeyFailsBeforeAnyTraffic()
+    void blankKeyOrUnsupportedModelFailBeforeAnyTraffic()
     {
         const QString blank = QStringLiteral(" \n\t ");
         const auto models = AsyncTest::awaitError<ZenAPIError>(m_service->fetchModels(blank));
@@ -92,39 +115,6 @@ private Q_SLOTS:
             const auto error = chatError(model, blank);
             QVERIFY2(error && error->kind() == ZenAPIError::missingAPIKey, qPrintable(model));
         }
-        QVERIFY(m_server->requests().isEmpty());
-    }
-
-    void keyIsTrimmedAndHeadersAreSent()
-    {
-        m_server->on("POST", "/chat/completions", chatReply({ { "content", "Bună" } }));
-        m_server->on("GET", "/models", modelsReply({}));
-        AsyncTest::await(m_service->completeChat(QStringLiteral("  sk-1\n"), "big-pickle", oneUserMessage(), {}));
-        AsyncTest::await(m_service->fetchModels(QStringLiteral("\tsk-2 ")));
-
-        const auto post = m_server->requests("/chat/completions").first();
-        QCOMPARE(post.header("Authorization"), QByteArray("Bearer sk-1"));
-        QCOMPARE(post.header("Accept"), QByteArray("application/json"));
-        QCOMPARE(post.header("Content-Type"), QByteArray("application/json"));
-        const auto get = m_server->requests("/models").first();
-        QCOMPARE(get.header("Authorization"), QByteArray("Bearer sk-2"));
-        QCOMPARE(get.header("Accept"), QByteArray("application/json"));
-    }
-
-    void modelIdsChooseTheProtocol()
-    {
-        m_server->on("POST", "/responses", Reply::json(QJsonObject { { "output_text", "prin responses" } }));
-        m_server->on("POST", "/chat/completions", chatReply({ { "content", "prin chat" } }));
-
-        for (const QString &model : { QStringLiteral("gpt-4o"), QStringLiteral("GPT-5-mini"),
-                 QStringLiteral("  Gpt-4.1 "), QStringLiteral("x-MUSE-SPARK-2") })
-            QVERIFY2(chat(model).text == QLatin1String("prin responses"), qPrintable(model));
-        // Containing "gpt-" is not beginning with it.
-        QCOMPARE(chat(QStringLiteral("open-gpt-oss")).text, QStringLiteral("prin chat"));
-        QCOMPARE(m_server->requestCount("/responses"), 4);
-        QCOMPARE(m_server->requests("/responses").first().json().value("model").toString(), QStringLiteral("gpt-4o"));
-
-        m_server->clearRequests();
         const auto unsupported = chatError(QStringLiteral(" JEV-Large "));
         QVERIFY(unsupported && unsupported->kind() == ZenAPIError::unsupportedModel);
         QCOMPARE(unsupported->payload(), QStringLiteral(" JEV-Large "));
@@ -133,14 +123,38 @@ private Q_SLOTS:
         QVERIFY(m_server->requests().isEmpty());
     }
 
-    void chatBodyCarriesToolsOnlyWhenThereAreAny()
+    void modelIdsChooseTheProtocol()
     {
-        m_server->on("POST", "/chat/completions", chatReply({ { "content", "ok" } }));
-        QJsonArray messages = oneUserMessage();
-        messages.append(QJsonObject { { "role", "tool" }, { "tool_call_id", "c1" }, { "content", "rezultat" } });
+        m_server->on("POST", "/responses", jsonReply(R"({"output_text":"prin responses"})"));
+        m_server->on("POST", "/chat/completions", chatReply(R"({"content":"prin chat"})"));
 
-        chat(QStringLiteral("big-pickle"), messages);
-        const QJsonObject plain = m_server->requests().last().json();
+        for (const QString &model : { QStringLiteral("gpt-4o"), QStringLiteral("GPT-5-mini"),
+                 QStringLiteral("  Gpt-4.1 "), QStringLiteral("x-MUSE-SPARK-2") })
+            QVERIFY2(chat(model).text == QLatin1String("prin responses"), qPrintable(model));
+        // Containing "gpt-" is not beginning with it.
+        QCOMPARE(chat(QStringLiteral("open-gpt-oss")).text, QStringLiteral("prin chat"));
+        QCOMPARE(m_server->requestCount("/responses"), 4);
+        QCOMPARE(m_server->requests("/responses").first().json().value("model").toString(), QStringLiteral("gpt-4o"));
+    }
+
+    void requestsCarryTheTrimmedKeyAndToolsOnlyWhenThereAreAny()
+    {
+        m_server->on("POST", "/chat/completions", chatReply(R"({"content":"ok"})"));
+        m_server->on("GET", "/models", jsonReply(R"({"data":[]})"));
+        QJsonArray messages = oneUserMessage();
+        messages.append(object(R"({"role":"tool","tool_call_id":"c1","content":"rezultat"})"));
+
+        AsyncTest::await(m_service->completeChat(QStringLiteral("  sk-1\n"), "big-pickle", messages, {}));
+        AsyncTest::await(m_service->fetchModels(QStringLiteral("\tsk-2 ")));
+        const auto post = m_server->requests("/chat/completions").first();
+        QCOMPARE(post.header("Authorization"), QByteArray("Bearer sk-1"));
+        QCOMPARE(post.header("Accept"), QByteArray("application/json"));
+        QCOMPARE(post.header("Content-Type"), QByteArray("application/json"));
+        const auto get = m_server->requests("/models").first();
+        QCOMPARE(get.header("Authorization"), QByteArray("Bearer sk-2"));
+        QCOMPARE(get.header("Accept"), QByteArray("application/json"));
+
+        const QJsonObject plain = post.json();
         QCOMPARE(plain.value("model").toString(), QStringLiteral("big-pickle"));
         QCOMPARE(plain.value("messages").toArray(), messages);
         QCOMPARE(plain.value("temperature").toDouble(), 0.55);
@@ -150,49 +164,23 @@ private Q_SLOTS:
         chat(QStringLiteral("big-pickle"), messages, { searchTool() });
         const QJsonObject withTools = m_server->requests().last().json();
         QCOMPARE(withTools.value("tool_choice").toString(), QStringLiteral("auto"));
-        const QJsonObject tool = withTools.value("tools").toArray().first().toObject();
-        QCOMPARE(tool.value("type").toString(), QStringLiteral("function"));
-        const QJsonObject function = tool.value("function").toObject();
-        QCOMPARE(function.value("name").toString(), QStringLiteral("kelo_web_search"));
-        QCOMPARE(function.value("description").toString(), QStringLiteral("Caută"));
-        QCOMPARE(function.value("parameters").toObject(), searchTool().inputSchema);
+        QCOMPARE(withTools.value("tools").toArray(),
+            array(R"([{"type":"function","function":{"name":"kelo_web_search","description":"Caută",
+                "parameters":{"type":"object","properties":{"query":{"type":"string"}}}}}])"));
     }
 
     void chatRepliesYieldTextAndToolCalls()
     {
-        const QJsonArray toolCalls {
-            QJsonObject { { "id", "c1" },
-                { "function",
-                    QJsonObject { { "name", "kelo_fetch_url" }, { "arguments", "{\"url\":\"https://a.ro\"}" } } } },
-            QJsonObject { { "id", "c2" },
-                { "function",
-                    QJsonObject {
-                        { "name", "kelo_web_search" }, { "arguments", QJsonObject { { "query", "x" } } } } } },
-            QJsonObject {
-                { "id", "c3" }, { "function", QJsonObject { { "name", "broken" }, { "arguments", "{\"url\": " } } } },
-            QJsonObject { { "id", "c4" }, { "function", QJsonObject { { "arguments", "{}" } } } },
-            QJsonObject {
-                { "id", "c5" }, { "function", QJsonObject { { "name", "listed" }, { "arguments", "[1,2]" } } } },
-            QJsonValue("not a call"),
-        };
-        m_server->enqueue("POST", "/chat/completions",
-            chatReply({ { "content",
-                            QJsonArray { QJsonObject { { "type", "text" }, { "text", "unu" } }, 7,
-                                QJsonObject { { "type", "text" }, { "text", "doi" } } } },
-                { "tool_calls", toolCalls } }));
-        m_server->enqueue("POST", "/chat/completions", chatReply({ { "content", QJsonValue::Null } }));
-        m_server->enqueue(
-            "POST", "/chat/completions", chatReply({ { "content", "text simplu" }, { "tool_calls", "nu" } }));
+        m_server->enqueue("POST", "/chat/completions", chatReply(replyWithToolCalls));
+        m_server->enqueue("POST", "/chat/completions", chatReply(R"({"content":null})"));
+        m_server->enqueue("POST", "/chat/completions", chatReply(R"({"content":"text simplu","tool_calls":"nu"})"));
 
         const auto withCalls = chat(QStringLiteral("big-pickle"));
         QCOMPARE(withCalls.text, QStringLiteral("unu\ndoi"));
-        QCOMPARE(withCalls.toolCalls.size(), 4);
-        QCOMPARE(withCalls.toolCalls.at(0),
-            (ZenToolCall { "c1", "kelo_fetch_url", QJsonObject { { "url", "https://a.ro" } } }));
-        QCOMPARE(
-            withCalls.toolCalls.at(1), (ZenToolCall { "c2", "kelo_web_search", QJsonObject { { "query", "x" } } }));
-        QCOMPARE(withCalls.toolCalls.at(2), (ZenToolCall { "c3", "broken", {} }));
-        QCOMPARE(withCalls.toolCalls.at(3), (ZenToolCall { "c5", "listed", {} }));
+        QCOMPARE(withCalls.toolCalls,
+            (QList<ZenToolCall> { { "c1", "kelo_fetch_url", object(R"({"url":"a.ro"})") },
+                { "c2", "kelo_web_search", object(R"({"query":"x"})") }, { "c3", "broken", {} },
+                { "c5", "listed", {} } }));
 
         QCOMPARE(chat(QStringLiteral("big-pickle")).text, QString());
         const auto plain = chat(QStringLiteral("big-pickle"));
@@ -200,42 +188,29 @@ private Q_SLOTS:
         QVERIFY(plain.toolCalls.isEmpty());
     }
 
-    void responsesPathSendsOnlyTheSpokenTurns()
+    void responsesPathSendsOnlyTheSpokenTurnsAndCollectsTheOutput()
     {
-        m_server->on("POST", "/responses", Reply::json(QJsonObject { { "output_text", "gata" } }));
-        const QJsonArray messages {
-            message("system", "Ești Kelo."),
-            message("user", "Caută ceva"),
-            QJsonObject { { "role", "assistant" }, { "tool_calls", QJsonArray {} } },
-            message("tool", "rezultat"),
-            message("assistant", ""),
-            message("developer", "notă"),
-            message("assistant", QJsonArray { QJsonObject { { "type", "text" }, { "text", "parte" } } }),
-        };
+        m_server->enqueue("POST", "/responses", jsonReply(R"({"output_text":"gata"})"));
+        // Without a usable output_text, the text parts of the output are joined.
+        m_server->enqueue("POST", "/responses", jsonReply(R"({"output_text":3,"output":[{"type":"reasoning"},
+            {"content":[{"type":"output_text","text":"primul"},{"type":"refusal"}]},
+            {"content":[{"text":"al doilea"}]}]})"));
+        m_server->enqueue("POST", "/responses", jsonReply(R"({"id":"r1"})"));
+        const QJsonArray messages = array(R"([{"role":"system","content":"Ești Kelo."},
+            {"role":"user","content":"Caută ceva"}, {"role":"assistant","tool_calls":[]},
+            {"role":"tool","content":"rezultat"}, {"role":"assistant","content":""},
+            {"role":"developer","content":"notă"},
+            {"role":"assistant","content":[{"type":"text","text":"parte"}]}])");
+
         const auto result = chat(QStringLiteral("gpt-4o"), messages, { searchTool() });
         QCOMPARE(result.text, QStringLiteral("gata"));
         QVERIFY(result.toolCalls.isEmpty());
-
         const QJsonObject body = m_server->requests("/responses").first().json();
         QVERIFY(!body.contains("tools"));
         QVERIFY(!body.contains("messages"));
-        const QJsonArray expected { message("system", "Ești Kelo."), message("user", "Caută ceva"),
-            message("user", "notă"), message("assistant", "parte") };
-        QCOMPARE(body.value("input").toArray(), expected);
-    }
-
-    void responsesOutputIsCollectedWhenThereIsNoOutputText()
-    {
-        const QJsonArray output {
-            QJsonObject { { "type", "reasoning" } },
-            QJsonObject { { "content",
-                QJsonArray { QJsonObject { { "type", "output_text" }, { "text", "primul" } },
-                    QJsonObject { { "type", "refusal" } } } } },
-            QJsonObject { { "content", QJsonArray { QJsonObject { { "text", "al doilea" } } } } },
-        };
-        m_server->enqueue(
-            "POST", "/responses", Reply::json(QJsonObject { { "output_text", 3 }, { "output", output } }));
-        m_server->enqueue("POST", "/responses", Reply::json(QJsonObject { { "id", "r1" } }));
+        QCOMPARE(body.value("input").toArray(),
+            array(R"([{"role":"system","content":"Ești Kelo."}, {"role":"user","content":"Caută ceva"},
+                {"role":"user","content":"notă"}, {"role":"assistant","content":"parte"}])"));
 
         QCOMPARE(chat(QStringLiteral("gpt-4o")).text, QStringLiteral("primul\nal doilea"));
         const auto shapeless = chatError(QStringLiteral("gpt-4o"));
@@ -263,6 +238,7 @@ private Q_SLOTS:
         QTest::newRow("invalid UTF-8") << 500 << QByteArray("bad \xff\xfe end")
                                        << QStringLiteral("bad \uFFFD\uFFFD end");
         QTest::newRow("unknown client status") << 499 << QByteArray() << "client error";
+        QTest::newRow("unknown server status") << 599 << QByteArray() << "server error";
     }
 
     void failedStatusesCarryTheServersMessage()
@@ -311,11 +287,9 @@ private Q_SLOTS:
 
     void transportFailuresPassThrough()
     {
-        FakeHttpServer hugeServer;
-        hugeServer.on("POST", "/chat/completions", Reply::text(QByteArray(9 * 1024 * 1024, ' '), 200));
-        ZenAPIService huge(hugeServer.baseUrl(), nullptr);
+        m_server->on("POST", "/chat/completions", Reply::text(QByteArray(9 * 1024 * 1024, ' '), 200));
         const auto tooLarge = AsyncTest::awaitError<URLError>(
-            huge.completeChat(QStringLiteral("k"), QStringLiteral("big-pickle"), oneUserMessage(), {}));
+            m_service->completeChat(QStringLiteral("k"), QStringLiteral("big-pickle"), oneUserMessage(), {}));
         QVERIFY(tooLarge && tooLarge->code() == URLError::dataLengthExceedsMaximum);
 
         QTcpServer closed;
@@ -329,27 +303,21 @@ private Q_SLOTS:
 
     void modelListIsFilteredCompletedAndSorted()
     {
+        // Free means "free": true or both prices zero (as numbers or numeric text); entries without a
+        // text id are skipped, and two families of ids are never offered.
+        m_server->on("GET", "/models", jsonReply(R"({"data":[
+            {"id":"paid-z","name":"Zeta"},
+            {"id":"free-b","display_name":"beta","free":true},
+            {"id":"free-a","displayName":"Ăla","pricing":{"input":0,"output":"0.0"}},
+            {"id":"free-c","name":"alpha","pricing":{"input":" 0 ","output":0}},
+            {"id":"paid-half","name":"Half","pricing":{"input":0}},
+            {"id":"paid-text","name":"abc","pricing":{"input":"zero","output":0}},
+            {"id":"paid-free-text","name":"Same","free":"true"},
+            {"id":"paid-same-2","name":"same"},
+            {"id":"JEV-hidden","name":"Hidden","free":true},
+            {"id":"vendor-SystemOne-1","name":"Hidden too","free":true},
+            {"name":"no id"}, {"id":12}, "text entry", {"id":"unnamed"}]})"));
         QLocale::setDefault(QLocale(QLocale::Romanian, QLocale::Romania));
-        const QJsonArray entries {
-            QJsonObject { { "id", "paid-z" }, { "name", "Zeta" } },
-            QJsonObject { { "id", "free-b" }, { "display_name", "beta" }, { "free", true } },
-            QJsonObject { { "id", "free-a" }, { "displayName", "Ăla" },
-                { "pricing", QJsonObject { { "input", 0 }, { "output", "0.0" } } } },
-            QJsonObject { { "id", "free-c" }, { "name", "alpha" },
-                { "pricing", QJsonObject { { "input", " 0 " }, { "output", 0 } } } },
-            QJsonObject { { "id", "paid-half" }, { "name", "Half" }, { "pricing", QJsonObject { { "input", 0 } } } },
-            QJsonObject { { "id", "paid-text" }, { "name", "abc" },
-                { "pricing", QJsonObject { { "input", "zero" }, { "output", 0 } } } },
-            QJsonObject { { "id", "paid-free-text" }, { "name", "Same" }, { "free", "true" } },
-            QJsonObject { { "id", "paid-same-2" }, { "name", "same" } },
-            QJsonObject { { "id", "JEV-hidden" }, { "name", "Hidden" }, { "free", true } },
-            QJsonObject { { "id", "vendor-SystemOne-1" }, { "name", "Hidden too" }, { "free", true } },
-            QJsonObject { { "name", "no id" } },
-            QJsonObject { { "id", 12 } },
-            QJsonValue("text entry"),
-            QJsonObject { { "id", "unnamed" } },
-        };
-        m_server->on("GET", "/models", modelsReply(entries));
         const QList<ZenModel> models = AsyncTest::await(m_service->fetchModels(QStringLiteral("k")));
         QLocale::setDefault(QLocale::c());
 
@@ -366,12 +334,13 @@ private Q_SLOTS:
 
     void modelListTakesModelsMemberAndKeepsAListedBigPickle()
     {
-        const QJsonArray entries { QJsonObject { { "id", "a-model" }, { "name", "Aaa" }, { "free", true } },
-            QJsonObject { { "id", "big-pickle" }, { "name", "Murătura" }, { "free", false } } };
-        m_server->enqueue("GET", "/models", modelsReply(entries, "models"));
-        m_server->enqueue("GET", "/models", Reply::json(QJsonObject { { "data", "none" }, { "models", entries } }));
-        m_server->enqueue("GET", "/models", Reply::json(QJsonObject { { "data", QJsonObject {} } }));
-        m_server->enqueue("GET", "/models", Reply::json(QJsonArray {}));
+        const char *entries = R"([{"id":"a-model","name":"Aaa","free":true},
+            {"id":"big-pickle","name":"Murătura","free":false}])";
+        m_server->enqueue("GET", "/models", Reply::json(QJsonObject { { "models", array(entries) } }));
+        m_server->enqueue(
+            "GET", "/models", Reply::json(QJsonObject { { "data", "none" }, { "models", array(entries) } }));
+        m_server->enqueue("GET", "/models", jsonReply(R"({"data":{}})"));
+        m_server->enqueue("GET", "/models", jsonReply("[]"));
 
         for (int round = 0; round < 2; ++round) {
             const QList<ZenModel> models = AsyncTest::await(m_service->fetchModels(QStringLiteral("k")));
@@ -385,8 +354,8 @@ private Q_SLOTS:
 
     void memorySummaryUsesTheCompactorPrompts()
     {
-        m_server->on("POST", "/chat/completions", chatReply({ { "content", "\n  • îi place ceaiul \n" } }));
-        m_server->on("POST", "/responses", Reply::json(QJsonObject { { "output_text", " rezumat " } }));
+        m_server->on("POST", "/chat/completions", chatReply(R"({"content":"\n  • îi place ceaiul \n"})"));
+        m_server->on("POST", "/responses", jsonReply(R"({"output_text":" rezumat "})"));
 
         const QString summary = AsyncTest::await(m_service->summarizeMemory(QStringLiteral("k"),
             QStringLiteral("big-pickle"), QStringLiteral("• vechi"), QStringLiteral("Utilizator: salut")));

@@ -7,8 +7,6 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include <sys/stat.h>
-
 using namespace SettingsTestSupport;
 
 namespace {
@@ -30,97 +28,49 @@ class AppSettingsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void freshInstallHasEveryDefault()
+    // Every stored setting: its value on a fresh install, then one written and read back by a new run.
+    void everyValueHasItsDefaultAndSurvivesARestart()
     {
-        TemporaryHome home;
-        ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
-        AppSettings settings;
-
-        QCOMPARE(settings.zenModelID(), QStringLiteral("big-pickle"));
-        QCOMPARE(settings.zenAPIKey(), QString());
-        QCOMPARE(settings.personality(), PersonalityPreset::companion);
-        QCOMPARE(settings.responseLength(), ResponseLengthPreset::short_);
-        QCOMPARE(settings.customPrompt(), QString());
-        QVERIFY(settings.autoSpeak());
-        QVERIFY(settings.internetEnabled());
-        QVERIFY(settings.preferOnDeviceSpeech());
-        QCOMPARE(settings.voiceRate(), 0.45);
-        QCOMPARE(settings.voiceIdentifier(), QString());
-        QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::appleLocal);
-        QCOMPARE(settings.googleTTSAPIKey(), QString());
-        QCOMPARE(settings.googleVoiceName(), QStringLiteral("ro-RO-Wavenet-B"));
-        QCOMPARE(settings.azureSpeechKey(), QString());
-        QCOMPARE(settings.azureRegion(), QStringLiteral("westeurope"));
-        QCOMPARE(settings.azureVoiceName(), QStringLiteral("ro-RO-AlinaNeural"));
-        QCOMPARE(settings.elevenVoiceID(), QString());
-        QCOMPARE(settings.elevenAPIKey(), QString());
-        QVERIFY(!settings.backgroundConversationEnabled());
-        QVERIFY(settings.memoryEnabled());
-        QVERIFY(settings.autoSkillsEnabled());
-        QVERIFY(settings.mcpServers().isEmpty());
-        QCOMPARE(settings.property("personality").toString(), QStringLiteral("Companion"));
-        QCOMPARE(settings.property("responseLength").toString(), QStringLiteral("Scurt"));
-        QCOMPARE(settings.property("voiceEngine").toString(), QStringLiteral("Apple Local"));
-        // Reading alone writes nothing but the empty, private file.
-        QVERIFY(contents(settingsPath(home)).trimmed().isEmpty());
-    }
-
-    void everyValueSurvivesARestart()
-    {
+        struct Setting
+        {
+            const char *name;
+            QVariant fresh;
+            QVariant changed;
+        };
+        const QList<Setting> all { { "zenModelID", "big-pickle", "gpt-5-nano" }, { "zenAPIKey", "", "  sk-zen  " },
+            { "personality", "Companion", "Direct" }, { "responseLength", "Scurt", "Detaliat" },
+            { "customPrompt", "", "  Spune-mi Ana, te rog.\nFără „glume”; mulțumesc = ok  " },
+            { "autoSpeak", true, false }, { "internetEnabled", true, false }, { "preferOnDeviceSpeech", true, false },
+            { "voiceRate", 0.45, 0.5 }, { "voiceIdentifier", "", "Romanian+Adam" },
+            { "voiceEngine", "Apple Local", "Google Cloud TTS" }, { "googleTTSAPIKey", "", "g-key" },
+            { "googleVoiceName", "ro-RO-Wavenet-B", "ro-RO-Standard-A" }, { "azureSpeechKey", "", "a-key" },
+            { "azureRegion", "westeurope", "northeurope" },
+            { "azureVoiceName", "ro-RO-AlinaNeural", "ro-RO-EmilNeural" }, { "elevenVoiceID", "", "v1" },
+            { "elevenAPIKey", "", "e-key" }, { "backgroundConversationEnabled", false, true },
+            { "memoryEnabled", true, false }, { "autoSkillsEnabled", true, false } };
         TemporaryHome firstRun;
         ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
         const QList<MCPServerConfig> servers { server(QStringLiteral("notite"), QStringLiteral("tok=,\"1\"")),
             server(QStringLiteral("calendar"), QString()) };
         {
             AppSettings settings;
-            settings.setZenModelID(QStringLiteral("gpt-5-nano"));
-            settings.setZenAPIKey(QStringLiteral("  sk-zen  "));
-            settings.setPersonalityRawValue(QStringLiteral("Direct"));
-            settings.setResponseLength(ResponseLengthPreset::detailed);
-            settings.setCustomPrompt(QStringLiteral("  Spune-mi Ana, te rog.\nFără „glume”; mulțumesc = ok  "));
-            settings.setAutoSpeak(false);
-            settings.setInternetEnabled(false);
-            settings.setPreferOnDeviceSpeech(false);
-            settings.setVoiceRate(0.5);
-            settings.setVoiceIdentifier(QStringLiteral("Romanian+Adam"));
-            settings.setVoiceEngineRawValue(QStringLiteral("Google Cloud TTS"));
-            settings.setGoogleTTSAPIKey(QStringLiteral("g-key"));
-            settings.setGoogleVoiceName(QStringLiteral("ro-RO-Standard-A"));
-            settings.setAzureSpeechKey(QStringLiteral("a-key"));
-            settings.setAzureRegion(QStringLiteral("northeurope"));
-            settings.setAzureVoiceName(QStringLiteral("ro-RO-EmilNeural"));
-            settings.setElevenVoiceID(QStringLiteral("v1"));
-            settings.setElevenAPIKey(QStringLiteral("e-key"));
-            settings.setBackgroundConversationEnabled(true);
-            settings.setMemoryEnabled(false);
-            settings.setAutoSkillsEnabled(false);
+            for (const Setting &setting : all)
+                QVERIFY2(settings.property(setting.name) == setting.fresh, setting.name);
+            QVERIFY(settings.mcpServers().isEmpty());
+            // Reading alone writes nothing but the empty, private file.
+            QVERIFY(contents(settingsPath(firstRun)).trimmed().isEmpty());
+            for (const Setting &setting : all)
+                QVERIFY2(settings.setProperty(setting.name, setting.changed), setting.name);
             settings.setMcpServers(servers);
         }
         TemporaryHome secondRun;
         copyConfig(firstRun, secondRun);
         AppSettings settings;
-
-        QCOMPARE(settings.zenModelID(), QStringLiteral("gpt-5-nano"));
-        QCOMPARE(settings.zenAPIKey(), QStringLiteral("  sk-zen  "));
+        for (const Setting &setting : all)
+            QVERIFY2(settings.property(setting.name) == setting.changed, setting.name);
         QCOMPARE(settings.personality(), PersonalityPreset::direct);
         QCOMPARE(settings.responseLength(), ResponseLengthPreset::detailed);
-        QCOMPARE(settings.customPrompt(), QStringLiteral("  Spune-mi Ana, te rog.\nFără „glume”; mulțumesc = ok  "));
-        QVERIFY(!settings.autoSpeak());
-        QVERIFY(!settings.internetEnabled());
-        QVERIFY(!settings.preferOnDeviceSpeech());
-        QCOMPARE(settings.voiceRate(), 0.5);
-        QCOMPARE(settings.voiceIdentifier(), QStringLiteral("Romanian+Adam"));
         QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::googleCloud);
-        QCOMPARE(settings.googleTTSAPIKey(), QStringLiteral("g-key"));
-        QCOMPARE(settings.googleVoiceName(), QStringLiteral("ro-RO-Standard-A"));
-        QCOMPARE(settings.azureSpeechKey(), QStringLiteral("a-key"));
-        QCOMPARE(settings.azureRegion(), QStringLiteral("northeurope"));
-        QCOMPARE(settings.azureVoiceName(), QStringLiteral("ro-RO-EmilNeural"));
-        QCOMPARE(settings.elevenVoiceID(), QStringLiteral("v1"));
-        QCOMPARE(settings.elevenAPIKey(), QStringLiteral("e-key"));
-        QVERIFY(settings.backgroundConversationEnabled());
-        QVERIFY(!settings.memoryEnabled());
-        QVERIFY(!settings.autoSkillsEnabled());
         QCOMPARE(settings.mcpServers(), servers);
         QCOMPARE(settings.mcpServerList().size(), 2);
         QCOMPARE(settings.mcpServerList().at(1).value<MCPServerConfig>().name, QStringLiteral("calendar"));
@@ -128,16 +78,17 @@ private Q_SLOTS:
         // The keys of the file, three of them not the property names; credentials stay out of it
         // (MCP tokens excepted, they belong to the server list).
         const QByteArray file = contents(settingsPath(secondRun));
-        QVERIFY(file.contains("\ninternet=false"));
-        QVERIFY(file.contains("\nonDeviceSpeech=false"));
-        QVERIFY(file.contains("\nbackgroundConversation=true"));
-        QVERIFY(!file.contains("internetEnabled"));
-        QVERIFY(file.contains("\npersonality=Direct"));
-        QVERIFY(!file.contains("sk-zen"));
-        QVERIFY(!file.contains("g-key") && !file.contains("a-key") && !file.contains("e-key"));
+        for (const char *line :
+            { "\ninternet=false", "\nonDeviceSpeech=false", "\nbackgroundConversation=true", "\npersonality=Direct" })
+            QVERIFY2(file.contains(line), line);
+        for (const char *absent : { "internetEnabled", "sk-zen", "g-key", "a-key", "e-key" })
+            QVERIFY2(!file.contains(absent), absent);
+        // Without a keychain they are in the private secrets file, and the app says so.
+        QVERIFY(settings.secretsInFile());
+        QVERIFY(contents(secretsPath(secondRun)).contains("\"azureSpeechKey\": \"a-key\""));
     }
 
-    void settersAnnounceRealChangesOnly()
+    void settersAnnounceRealChangesOnlyAndRefuseUnknownTitles()
     {
         TemporaryHome home;
         AppSettings settings;
@@ -155,21 +106,15 @@ private Q_SLOTS:
         settings.setMcpServers({ server(QStringLiteral("a"), QString()) });
         QCOMPARE(serversChanged.size(), 1);
         QCOMPARE(changed.size(), 2);
-    }
 
-    void rawValueSettersIgnoreUnknownTitles()
-    {
-        TemporaryHome home;
-        AppSettings settings;
-        QSignalSpy changed(&settings, &AppSettings::changed);
-
+        // Unknown titles are refused and change nothing.
         QVERIFY(!settings.setPersonalityRawValue(QStringLiteral("calm")));
         QVERIFY(!settings.setResponseLengthRawValue(QStringLiteral("Lung")));
         QVERIFY(!settings.setVoiceEngineRawValue(QStringLiteral("apple local")));
         QCOMPARE(settings.personality(), PersonalityPreset::companion);
         QCOMPARE(settings.responseLength(), ResponseLengthPreset::short_);
         QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::appleLocal);
-        QCOMPARE(changed.size(), 0);
+        QCOMPARE(changed.size(), 2);
 
         QVERIFY(settings.setProperty("personality", QStringLiteral("Creativ")));
         QCOMPARE(settings.personality(), PersonalityPreset::creative);
@@ -211,19 +156,16 @@ private Q_SLOTS:
         QVERIFY(contents(settingsPath(home)).contains("\npersonality=calm"));
         settings.setPersonality(PersonalityPreset::calm);
         QVERIFY(contents(settingsPath(home)).contains("\npersonality=Calm"));
-    }
 
-    void handWrittenValuesOfTheRightKindAreHonoured()
-    {
-        TemporaryHome home;
-        writeFile(settingsPath(home), "[General]\nvoiceRate=0.52\nbackgroundConversation=TRUE\nautoSpeak=False\n");
-        AppSettings settings;
-        QCOMPARE(settings.voiceRate(), 0.52);
-        QVERIFY(settings.backgroundConversationEnabled());
-        QVERIFY(!settings.autoSpeak());
-
-        TemporaryHome other;
-        writeFile(settingsPath(other), "[General]\nvoiceRate=nan\n");
+        // Hand-written values of the right kind are honoured; a rate that is not a number is not.
+        TemporaryHome edited;
+        writeFile(settingsPath(edited), "[General]\nvoiceRate=0.52\nbackgroundConversation=TRUE\nautoSpeak=False\n");
+        AppSettings honoured;
+        QCOMPARE(honoured.voiceRate(), 0.52);
+        QVERIFY(honoured.backgroundConversationEnabled());
+        QVERIFY(!honoured.autoSpeak());
+        TemporaryHome notANumber;
+        writeFile(settingsPath(notANumber), "[General]\nvoiceRate=nan\n");
         QCOMPARE(AppSettings().voiceRate(), 0.45);
     }
 
@@ -248,29 +190,26 @@ private Q_SLOTS:
 
     void settingsFileIsPrivateFromTheStart()
     {
-        const mode_t previousMask = umask(0);
+        ScopedUmask permissive(0);
+        TemporaryHome home;
         {
-            TemporaryHome home;
             AppSettings settings;
             QVERIFY(isOwnerOnly(settingsPath(home)));
             settings.setMcpServers({ server(QStringLiteral("x"), QStringLiteral("bearer")) });
             settings.setCustomPrompt(QStringLiteral("salut"));
             QVERIFY(isOwnerOnly(settingsPath(home)));
         }
-        {
-            // A file left readable by an older run is narrowed as soon as the app starts.
-            TemporaryHome home;
-            writeFile(settingsPath(home), "[General]\nautoSpeak=false\n");
-            QFile::setPermissions(settingsPath(home),
-                QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
-            AppSettings settings;
-            QVERIFY(isOwnerOnly(settingsPath(home)));
-            QVERIFY(!settings.autoSpeak());
-        }
-        umask(previousMask);
+        // A file left readable by an older run is narrowed as soon as the app starts.
+        TemporaryHome older;
+        writeFile(settingsPath(older), "[General]\nautoSpeak=false\n");
+        QFile::setPermissions(settingsPath(older),
+            QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
+        AppSettings settings;
+        QVERIFY(isOwnerOnly(settingsPath(older)));
+        QVERIFY(!settings.autoSpeak());
     }
 
-    void systemPromptWithNothingPersonal()
+    void systemPromptWithAndWithoutMemoryAndPersonalInstructions()
     {
         TemporaryHome home;
         AppSettings settings;
@@ -291,12 +230,8 @@ private Q_SLOTS:
         QCOMPARE(settings.systemPrompt(QString()), expected);
         settings.setCustomPrompt(QStringLiteral(" \t\n"));
         QCOMPARE(settings.systemPrompt(QStringLiteral("  \n")), expected);
-    }
 
-    void systemPromptOrdersMemoryBeforePersonalInstructions()
-    {
-        TemporaryHome home;
-        AppSettings settings;
+        // With memory and personal instructions: memory first, each trimmed.
         settings.setPersonality(PersonalityPreset::direct);
         settings.setResponseLength(ResponseLengthPreset::balanced);
         settings.setCustomPrompt(QStringLiteral("\n  Spune-mi Ana.\nFără emoji.  \n"));

@@ -14,8 +14,6 @@
 #include <QTest>
 #include <QUuid>
 
-#include <sys/stat.h>
-
 using namespace SettingsTestSupport;
 
 namespace {
@@ -69,7 +67,7 @@ private:
         QSKIP("No Secret Service of the test services on the session bus; scripts/test.sh starts one");
 
 private Q_SLOTS:
-    void keychainReplacesInsteadOfDuplicating()
+    void keychainReplacesInsteadOfDuplicatingAndEmptyDeletes()
     {
         REQUIRE_TEST_KEYRING();
         TemporaryHome home;
@@ -90,27 +88,15 @@ private Q_SLOTS:
         QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), QStringLiteral(" cheie ăîșț ✓ "));
         QCOMPARE(store.read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
 
+        // An empty value deletes; deleting what is not there is silent and leaves everything as it was.
         store.write(QString(), QStringLiteral("zenAPIKey"));
+        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
+        QCOMPARE(keychainItemCount(service, QStringLiteral("zenAPIKey")), 0);
+        store.write(QString(), QStringLiteral("zenAPIKey"));
+        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
+        QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), QStringLiteral(" cheie ăîșț ✓ "));
         store.write(QString(), QStringLiteral("elevenAPIKey"));
         QVERIFY(!QFile::exists(secretsPath(home)));
-    }
-
-    void keychainEmptyValueDeletes()
-    {
-        REQUIRE_TEST_KEYRING();
-        TemporaryHome home;
-        ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
-        const QString service = freshService();
-        SecureStore store(service);
-
-        store.write(QStringLiteral("abc"), QStringLiteral("azureSpeechKey"));
-        store.write(QString(), QStringLiteral("azureSpeechKey"));
-        QCOMPARE(store.read(QStringLiteral("azureSpeechKey")), std::nullopt);
-        QCOMPARE(keychainItemCount(service, QStringLiteral("azureSpeechKey")), 0);
-
-        // Deleting what is not there is silent and leaves everything as it was.
-        store.write(QString(), QStringLiteral("azureSpeechKey"));
-        QCOMPARE(store.read(QStringLiteral("azureSpeechKey")), std::nullopt);
     }
 
     void appSettingsKeepsCredentialsInTheKeychain()
@@ -154,8 +140,9 @@ private Q_SLOTS:
         keychain.write(QString(), QStringLiteral("elevenAPIKey"));
     }
 
-    void fileStoreHasTheKeychainSemantics()
+    void fileStoreHasTheKeychainSemanticsAndStaysPrivate()
     {
+        ScopedUmask permissive(0);
         TemporaryHome home;
         const QString service = freshService();
         SecureStore store(service);
@@ -177,25 +164,15 @@ private Q_SLOTS:
         QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
         QCOMPARE(store.read(QStringLiteral("googleTTSAPIKey")), QStringLiteral("g"));
         QVERIFY(!contents(secretsPath(home)).contains("def"));
-    }
 
-    void fileStoreIsPrivate()
-    {
-        const mode_t previousMask = umask(0);
-        {
-            TemporaryHome home;
-            SecureStore store(freshService());
-            store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
-            QVERIFY(isOwnerOnly(secretsPath(home)));
-            const QFileDevice::Permissions folder = QFile::permissions(home.configHome() + QStringLiteral("/Kelo"));
-            QVERIFY(!(folder & (QFileDevice::ReadOther | QFileDevice::ReadGroup)));
-
-            QFile::setPermissions(
-                secretsPath(home), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther);
-            store.write(QStringLiteral("def"), QStringLiteral("zenAPIKey"));
-            QVERIFY(isOwnerOnly(secretsPath(home)));
-        }
-        umask(previousMask);
+        // Private even with a permissive umask, and narrowed again if someone widened it.
+        QVERIFY(isOwnerOnly(secretsPath(home)));
+        const QFileDevice::Permissions folder = QFile::permissions(home.configHome() + QStringLiteral("/Kelo"));
+        QVERIFY(!(folder & (QFileDevice::ReadOther | QFileDevice::ReadGroup)));
+        QFile::setPermissions(
+            secretsPath(home), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther);
+        store.write(QStringLiteral("h"), QStringLiteral("zenAPIKey"));
+        QVERIFY(isOwnerOnly(secretsPath(home)));
     }
 
     void damagedFileIsSetAsideNotOverwritten()
@@ -211,21 +188,6 @@ private Q_SLOTS:
             = QDir(home.configHome() + QStringLiteral("/Kelo")).entryList({ QStringLiteral("secrets.json.damaged-*") });
         QCOMPARE(aside.size(), 1);
         QVERIFY(contents(home.configHome() + QStringLiteral("/Kelo/") + aside.first()).contains("sk-vech"));
-    }
-
-    void appSettingsSaysWhenSecretsAreInAFile()
-    {
-        TemporaryHome home;
-        ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
-        {
-            AppSettings settings;
-            QVERIFY(settings.secretsInFile());
-            settings.setAzureSpeechKey(QStringLiteral("a-key"));
-        }
-        QCOMPARE(fileItems(home, SecureStore::appID()).value(QStringLiteral("azureSpeechKey")).toString(),
-            QStringLiteral("a-key"));
-        QVERIFY(!contents(settingsPath(home)).contains("a-key"));
-        QCOMPARE(AppSettings().azureSpeechKey(), QStringLiteral("a-key"));
     }
 };
 

@@ -8,6 +8,8 @@
 #include <QSettings>
 #include <QTest>
 
+#include <sys/stat.h>
+
 // Helpers shared by the settings tests: the files as the app leaves them on disk.
 namespace SettingsTestSupport {
 
@@ -55,6 +57,19 @@ inline bool isOwnerOnly(const QString &path)
     return QFile::exists(path) && !(permissions & others) && (permissions & QFileDevice::ReadOwner)
         && (permissions & QFileDevice::WriteOwner);
 }
+
+// A process-wide umask for one test, put back however the test ends.
+class ScopedUmask
+{
+public:
+    explicit ScopedUmask(mode_t mask)
+        : m_previous(umask(mask))
+    { }
+    ~ScopedUmask() { umask(m_previous); }
+
+private:
+    mode_t m_previous;
+};
 
 // Copies what one run left in the config folder into another home. The next AppSettings then parses
 // the files from disk, as a new process would, instead of QSettings' in-process cache.
