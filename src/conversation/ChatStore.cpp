@@ -6,6 +6,7 @@
 #include "skills/MCPClient.h"
 #include "skills/WebSkillService.h"
 #include "system/BackgroundExecutionManager.h"
+#include "system/VariantLists.h"
 #include "voice/SpeechService.h"
 
 #include <QCoroTimer>
@@ -674,24 +675,15 @@ void ChatStore::setZenModels(QList<ZenModel> models)
 
 QVariantList ChatStore::messageList() const
 {
-    QVariantList list;
-    for (const ChatMessage &message : m_messages)
-        list.append(QVariant::fromValue(message));
-    return list;
+    return VariantLists::from(m_messages);
 }
 
 QVariantList ChatStore::visibleMessageList() const
 {
-    QVariantList list;
-    for (const ChatMessage &message : visibleMessages())
-        list.append(QVariant::fromValue(message));
-    return list;
+    return VariantLists::from(visibleMessages());
 }
 
 QVariantList ChatStore::zenModelList() const
 {
-    QVariantList list;
-    for (const ZenModel &model : m_zenModels)
-        list.append(QVariant::fromValue(model));
-    return list;
+    return VariantLists::from(m_zenModels);
 }

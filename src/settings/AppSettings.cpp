@@ -1,6 +1,7 @@
 #include "AppSettings.h"
 
 #include "PrivateFile.h"
+#include "system/VariantLists.h"
 
 #include <QJsonDocument>
 
@@ -367,11 +368,7 @@ bool AppSettings::setVoiceEngineRawValue(const QString &raw)
 
 QVariantList AppSettings::mcpServerList() const
 {
-    QVariantList list;
-    list.reserve(m_mcpServers.size());
-    for (const MCPServerConfig &server : m_mcpServers)
-        list.append(QVariant::fromValue(server));
-    return list;
+    return VariantLists::from(m_mcpServers);
 }
 
 QString AppSettings::systemPrompt(const QString &memorySummary) const

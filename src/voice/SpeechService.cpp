@@ -1,16 +1,6 @@
 #include "SpeechService.h"
 
-namespace {
-template<typename T>
-QVariantList toVariantList(const QList<T> &items)
-{
-    QVariantList list;
-    list.reserve(items.size());
-    for (const T &item : items)
-        list.append(QVariant::fromValue(item));
-    return list;
-}
-} // namespace
+#include "system/VariantLists.h"
 
 SpeechService::SpeechService(QObject *parent)
     : QObject(parent)
@@ -23,27 +13,27 @@ SpeechService::~SpeechService() = default;
 
 QVariantList SpeechService::googleVoiceList() const
 {
-    return toVariantList(m_googleVoices);
+    return VariantLists::from(m_googleVoices);
 }
 
 QVariantList SpeechService::azureVoiceList() const
 {
-    return toVariantList(m_azureVoices);
+    return VariantLists::from(m_azureVoices);
 }
 
 QVariantList SpeechService::elevenVoiceList() const
 {
-    return toVariantList(m_elevenVoices);
+    return VariantLists::from(m_elevenVoices);
 }
 
-#define KELO_SPEECH_SETTER(setter, member, signal)                                                           \
-    void SpeechService::setter(decltype(member) value)                                                       \
-    {                                                                                                        \
-        if (member == value)                                                                                 \
-            return;                                                                                          \
-        member = value;                                                                                      \
-        Q_EMIT signal();                                                                                     \
-        Q_EMIT changed();                                                                                    \
+#define KELO_SPEECH_SETTER(setter, member, signal)                                                                     \
+    void SpeechService::setter(decltype(member) value)                                                                 \
+    {                                                                                                                  \
+        if (member == value)                                                                                           \
+            return;                                                                                                    \
+        member = value;                                                                                                \
+        Q_EMIT signal();                                                                                               \
+        Q_EMIT changed();                                                                                              \
     }
 
 KELO_SPEECH_SETTER(setListening, m_isListening, isListeningChanged)

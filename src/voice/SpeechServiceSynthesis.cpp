@@ -8,6 +8,7 @@
 #include "net/KeloError.h"
 #include "settings/AppSettings.h"
 #include "system/BackgroundExecutionManager.h"
+#include "system/VariantLists.h"
 
 namespace {
 
@@ -380,10 +381,7 @@ QList<LocalVoice> SpeechService::romanianVoices() const
 
 QVariantList SpeechService::romanianVoiceList() const
 {
-    QVariantList list;
-    for (const LocalVoice &voice : romanianVoices())
-        list.append(QVariant::fromValue(voice));
-    return list;
+    return VariantLists::from(romanianVoices());
 }
 
 QString SpeechService::bestVoiceDescription() const

@@ -5,6 +5,7 @@
 #include "settings/AppSettings.h"
 #include "skills/MCPGalleryItem.h"
 #include "skills/MCPOAuthManager.h"
+#include "system/VariantLists.h"
 #include "ui/MCPServerListEditor.h"
 #include "voice/SpeechService.h"
 
@@ -24,10 +25,7 @@ CompanionActions::CompanionActions(ChatStore *store, QObject *parent)
 
 QVariantList CompanionActions::gallery() const
 {
-    QVariantList items;
-    for (const MCPGalleryItem &item : MCPGalleryItem::gallery())
-        items.append(QVariant::fromValue(item));
-    return items;
+    return VariantLists::from(MCPGalleryItem::gallery());
 }
 
 void CompanionActions::clearConversation()
