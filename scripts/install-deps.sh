@@ -4,8 +4,9 @@
 set -euo pipefail
 
 packages=(
-  # build
-  build-essential cmake ninja-build ccache pkg-config clang-format git
+  # build: clang 16 (g++ 12 miscompiles coroutines), its sanitizer and libFuzzer runtimes
+  build-essential cmake ninja-build ccache pkg-config clang-16 libclang-rt-16-dev libfuzzer-16-dev
+  clang-format-16 git
   # checks the sha512 of the whisper.cpp source tarball (scripts/prepare-whisper.sh)
   openssl
   # Qt core stack

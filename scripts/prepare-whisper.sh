@@ -11,7 +11,11 @@ integrity='sha512-ceoilUVraRuR5FnNyXpGQT2auAR48Oc3AQBEmkXnVpSn9iN6yVRzQBFCqVTGWb
 cache=${KELO_CACHE_DIR:-$HOME/.cache/kelo}
 prefix=${KELO_PREFIX_PATH:-$cache/prefix}
 stamp="$prefix/share/kelo/whisper.stamp"
-wanted="$package@$version $integrity"
+# The build options belong to the stamp: a cache built with other options is rebuilt.
+# OpenMP threads spin-wait and made recognition 5–20× slower on a busy machine; ggml's own pool does not.
+options=(-DGGML_OPENMP=${KELO_WHISPER_OPENMP:-OFF})
+compilers=(-DCMAKE_C_COMPILER=clang-16 -DCMAKE_CXX_COMPILER=clang++-16)
+wanted="$package@$version $integrity ${options[*]} ${compilers[*]}"
 
 if [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$wanted" ] && [ -f "$prefix/lib/cmake/whisper/whisper-config.cmake" ]; then
   exit 0
@@ -57,7 +61,7 @@ echo "kelo: se compilează whisper.cpp (static) în $prefix" >&2
 cmake -S "$src/package/cpp/whisper.cpp" -B "$build" "${generator[@]}" "${launcher[@]}" \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_POSITION_INDEPENDENT_CODE=ON \
   -DBUILD_SHARED_LIBS=OFF -DWHISPER_BUILD_TESTS=OFF -DWHISPER_BUILD_EXAMPLES=OFF \
-  -DWHISPER_BUILD_SERVER=OFF >/dev/null
+  -DWHISPER_BUILD_SERVER=OFF "${options[@]}" "${compilers[@]}" >/dev/null
 cmake --build "$build" -j"$(nproc)" >/dev/null
 cmake --install "$build" >/dev/null
 # The installed package config checks that its bin directory exists.
