@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 
 bash scripts/build.sh >&2
 build_dir=${KELO_BUILD_DIR:-build}
-if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ -x "$build_dir/src/app/kelo-companion" ]; then
-  exec "$build_dir/src/app/kelo-companion" "$@"
+if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ -x "$build_dir/bin/kelo-companion" ]; then
+  exec "$build_dir/bin/kelo-companion" "$@"
 fi
-exec "$build_dir/src/app/kelo" chat "$@"
+exec "$build_dir/bin/kelo" chat "$@"
