@@ -7,6 +7,8 @@ packages=(
   # build: clang 16 (g++ 12 miscompiles coroutines), its sanitizer and libFuzzer runtimes
   build-essential cmake ninja-build ccache pkg-config clang-16 libclang-rt-16-dev libfuzzer-16-dev
   clang-format-16 git
+  # the coroutine rules check (scripts/check-coroutines.py)
+  python3
   # checks the sha512 of the whisper.cpp source tarball (scripts/prepare-whisper.sh)
   openssl
   # Qt core stack

@@ -19,6 +19,10 @@ namespace {
 constexpr int historyLimit = 16;
 constexpr int lastToolRound = 3;
 constexpr qint64 mcpCacheSeconds = 600;
+constexpr qsizetype maxToolCallsPerRound = 8;
+// Tools of one turn together; each request also has its own deadline. Past this the model is asked
+// for its final answer.
+constexpr qint64 toolBudgetMs = 120'000;
 constexpr int temporaryStatusMs = 2500;
 constexpr int handsFreeDelayMs = 600;
 // Hands-free listening has no finger to lift: a pause after speech ends it, and a run in which
@@ -29,6 +33,8 @@ constexpr double speechLevel = 0.08;
 
 const QString forceInternetInstruction = QStringLiteral("Pentru această cerere folosește instrumentul kelo_web_search "
                                                         "înainte de răspuns, dacă întrebarea cere informație externă.");
+const QString toolBudgetSpentText
+    = QStringLiteral("Instrumentul nu a mai fost apelat: timpul acestei cereri s-a epuizat.");
 const QString finalAnswerInstruction
     = QStringLiteral("Returnează acum răspunsul final pentru utilizator, fără a mai apela instrumente.");
 
@@ -112,6 +118,8 @@ ChatStore::ChatStore(QObject *parent)
         publishDerivedState();
         Q_EMIT changed();
     });
+    // The next turn must offer the servers as they are now, not the cached tools.
+    connect(m_settings, &AppSettings::mcpServersChanged, this, &ChatStore::invalidateMCPBindings);
     m_speech->onAutomaticTranscript = [this](const QString &text) { onAutomaticTranscript(text); };
     m_speech->onPlaybackFinished = [this] { scheduleHandsFreeListening(); };
 
@@ -326,12 +334,21 @@ QCoro::Task<QString> ChatStore::runAgentTurn(QString)
     const QString key = m_settings->zenAPIKey();
     const QString model = m_settings->zenModelID();
 
+    QElapsedTimer turnClock;
+    turnClock.start();
     ZenAPIService::AssistantResult result = co_await m_zen->completeChat(key, model, messages, tools);
     for (int round = 0; !result.toolCalls.isEmpty(); ++round) {
+        // A reply may ask for thousands of calls; only the first few of a round are run (and echoed).
+        if (result.toolCalls.size() > maxToolCallsPerRound)
+            result.toolCalls.resize(maxToolCallsPerRound);
         messages.append(toolCallEcho(result));
-        for (const ZenToolCall &call : std::as_const(result.toolCalls))
-            messages.append(toolResultMessage(call.id, co_await executeToolCall(call, bindings)));
-        if (round == lastToolRound) {
+        for (const ZenToolCall &call : std::as_const(result.toolCalls)) {
+            QString output = toolBudgetSpentText;
+            if (turnClock.elapsed() < toolBudgetMs)
+                output = co_await executeToolCall(call, bindings);
+            messages.append(toolResultMessage(call.id, output));
+        }
+        if (round == lastToolRound || turnClock.elapsed() >= toolBudgetMs) {
             messages.append(chatMessage(QStringLiteral("system"), finalAnswerInstruction));
             result = co_await m_zen->completeChat(key, model, messages, tools);
             break;
@@ -393,26 +410,52 @@ QCoro::Task<QList<MCPToolBinding>> ChatStore::currentMCPBindings()
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
     if (m_toolsRefreshedAt && m_toolsRefreshedAt->secsTo(now) < mcpCacheSeconds)
-        co_return m_cachedMCPBindings;
+        co_return QList<MCPToolBinding>(m_cachedMCPBindings);
 
+    const QList<MCPServerConfig> enabled = enabledMCPServers();
+    if (enabled.isEmpty())
+        co_return QList<MCPToolBinding>();
+
+    // With nothing to ask there is nothing to sync, and no status to flash.
+    const QString syncing = QStringLiteral("Sincronizez skillurile…");
+    setToolStatus(syncing);
+    const quint64 generation = m_bindingsGeneration;
+    QList<MCPToolBinding> discovered = co_await m_mcp->discoverBindings(enabled);
+    if (m_toolStatus == syncing)
+        setToolStatus(std::nullopt);
+    if (generation != m_bindingsGeneration) {
+        // The server list changed while we asked: keep only what is still enabled, and cache nothing.
+        co_return bindingsOfEnabledServers(discovered);
+    }
+    m_cachedMCPBindings = discovered;
+    m_toolsRefreshedAt = QDateTime::currentDateTimeUtc();
+    co_return discovered;
+}
+
+QList<MCPServerConfig> ChatStore::enabledMCPServers() const
+{
     QList<MCPServerConfig> enabled;
     for (const MCPServerConfig &server : m_settings->mcpServers()) {
         if (server.enabled)
             enabled.append(server);
     }
-    // With nothing to ask there is nothing to sync, and no status to flash.
-    const QString syncing = QStringLiteral("Sincronizez skillurile…");
-    if (!enabled.isEmpty())
-        setToolStatus(syncing);
-    m_cachedMCPBindings = enabled.isEmpty() ? QList<MCPToolBinding>() : co_await m_mcp->discoverBindings(enabled);
-    m_toolsRefreshedAt = QDateTime::currentDateTimeUtc();
-    if (m_toolStatus == syncing)
-        setToolStatus(std::nullopt);
-    co_return m_cachedMCPBindings;
+    return enabled;
+}
+
+QList<MCPToolBinding> ChatStore::bindingsOfEnabledServers(const QList<MCPToolBinding> &bindings) const
+{
+    const QList<MCPServerConfig> enabled = enabledMCPServers();
+    QList<MCPToolBinding> kept;
+    for (const MCPToolBinding &binding : bindings) {
+        if (enabled.contains(binding.server))
+            kept.append(binding);
+    }
+    return kept;
 }
 
 void ChatStore::invalidateMCPBindings()
 {
+    ++m_bindingsGeneration;
     m_toolsRefreshedAt.reset();
     m_cachedMCPBindings.clear();
 }
@@ -479,7 +522,8 @@ void ChatStore::clearMemory()
 QCoro::Task<> ChatStore::refreshZenModels()
 {
     try {
-        setZenModels(co_await m_zen->fetchModels(m_settings->zenAPIKey()));
+        QList<ZenModel> models = co_await m_zen->fetchModels(m_settings->zenAPIKey());
+        setZenModels(std::move(models));
         setZenError(std::nullopt);
     } catch (...) {
         setZenError(friendlyError(std::current_exception()));

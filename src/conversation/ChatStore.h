@@ -137,6 +137,8 @@ private:
     QJsonArray buildConversationForAPI() const;
     QCoro::Task<QList<ZenToolDefinition>> toolDefinitionsForTurn(QList<MCPToolBinding> &bindings);
     QCoro::Task<QString> executeToolCall(ZenToolCall call, QList<MCPToolBinding> bindings);
+    QList<MCPServerConfig> enabledMCPServers() const;
+    QList<MCPToolBinding> bindingsOfEnabledServers(const QList<MCPToolBinding> &bindings) const;
     QString friendlyError(std::exception_ptr error) const;
     QCoro::Task<> refreshMemoryIfNeeded();
     void scheduleHandsFreeListening();
@@ -175,6 +177,9 @@ private:
 
     QList<MCPToolBinding> m_cachedMCPBindings;
     std::optional<QDateTime> m_toolsRefreshedAt;
+    // Bumped whenever the cached bindings stop being valid, so a discovery that was running then
+    // does not store what it found.
+    quint64 m_bindingsGeneration = 0;
     quint64 m_statusGeneration = 0;
     bool m_speaksAnswers = true;
     // The last turn came from the microphone, so the conversation may go on hands-free.

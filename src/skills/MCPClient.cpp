@@ -277,8 +277,10 @@ QCoro::Task<QList<MCPToolBinding>> MCPClient::discoverBindings(QList<MCPServerCo
             pending.push_back(discoverOne(server));
     }
     QList<MCPToolBinding> bindings;
-    for (auto &task : pending)
-        bindings.append(co_await std::move(task));
+    for (auto &task : pending) {
+        const QList<MCPToolBinding> found = co_await std::move(task);
+        bindings.append(found);
+    }
     co_return bindings;
 }
 

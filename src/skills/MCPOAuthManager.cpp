@@ -265,7 +265,8 @@ QCoro::Task<std::optional<OAuthProtectedResourceMetadata>> MCPOAuthManager::fetc
         if (metadata && !firstDecoded)
             firstDecoded = metadata;
     }
-    if (const auto advertised = co_await resourceMetadataFromChallenge(endpoint)) {
+    const auto advertised = co_await resourceMetadataFromChallenge(endpoint);
+    if (advertised) {
         const auto object = co_await fetchJSON(*advertised);
         if (object) {
             const auto metadata = OAuthProtectedResourceMetadata::fromJson(*object);
@@ -377,7 +378,7 @@ QCoro::Task<QString> MCPOAuthManager::exchangeCode(
     const auto token = object ? OAuthTokenResponse::fromJson(*object) : std::nullopt;
     if (!token || !token->accessToken || token->accessToken->isEmpty())
         throw MCPOAuthError(MCPOAuthError::tokenMissing);
-    co_return *token->accessToken;
+    co_return QString(*token->accessToken);
 }
 
 QCoro::Task<QString> MCPOAuthManager::runFlow(

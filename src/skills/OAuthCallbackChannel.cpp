@@ -101,7 +101,9 @@ QByteArray OAuthCallbackChannel::answer(const QByteArray &line)
     const QString state = QUrlQuery(url).queryItemValue(QStringLiteral("state"), QUrl::FullyDecoded);
     const bool take = usable && (verb == "force" || (verb == "offer" && m_pendingStates.contains(state)));
     if (take) {
-        Q_EMIT callbackReceived(url);
+        // Delivered after the answer is on its way: a flow that fails on this URL may end the
+        // process at once, and the handing side must not wait for an answer that never comes.
+        QMetaObject::invokeMethod(this, [this, url] { Q_EMIT callbackReceived(url); }, Qt::QueuedConnection);
         return "taken\n";
     }
     return "pending " + QByteArray::number(verb == "offer" ? m_pendingStates.size() : 0) + '\n';
@@ -120,6 +122,7 @@ void OAuthCallbackChannel::acceptConnections()
             const QByteArray reply = end < 0 ? QByteArray("pending 0\n") : answer(buffer->left(end));
             buffer->clear();
             socket->write(reply);
+            socket->flush();
             socket->disconnectFromServer();
         });
     }
@@ -151,11 +154,16 @@ QCoro::Task<ListenerAnswer> ask(QString socketPath, QByteArray request)
     }
     socket.write(request);
     QByteArray reply;
-    while (!reply.contains('\n') && reply.size() < 64) {
-        if (!co_await qCoro(socket).waitForReadyRead(handOffTimeoutMs))
+    // A listener that hangs up without answering ends the wait as well: waiting for more data on a
+    // closed socket returns at once, forever.
+    while (!reply.contains('\n') && reply.size() < 64 && socket.state() == QLocalSocket::ConnectedState) {
+        const bool ready = co_await qCoro(socket).waitForReadyRead(handOffTimeoutMs);
+        const QByteArray chunk = socket.readAll();
+        if (!ready && chunk.isEmpty())
             break;
-        reply += socket.readAll();
+        reply += chunk;
     }
+    reply += socket.readAll();
     socket.disconnectFromServer();
     result.reached = reply.contains('\n');
     result.taken = reply.startsWith("taken");

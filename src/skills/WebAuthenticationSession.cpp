@@ -60,7 +60,7 @@ QCoro::Task<QUrl> WebAuthenticationSession::start(QUrl authorizationURL, QString
     }
     finish();
     if (m_callback)
-        co_return *m_callback;
+        co_return QUrl(*m_callback);
     if (m_canceled)
         throw WebAuthenticationError(WebAuthenticationError::canceled);
     throw WebAuthenticationError(WebAuthenticationError::timedOut);

@@ -65,7 +65,8 @@ QCoro::Task<> SpeechService::startListening(bool preferOnDevice, bool autoSubmit
     Q_UNUSED(preferOnDevice)
     const quint64 generation = ++m_recognitionGeneration;
     try {
-        if (!co_await requestPermissions()) {
+        const bool permitted = co_await requestPermissions();
+        if (!permitted) {
             setLastError(SpeechRecognitionError::permissionText());
             co_return;
         }

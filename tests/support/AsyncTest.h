@@ -35,7 +35,8 @@ template<typename T> T await(QCoro::Task<T> task, int timeoutMs = 30'000)
                 co_await std::move(task);
                 result.emplace();
             } else {
-                result.emplace(co_await std::move(task));
+                T value = co_await std::move(task);
+                result.emplace(std::move(value));
             }
         } catch (...) {
             error = std::current_exception();

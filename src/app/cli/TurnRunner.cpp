@@ -34,7 +34,7 @@ QCoro::Task<TurnRunner::Outcome> TurnRunner::run(QString text)
 {
     m_lastOutcome = {};
     co_await m_store.send(text);
-    co_return m_lastOutcome;
+    co_return Outcome(m_lastOutcome);
 }
 
 QCoro::Task<bool> TurnRunner::talk(std::function<QCoro::Task<>()> released)
