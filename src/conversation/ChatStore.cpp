@@ -262,6 +262,8 @@ QCoro::Task<> ChatStore::send(std::optional<QString> text)
     appendMessage(ChatMessage::make(ChatMessage::Role::user, input));
     m_memory->persist(m_messages);
     setThinking(true);
+    // A server switched on or off by another Kelo process counts from this turn on.
+    m_settings->reloadMcpServers();
     m_backgroundExecution->begin(QStringLiteral("Kelo response"));
 
     std::optional<QString> answer;

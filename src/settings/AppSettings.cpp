@@ -342,6 +342,13 @@ void AppSettings::setMcpServers(const QList<MCPServerConfig> &servers)
     announce(&AppSettings::mcpServersChanged);
 }
 
+void AppSettings::reloadMcpServers()
+{
+    m_defaults.sync();
+    if (assign(m_mcpServers, readServers(m_defaults)))
+        announce(&AppSettings::mcpServersChanged);
+}
+
 bool AppSettings::setPersonalityRawValue(const QString &raw)
 {
     const auto preset = Presets::personalityFromRawValue(raw);

@@ -103,7 +103,8 @@ QByteArray OAuthCallbackChannel::answer(const QByteArray &line)
     if (take) {
         // Delivered after the answer is on its way: a flow that fails on this URL may end the
         // process at once, and the handing side must not wait for an answer that never comes.
-        QMetaObject::invokeMethod(this, [this, url] { Q_EMIT callbackReceived(url); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, url] { Q_EMIT callbackReceived(url); }, Qt::QueuedConnection);
         return "taken\n";
     }
     return "pending " + QByteArray::number(verb == "offer" ? m_pendingStates.size() : 0) + '\n';
