@@ -13,8 +13,10 @@ QString cleanForSpeech(const QString &text)
     static const QRegularExpression reasoning(QStringLiteral("(?is)<think>.*?</think>|<analysis>.*?</analysis>"));
     static const QRegularExpression markdownLink(QStringLiteral("\\[([^\\]]+)\\]\\([^\\)]+\\)"));
     static const QRegularExpression markup(QStringLiteral("[#*_>|]"));
-    static const QRegularExpression webAddress(QStringLiteral("https?://\\S+"));
-    static const QRegularExpression whiteSpace(QStringLiteral("\\s+"));
+    // Unicode white space: a no-break space after an address ends it like any other space.
+    static const QRegularExpression webAddress(
+        QStringLiteral("https?://\\S+"), QRegularExpression::UseUnicodePropertiesOption);
+    static const QRegularExpression whiteSpace(QStringLiteral("\\s+"), QRegularExpression::UseUnicodePropertiesOption);
 
     QString cleaned = text;
     cleaned.replace(reasoning, QString());

@@ -34,6 +34,8 @@ private Q_SLOTS:
                                                               << "unu doi";
         QTest::newRow("underscores inside an address are blanked before it is recognised") << "http://a.ro/x_y"
                                                                                            << "link y";
+        QTest::newRow("a no-break space ends an address, and collapses") << u"Vezi https://a.ro\u00a0acum\u2003gata."_qs
+                                                                         << "Vezi link acum gata.";
         QTest::newRow("only reasoning") << "<think>doar gânduri</think>"
                                         << "";
         QTest::newRow("only markup") << "### *** ___ |||"
