@@ -221,6 +221,54 @@ private Q_SLOTS:
         QCOMPARE(store.messages().constLast().text, QStringLiteral("Gata, fără instrumente."));
     }
 
+    void aReplyAskingForThousandsOfToolsRunsOnlyTheFirstFew()
+    {
+        QJsonArray calls;
+        for (int i = 0; i < 20'000; ++i)
+            calls.append(toolCall(QString::number(i), QStringLiteral("nu_exista"), {}));
+        answerWith({ completion(QString(), calls), completion(QStringLiteral("Am terminat.")) });
+        ChatStore store;
+
+        AsyncTest::await(store.send(QStringLiteral("Folosește instrumente")));
+
+        const QJsonArray second = sentMessages(chatRequests().last());
+        QCOMPARE(roles(second).count(QStringLiteral("tool")), 8);
+        QCOMPARE(second.at(second.size() - 9)[QStringLiteral("tool_calls")].toArray().size(), 8);
+        QCOMPARE(store.messages().constLast().text, QStringLiteral("Am terminat."));
+    }
+
+    // A server switched off while its tools are being discovered: that discovery is not kept.
+    void aServerSwitchedOffMidDiscoveryIsNotCached()
+    {
+        FakeHttpServer mcp;
+        mcp.on("POST", QStringLiteral("/mcp"), [](const FakeHttpServer::Request &request) {
+            const QJsonObject call = request.json();
+            const QString method = call[QStringLiteral("method")].toString();
+            if (method.startsWith(QStringLiteral("notifications/")))
+                return Reply::text({}, 202);
+            const QJsonObject tool { { QStringLiteral("name"), QStringLiteral("echo") } };
+            Reply reply = Reply::json(QJsonObject { { QStringLiteral("jsonrpc"), QStringLiteral("2.0") },
+                { QStringLiteral("id"), call[QStringLiteral("id")] },
+                { QStringLiteral("result"), QJsonObject { { QStringLiteral("tools"), QJsonArray { tool } } } } });
+            reply.delayMs = method == QStringLiteral("tools/list") ? 500 : 0;
+            return reply;
+        });
+        ChatStore store;
+        MCPServerConfig server { QUuid::createUuid(), QStringLiteral("Lent"), mcp.baseUrl() + QStringLiteral("/mcp") };
+        store.settings()->setMcpServers({ server });
+        QCOMPARE(AsyncTest::await(store.currentMCPBindings()).size(), 1);
+        store.invalidateMCPBindings();
+
+        auto discovery = store.currentMCPBindings();
+        QTRY_COMPARE(mcp.requests().constLast().json()[QStringLiteral("method")].toString(), QStringLiteral("tools/list"));
+        server.enabled = false;
+        store.settings()->setMcpServers({ server });
+        QCOMPARE(AsyncTest::await(std::move(discovery)).size(), 0);
+        const qsizetype asked = mcp.requests().size();
+        QCOMPARE(AsyncTest::await(store.currentMCPBindings()).size(), 0);
+        QCOMPARE(mcp.requests().size(), asked);
+    }
+
     void missingToolArgumentsAreReportedToTheModel()
     {
         answerWith({
