@@ -1,0 +1,27 @@
+#pragma once
+
+#include "KeloError.h"
+
+#include <QString>
+
+// A header value (often an API key or a token) holds control characters: sent as is, a line break
+// would smuggle extra header lines to the server, so the request is never made.
+class HeaderValueError : public KeloError
+{
+public:
+    explicit HeaderValueError(QString headerName)
+        : m_headerName(std::move(headerName))
+    { }
+
+    QString headerName() const { return m_headerName; }
+
+    QString description() const override
+    {
+        return QStringLiteral("Valoarea antetului „%1” conține caractere de control (de exemplu un rând nou), "
+                              "așa că cererea nu a fost trimisă. Verifică cheia sau tokenul din setări.")
+            .arg(m_headerName);
+    }
+
+private:
+    QString m_headerName;
+};
