@@ -21,11 +21,13 @@ class AppSettings : public QObject
     Q_PROPERTY(QString zenModelID READ zenModelID WRITE setZenModelID NOTIFY zenModelIDChanged)
     Q_PROPERTY(QString zenAPIKey READ zenAPIKey WRITE setZenAPIKey NOTIFY zenAPIKeyChanged)
     Q_PROPERTY(QString personality READ personalityRawValue WRITE setPersonalityRawValue NOTIFY personalityChanged)
-    Q_PROPERTY(QString responseLength READ responseLengthRawValue WRITE setResponseLengthRawValue NOTIFY responseLengthChanged)
+    Q_PROPERTY(
+        QString responseLength READ responseLengthRawValue WRITE setResponseLengthRawValue NOTIFY responseLengthChanged)
     Q_PROPERTY(QString customPrompt READ customPrompt WRITE setCustomPrompt NOTIFY customPromptChanged)
     Q_PROPERTY(bool autoSpeak READ autoSpeak WRITE setAutoSpeak NOTIFY autoSpeakChanged)
     Q_PROPERTY(bool internetEnabled READ internetEnabled WRITE setInternetEnabled NOTIFY internetEnabledChanged)
-    Q_PROPERTY(bool preferOnDeviceSpeech READ preferOnDeviceSpeech WRITE setPreferOnDeviceSpeech NOTIFY preferOnDeviceSpeechChanged)
+    Q_PROPERTY(bool preferOnDeviceSpeech READ preferOnDeviceSpeech WRITE setPreferOnDeviceSpeech NOTIFY
+            preferOnDeviceSpeechChanged)
     Q_PROPERTY(double voiceRate READ voiceRate WRITE setVoiceRate NOTIFY voiceRateChanged)
     Q_PROPERTY(QString voiceIdentifier READ voiceIdentifier WRITE setVoiceIdentifier NOTIFY voiceIdentifierChanged)
     Q_PROPERTY(QString voiceEngine READ voiceEngineRawValue WRITE setVoiceEngineRawValue NOTIFY voiceEngineChanged)
@@ -36,7 +38,8 @@ class AppSettings : public QObject
     Q_PROPERTY(QString azureVoiceName READ azureVoiceName WRITE setAzureVoiceName NOTIFY azureVoiceNameChanged)
     Q_PROPERTY(QString elevenVoiceID READ elevenVoiceID WRITE setElevenVoiceID NOTIFY elevenVoiceIDChanged)
     Q_PROPERTY(QString elevenAPIKey READ elevenAPIKey WRITE setElevenAPIKey NOTIFY elevenAPIKeyChanged)
-    Q_PROPERTY(bool backgroundConversationEnabled READ backgroundConversationEnabled WRITE setBackgroundConversationEnabled NOTIFY backgroundConversationEnabledChanged)
+    Q_PROPERTY(bool backgroundConversationEnabled READ backgroundConversationEnabled WRITE
+            setBackgroundConversationEnabled NOTIFY backgroundConversationEnabledChanged)
     Q_PROPERTY(bool memoryEnabled READ memoryEnabled WRITE setMemoryEnabled NOTIFY memoryEnabledChanged)
     Q_PROPERTY(bool autoSkillsEnabled READ autoSkillsEnabled WRITE setAutoSkillsEnabled NOTIFY autoSkillsEnabledChanged)
     Q_PROPERTY(QVariantList mcpServers READ mcpServerList NOTIFY mcpServersChanged)
@@ -44,6 +47,15 @@ class AppSettings : public QObject
     Q_PROPERTY(bool secretsInFile READ secretsInFile CONSTANT)
 
 public:
+    // The local voice's rate on the phone scale (0.5 = normal); the synthesiser clamps to it anyway.
+    static constexpr double minimumVoiceRate = 0.4;
+    static constexpr double maximumVoiceRate = 0.52;
+
+    // Why a value cannot be stored in the named setting (Romanian, for the user), or nothing when it
+    // can: keys with control characters, rates that are not finite or out of range. The setters
+    // ignore keys and rates that are not finite and clamp the others; the command line refuses them.
+    static std::optional<QString> invalidValueReason(const QString &property, const QVariant &value);
+
     // Loads every value from QSettings ("Kelo"/"KeloCompanion", INI, mode 0600) and the keychain.
     explicit AppSettings(QObject *parent = nullptr);
     ~AppSettings() override;
@@ -138,6 +150,9 @@ Q_SIGNALS:
     void changed();
 
 private:
+    // Stores a keychain credential unless it holds control characters (it would break the header it
+    // is sent in).
+    void assignSecret(QString &member, const QString &value, const QString &account, void (AppSettings::*signal)());
     void persistServers();
     // Writes one value to the settings file at once and keeps the file private.
     void persist(const QString &key, const QVariant &value);
