@@ -185,7 +185,8 @@ void FakeHttpServer::answer(std::shared_ptr<QHttpServerResponder> responder, con
         for (qsizetype i = 0; i <= last; ++i) {
             const QByteArray chunk = i < reply.chunks.size() ? reply.chunks.at(i) : QByteArray();
             const QByteArray framed = QByteArray::number(chunk.size(), 16) + "\r\n" + chunk + "\r\n";
-            QTimer::singleShot(reply.chunkIntervalMs * i, self, [responder, socket, framed] {
+            // Precise: coarse timers may fire 5 % early or late and swap neighbouring chunks.
+            QTimer::singleShot(reply.chunkIntervalMs * i, Qt::PreciseTimer, self, [responder, socket, framed] {
                 if (socket && socket->state() == QAbstractSocket::ConnectedState)
                     responder->writeBody(framed);
             });
