@@ -9,18 +9,10 @@
 class HeaderValueError : public KeloError
 {
 public:
-    explicit HeaderValueError(QString headerName)
-        : m_headerName(std::move(headerName))
-    { }
+    explicit HeaderValueError(QString headerName);
 
     QString headerName() const { return m_headerName; }
-
-    QString description() const override
-    {
-        return QStringLiteral("Valoarea antetului „%1” conține caractere de control (de exemplu un rând nou), "
-                              "așa că cererea nu a fost trimisă. Verifică cheia sau tokenul din setări.")
-            .arg(m_headerName);
-    }
+    QString description() const override;
 
 private:
     QString m_headerName;
