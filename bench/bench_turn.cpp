@@ -52,6 +52,7 @@ int main(int argc, char *argv[])
     ScopedEnvironment zen("KELO_ZEN_BASE_URL", service.baseUrl());
     ScopedEnvironment wiki("KELO_WIKIPEDIA_BASE_URL", service.baseUrl());
     ScopedEnvironment key("KELO_ZEN_API_KEY", QStringLiteral("bench"));
+    ScopedEnvironment loopbackPages("KELO_FETCH_ALLOW_PRIVATE", QStringLiteral("1"));
 
     const QString page = service.baseUrl() + QStringLiteral("/pagina");
     QByteArray html = "<html><head><style>p{color:red}</style><script>var x = 1;</script></head><body>";

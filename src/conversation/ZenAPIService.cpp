@@ -2,6 +2,7 @@
 
 #include "ZenAPIError.h"
 #include "net/Endpoints.h"
+#include "net/HeaderValues.h"
 #include "net/HttpClient.h"
 #include "net/HttpStatus.h"
 #include "net/JsonSupport.h"
@@ -16,8 +17,12 @@
 
 namespace {
 
+// A completion is not streamed: the service is silent while the model writes, so the inactivity
+// limit bounds the thinking and the deadline adds what the few kilobytes of the answer need.
 constexpr int chatTimeoutMs = 90'000;
+constexpr int chatDeadlineMs = 120'000;
 constexpr int modelListTimeoutMs = 30'000;
+constexpr int modelListDeadlineMs = 45'000;
 // A completion or a model list is a few kilobytes; anything near this is not a real answer.
 constexpr qint64 maxReplyBytes = 8 * 1024 * 1024;
 constexpr qsizetype maxErrorBodyCharacters = 500;
@@ -36,17 +41,18 @@ QString trimmedKeyOrThrow(const QString &apiKey)
 QNetworkRequest makeRequest(const QString &url, const QString &key, bool hasBody)
 {
     QNetworkRequest request { QUrl(url) };
-    request.setRawHeader("Authorization", "Bearer " + key.toUtf8());
+    HeaderValues::set(request, "Authorization", "Bearer " + key.toUtf8());
     request.setRawHeader("Accept", "application/json");
     if (hasBody)
         request.setRawHeader("Content-Type", "application/json");
     return request;
 }
 
-HttpClient::Options optionsWithTimeout(int timeoutMs)
+HttpClient::Options optionsWithLimits(int timeoutMs, int deadlineMs)
 {
     HttpClient::Options options;
     options.timeoutMs = timeoutMs;
+    options.deadlineMs = deadlineMs;
     options.maxBodyBytes = maxReplyBytes;
     return options;
 }
@@ -288,8 +294,8 @@ ZenAPIService::~ZenAPIService() = default;
 QCoro::Task<QList<ZenModel>> ZenAPIService::fetchModels(QString apiKey)
 {
     const QString key = trimmedKeyOrThrow(apiKey);
-    const HttpReply reply = co_await m_http->get(
-        makeRequest(m_baseURL + QStringLiteral("/models"), key, false), optionsWithTimeout(modelListTimeoutMs));
+    const HttpReply reply = co_await m_http->get(makeRequest(m_baseURL + QStringLiteral("/models"), key, false),
+        optionsWithLimits(modelListTimeoutMs, modelListDeadlineMs));
 
     QList<ZenModel> models;
     for (const QJsonValue &entry : modelArray(replyObject(reply))) {
@@ -322,7 +328,7 @@ QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(
     }
     const HttpReply reply
         = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/chat/completions"), key, true),
-            JsonSupport::compact(body), optionsWithTimeout(chatTimeoutMs));
+            JsonSupport::compact(body), optionsWithLimits(chatTimeoutMs, chatDeadlineMs));
 
     const QJsonValue choices = replyObject(reply).value(QLatin1String("choices"));
     const QJsonValue message = choices.toArray().at(0).toObject().value(QLatin1String("message"));
@@ -340,7 +346,7 @@ QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeResponses(
     const QJsonObject body { { QStringLiteral("model"), modelID },
         { QStringLiteral("input"), responsesInput(messages) } };
     const HttpReply reply = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/responses"), key, true),
-        JsonSupport::compact(body), optionsWithTimeout(chatTimeoutMs));
+        JsonSupport::compact(body), optionsWithLimits(chatTimeoutMs, chatDeadlineMs));
     co_return AssistantResult { responsesText(replyObject(reply)), {} };
 }
 

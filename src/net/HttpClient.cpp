@@ -1,11 +1,14 @@
 #include "HttpClient.h"
 
+#include "HeaderValues.h"
+#include "HttpRedirect.h"
 #include "URLError.h"
 
 #include <QCoroNetworkReply>
+#include <QDeadlineTimer>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QPointer>
+#include <QTimer>
 
 namespace {
 
@@ -26,51 +29,60 @@ struct Download
     bool endedEarly = false;
 };
 
-} // namespace
-
-HttpClient::HttpClient(QObject *parent)
-    : QObject(parent)
-    , m_manager(new QNetworkAccessManager(this))
+QDeadlineTimer deadlineFor(const HttpClient::Options &options)
 {
+    const int deadlineMs = options.deadlineMs.value_or(2 * options.timeoutMs);
+    return deadlineMs > 0 ? QDeadlineTimer(deadlineMs) : QDeadlineTimer(QDeadlineTimer::Forever);
 }
 
-QCoro::Task<HttpReply> HttpClient::get(QNetworkRequest request, Options options)
-{
-    return send("GET", std::move(request), {}, std::move(options));
-}
-
-QCoro::Task<HttpReply> HttpClient::post(QNetworkRequest request, QByteArray body, Options options)
-{
-    return send("POST", std::move(request), std::move(body), std::move(options));
-}
-
-QCoro::Task<HttpReply> HttpClient::send(QByteArray verb, QNetworkRequest request, QByteArray body, Options options)
+void checkBeforeSending(const QNetworkRequest &request)
 {
     const QUrl url = request.url();
     if (!url.isValid() || url.scheme().isEmpty() || url.host().isEmpty())
         throw URLError(URLError::badURL, url.toString());
+    HeaderValues::checkAll(request);
+}
 
+// Ends the reply when the overall deadline passes; Qt then reports a cancellation, as for its own
+// inactivity time-out.
+void abortAtDeadline(QNetworkReply *reply, QDeadlineTimer deadline)
+{
+    if (deadline.isForever())
+        return;
+    auto *timer = new QTimer(reply);
+    timer->setSingleShot(true);
+    QObject::connect(timer, &QTimer::timeout, reply, &QNetworkReply::abort);
+    timer->start(std::chrono::milliseconds(std::max<qint64>(0, deadline.remainingTime())));
+}
+
+// One request and its answer, without following redirects.
+QCoro::Task<HttpReply> exchange(QNetworkAccessManager *manager, const HttpRedirect::Hop &hop,
+    const HttpClient::Options &options, QDeadlineTimer deadline)
+{
+    QNetworkRequest request = hop.request;
     request.setTransferTimeout(options.timeoutMs);
-    QNetworkReply *reply = m_manager->sendCustomRequest(request, verb, body);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    QNetworkReply *reply = manager->sendCustomRequest(request, hop.verb, hop.body);
+    abortAtDeadline(reply, deadline);
 
     auto download = std::make_shared<Download>();
     QObject::connect(reply, &QNetworkReply::readyRead, reply,
-                     [reply, download, limit = options.maxBodyBytes, cut = options.truncateAtLimit,
-                      isComplete = options.isComplete] {
-        if (download->endedEarly)
-            return;
-        download->body += reply->readAll();
-        if (download->body.size() > limit) {
-            download->truncated = true;
-            download->tooLarge = !cut;
-            download->body.truncate(limit);
-            download->endedEarly = true;
-            reply->abort();
-        } else if (isComplete && isComplete(download->body)) {
-            download->endedEarly = true;
-            reply->abort();
-        }
-    });
+        [reply, download, limit = options.maxBodyBytes, cut = options.truncateAtLimit,
+            isComplete = options.isComplete] {
+            if (download->endedEarly)
+                return;
+            download->body += reply->readAll();
+            if (download->body.size() > limit) {
+                download->truncated = true;
+                download->tooLarge = !cut;
+                download->body.truncate(limit);
+                download->endedEarly = true;
+                reply->abort();
+            } else if (isComplete && isComplete(download->body)) {
+                download->endedEarly = true;
+                reply->abort();
+            }
+        });
 
     co_await reply;
     reply->deleteLater();
@@ -84,7 +96,8 @@ QCoro::Task<HttpReply> HttpClient::send(QByteArray verb, QNetworkRequest request
     const QNetworkReply::NetworkError error = reply->error();
     const bool transportFailed = error != QNetworkReply::NoError && !isHttpStatusError(error) && !download->endedEarly;
     if (transportFailed) {
-        // Qt reports its own transfer time-out as a cancellation; we never cancel otherwise.
+        // Qt reports its own transfer time-out as a cancellation, and the deadline aborts; we never
+        // cancel otherwise.
         if (error == QNetworkReply::OperationCanceledError)
             throw URLError(URLError::timedOut, reply->errorString());
         throw URLError::fromNetworkError(error, reply->errorString());
@@ -96,4 +109,42 @@ QCoro::Task<HttpReply> HttpClient::send(QByteArray verb, QNetworkRequest request
     result.truncated = download->truncated;
     result.headers = reply->rawHeaderPairs();
     co_return result;
+}
+
+} // namespace
+
+HttpClient::HttpClient(QObject *parent)
+    : QObject(parent)
+    , m_manager(new QNetworkAccessManager(this))
+{ }
+
+QCoro::Task<HttpReply> HttpClient::get(QNetworkRequest request, Options options)
+{
+    return send("GET", std::move(request), {}, std::move(options));
+}
+
+QCoro::Task<HttpReply> HttpClient::post(QNetworkRequest request, QByteArray body, Options options)
+{
+    return send("POST", std::move(request), std::move(body), std::move(options));
+}
+
+QCoro::Task<HttpReply> HttpClient::send(QByteArray verb, QNetworkRequest request, QByteArray body, Options options)
+{
+    const QDeadlineTimer deadline = deadlineFor(options);
+    HttpRedirect::Hop hop { std::move(verb), std::move(request), std::move(body) };
+    for (int redirects = 0;; ++redirects) {
+        checkBeforeSending(hop.request);
+        if (options.beforeEachHop)
+            co_await options.beforeEachHop(hop.request.url());
+        if (deadline.hasExpired())
+            throw URLError(URLError::timedOut);
+
+        HttpReply reply = co_await exchange(m_manager, hop, options, deadline);
+        std::optional<HttpRedirect::Hop> next = HttpRedirect::next(hop, reply.status, reply.header("Location"));
+        if (!next)
+            co_return reply;
+        if (redirects == HttpRedirect::maxRedirects)
+            throw URLError(URLError::httpTooManyRedirects);
+        hop = std::move(*next);
+    }
 }

@@ -5,14 +5,17 @@
 #include <QCoroTask>
 #include <QNetworkRequest>
 #include <QObject>
+#include <QUrl>
 
 #include <functional>
+#include <optional>
 
 class QNetworkAccessManager;
 
-// The one way Kelo's services talk HTTP: per-request time-outs, a cap on what a server may send,
-// and transport failures turned into URLError. HTTP error statuses are *not* failures here; each
-// service reads them according to its own protocol.
+// The one way Kelo's services talk HTTP: an inactivity time-out and an overall deadline per
+// request, redirects followed by our own rules (HttpRedirect), header values free of control
+// characters, a cap on what a server may send, and transport failures turned into URLError. HTTP
+// error statuses are *not* failures here; each service reads them according to its own protocol.
 class HttpClient : public QObject
 {
     Q_OBJECT
@@ -22,6 +25,9 @@ public:
     {
         // Inactivity time-out, like a URL session's request time-out.
         int timeoutMs = 30'000;
+        // The whole exchange, redirects included, ends with URLError::timedOut after this long, however
+        // steadily a server drips bytes or keep-alives. Unset: twice the inactivity time-out; 0: none.
+        std::optional<int> deadlineMs;
         // Bodies beyond this are refused (or cut, with truncateAtLimit), so a hostile server cannot
         // fill the memory.
         qint64 maxBodyBytes = 32 * 1024 * 1024;
@@ -29,6 +35,9 @@ public:
         // Called with the body received so far; returning true ends the download early with what
         // has arrived (used for event streams that stay open after the answer).
         std::function<bool(const QByteArray &)> isComplete;
+        // Awaited before the first request and before every redirect hop; throwing refuses the hop
+        // (used to keep the page reader away from private addresses).
+        std::function<QCoro::Task<>(QUrl)> beforeEachHop;
     };
 
     explicit HttpClient(QObject *parent = nullptr);

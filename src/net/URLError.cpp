@@ -3,8 +3,7 @@
 URLError::URLError(Code code, QString detail)
     : m_code(code)
     , m_detail(std::move(detail))
-{
-}
+{ }
 
 QString URLError::description() const
 {
@@ -31,6 +30,11 @@ QString URLError::description() const
         return QStringLiteral("Cererea a fost anulată.");
     case dataLengthExceedsMaximum:
         return QStringLiteral("Răspunsul serverului este prea mare.");
+    case httpTooManyRedirects:
+        return QStringLiteral("Serverul a redirecționat cererea de prea multe ori.");
+    case appTransportSecurityRequiresSecureConnection:
+        return QStringLiteral("Serverul a vrut să mute cererea de pe o conexiune securizată (https) pe una "
+                              "nesecurizată (http); am refuzat.");
     case unknown:
         break;
     }

@@ -20,6 +20,9 @@ public:
         secureConnectionFailed,
         cancelled,
         dataLengthExceedsMaximum,
+        httpTooManyRedirects,
+        // A redirect from https to plain http.
+        appTransportSecurityRequiresSecureConnection,
         unknown,
     };
 

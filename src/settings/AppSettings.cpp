@@ -1,10 +1,12 @@
 #include "AppSettings.h"
 
 #include "PrivateFile.h"
+#include "net/HeaderValues.h"
 #include "system/VariantLists.h"
 
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -37,6 +39,7 @@ const QString zenAPIKey = QStringLiteral("zenAPIKey");
 const QString googleTTSAPIKey = QStringLiteral("googleTTSAPIKey");
 const QString azureSpeechKey = QStringLiteral("azureSpeechKey");
 const QString elevenAPIKey = QStringLiteral("elevenAPIKey");
+const QStringList all { zenAPIKey, googleTTSAPIKey, azureSpeechKey, elevenAPIKey };
 } // namespace Account
 
 // Set (non-empty) for headless runs: the Zen key to use instead of the stored one. It is never
@@ -146,7 +149,7 @@ AppSettings::AppSettings(QObject *parent)
     m_autoSpeak = readBool(m_defaults, Key::autoSpeak, true);
     m_internetEnabled = readBool(m_defaults, Key::internetEnabled, true);
     m_preferOnDeviceSpeech = readBool(m_defaults, Key::preferOnDeviceSpeech, true);
-    m_voiceRate = readDouble(m_defaults, Key::voiceRate, 0.45);
+    m_voiceRate = std::clamp(readDouble(m_defaults, Key::voiceRate, 0.45), minimumVoiceRate, maximumVoiceRate);
     m_voiceIdentifier = readString(m_defaults, Key::voiceIdentifier, QString());
     m_voiceEngine
         = readPreset(m_defaults, Key::voiceEngine, &Presets::voiceEngineFromRawValue, VoiceEnginePreset::appleLocal);
@@ -166,6 +169,33 @@ AppSettings::AppSettings(QObject *parent)
 
 AppSettings::~AppSettings() = default;
 
+std::optional<QString> AppSettings::invalidValueReason(const QString &property, const QVariant &value)
+{
+    if (Account::all.contains(property) && HeaderValues::hasControlCharacters(value.toString()))
+        return QStringLiteral("Cheia pentru %1 conține caractere de control (de exemplu un rând nou) și nu a fost "
+                              "salvată. Copiază doar cheia, pe un singur rând.")
+            .arg(property);
+    if (property == Key::voiceRate) {
+        const double rate = value.toDouble();
+        if (!std::isfinite(rate) || rate < minimumVoiceRate || rate > maximumVoiceRate)
+            return QStringLiteral("voiceRate acceptă un număr între 0.4 și 0.52 (0.5 este viteza normală).");
+    }
+    return std::nullopt;
+}
+
+void AppSettings::assignSecret(
+    QString &member, const QString &value, const QString &account, void (AppSettings::*signal)())
+{
+    if (HeaderValues::hasControlCharacters(value)) {
+        qWarning("Cheia pentru %s conține caractere de control și nu a fost salvată.", qPrintable(account));
+        return;
+    }
+    if (!assign(member, value))
+        return;
+    m_secureStore.write(value, account);
+    announce(signal);
+}
+
 void AppSettings::setZenModelID(const QString &value)
 {
     if (!assign(m_zenModelID, value))
@@ -176,10 +206,7 @@ void AppSettings::setZenModelID(const QString &value)
 
 void AppSettings::setZenAPIKey(const QString &value)
 {
-    if (!assign(m_zenAPIKey, value))
-        return;
-    m_secureStore.write(value, Account::zenAPIKey);
-    announce(&AppSettings::zenAPIKeyChanged);
+    assignSecret(m_zenAPIKey, value, Account::zenAPIKey, &AppSettings::zenAPIKeyChanged);
 }
 
 void AppSettings::setPersonality(PersonalityPreset value)
@@ -232,6 +259,9 @@ void AppSettings::setPreferOnDeviceSpeech(bool value)
 
 void AppSettings::setVoiceRate(double value)
 {
+    if (!std::isfinite(value))
+        return;
+    value = std::clamp(value, minimumVoiceRate, maximumVoiceRate);
     if (!assign(m_voiceRate, value))
         return;
     persist(Key::voiceRate, value);
@@ -256,10 +286,7 @@ void AppSettings::setVoiceEngine(VoiceEnginePreset value)
 
 void AppSettings::setGoogleTTSAPIKey(const QString &value)
 {
-    if (!assign(m_googleTTSAPIKey, value))
-        return;
-    m_secureStore.write(value, Account::googleTTSAPIKey);
-    announce(&AppSettings::googleTTSAPIKeyChanged);
+    assignSecret(m_googleTTSAPIKey, value, Account::googleTTSAPIKey, &AppSettings::googleTTSAPIKeyChanged);
 }
 
 void AppSettings::setGoogleVoiceName(const QString &value)
@@ -272,10 +299,7 @@ void AppSettings::setGoogleVoiceName(const QString &value)
 
 void AppSettings::setAzureSpeechKey(const QString &value)
 {
-    if (!assign(m_azureSpeechKey, value))
-        return;
-    m_secureStore.write(value, Account::azureSpeechKey);
-    announce(&AppSettings::azureSpeechKeyChanged);
+    assignSecret(m_azureSpeechKey, value, Account::azureSpeechKey, &AppSettings::azureSpeechKeyChanged);
 }
 
 void AppSettings::setAzureRegion(const QString &value)
@@ -304,10 +328,7 @@ void AppSettings::setElevenVoiceID(const QString &value)
 
 void AppSettings::setElevenAPIKey(const QString &value)
 {
-    if (!assign(m_elevenAPIKey, value))
-        return;
-    m_secureStore.write(value, Account::elevenAPIKey);
-    announce(&AppSettings::elevenAPIKeyChanged);
+    assignSecret(m_elevenAPIKey, value, Account::elevenAPIKey, &AppSettings::elevenAPIKeyChanged);
 }
 
 void AppSettings::setBackgroundConversationEnabled(bool value)

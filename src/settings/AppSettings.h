@@ -47,6 +47,15 @@ class AppSettings : public QObject
     Q_PROPERTY(bool secretsInFile READ secretsInFile CONSTANT)
 
 public:
+    // The local voice's rate on the phone scale (0.5 = normal); the synthesiser clamps to it anyway.
+    static constexpr double minimumVoiceRate = 0.4;
+    static constexpr double maximumVoiceRate = 0.52;
+
+    // Why a value cannot be stored in the named setting (Romanian, for the user), or nothing when it
+    // can: keys with control characters, rates that are not finite or out of range. The setters
+    // ignore keys and rates that are not finite and clamp the others; the command line refuses them.
+    static std::optional<QString> invalidValueReason(const QString &property, const QVariant &value);
+
     // Loads every value from QSettings ("Kelo"/"KeloCompanion", INI, mode 0600) and the keychain.
     explicit AppSettings(QObject *parent = nullptr);
     ~AppSettings() override;
@@ -144,6 +153,9 @@ Q_SIGNALS:
     void changed();
 
 private:
+    // Stores a keychain credential unless it holds control characters (it would break the header it
+    // is sent in).
+    void assignSecret(QString &member, const QString &value, const QString &account, void (AppSettings::*signal)());
     void persistServers();
     // Writes one value to the settings file at once and keeps the file private.
     void persist(const QString &key, const QVariant &value);

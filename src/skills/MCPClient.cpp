@@ -1,6 +1,7 @@
 #include "MCPClient.h"
 
 #include "MCPError.h"
+#include "net/HeaderValues.h"
 #include "net/HttpClient.h"
 
 #include <QJsonArray>
@@ -99,6 +100,7 @@ MCPClient::MCPClient(int timeoutMs, QObject *parent)
     : QObject(parent)
     , m_http(new HttpClient(this))
     , m_timeoutMs(timeoutMs)
+    , m_deadlineMs(int(qint64(timeoutMs) * defaultDeadlineMs / defaultTimeoutMs))
 { }
 
 MCPClient::~MCPClient() = default;
@@ -127,12 +129,14 @@ QCoro::Task<QJsonObject> MCPClient::post(const MCPServerConfig &server, const QJ
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     request.setRawHeader("Accept", "application/json, text/event-stream");
     if (!server.bearerToken.isEmpty())
-        request.setRawHeader("Authorization", "Bearer " + server.bearerToken.toUtf8());
+        HeaderValues::set(request, "Authorization", "Bearer " + server.bearerToken.toUtf8());
+    // The session id comes from the server's own reply: a hostile one must not inject header lines.
     if (const auto session = m_sessionIDs.constFind(server.endpoint); session != m_sessionIDs.cend())
-        request.setRawHeader("Mcp-Session-Id", session->toUtf8());
+        HeaderValues::set(request, "Mcp-Session-Id", session->toUtf8());
 
     HttpClient::Options options;
     options.timeoutMs = m_timeoutMs;
+    options.deadlineMs = m_deadlineMs;
     options.maxBodyBytes = maxReplyBytes;
     // A notification needs no answer beyond its status; a stream left open must not hold it up.
     if (allowEmpty)

@@ -21,9 +21,13 @@ class MCPClient : public QObject
 
 public:
     static constexpr int defaultTimeoutMs = 25'000;
+    // A server may keep a call open with progress events or keep-alive comments; no tool result is
+    // worth holding a spoken turn for longer than this.
+    static constexpr int defaultDeadlineMs = 60'000;
 
     explicit MCPClient(QObject *parent = nullptr);
-    // Tests use a short inactivity time-out instead of waiting the production 25 s.
+    // Tests use a short inactivity time-out instead of waiting the production 25 s; the deadline
+    // keeps its proportion to it.
     MCPClient(int timeoutMs, QObject *parent);
     ~MCPClient() override;
 
@@ -53,6 +57,7 @@ private:
 
     HttpClient *m_http;
     int m_timeoutMs;
+    int m_deadlineMs;
     qint64 m_nextID = 1;
     QHash<QString, QString> m_sessionIDs;
     QSet<QString> m_initializedEndpoints;

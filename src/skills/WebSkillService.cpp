@@ -13,8 +13,11 @@
 
 namespace {
 
+// A search reply and a page are small; the deadlines leave room for a slow line only.
 constexpr int searchTimeoutMs = 12'000;
+constexpr int searchDeadlineMs = 15'000;
 constexpr int pageTimeoutMs = 15'000;
+constexpr int pageDeadlineMs = 20'000;
 constexpr qsizetype maxSearchResults = 5;
 constexpr qint64 maxSearchReplyBytes = 4 * 1024 * 1024;
 constexpr qint64 maxPageBytes = 80'000;
@@ -142,11 +145,21 @@ const QRegularExpression &whiteSpaceRuns()
     return expression;
 }
 
+bool privateAddressesAllowed()
+{
+    return qEnvironmentVariable("KELO_FETCH_ALLOW_PRIVATE") == QLatin1String("1");
+}
+
 } // namespace
 
 WebSkillService::WebSkillService(QObject *parent)
+    : WebSkillService(PublicAddressGuard::Resolver(), parent)
+{ }
+
+WebSkillService::WebSkillService(PublicAddressGuard::Resolver resolver, QObject *parent)
     : QObject(parent)
     , m_http(new HttpClient(this))
+    , m_addressGuard(std::move(resolver))
 { }
 
 WebSkillService::~WebSkillService() = default;
@@ -157,6 +170,7 @@ QCoro::Task<QString> WebSkillService::searchRomanianWeb(QString query)
     request.setRawHeader("User-Agent", "KeloCompanion/2.0 (iOS)");
     HttpClient::Options options;
     options.timeoutMs = searchTimeoutMs;
+    options.deadlineMs = searchDeadlineMs;
     options.maxBodyBytes = maxSearchReplyBytes;
 
     const HttpReply reply = co_await m_http->get(request, options);
@@ -170,8 +184,11 @@ QCoro::Task<QString> WebSkillService::fetchURL(QString urlString)
     QNetworkRequest request(pageURL(urlString));
     HttpClient::Options options;
     options.timeoutMs = pageTimeoutMs;
+    options.deadlineMs = pageDeadlineMs;
     options.maxBodyBytes = maxPageBytes;
     options.truncateAtLimit = true;
+    if (!privateAddressesAllowed())
+        options.beforeEachHop = [this](QUrl url) { return m_addressGuard.check(std::move(url)); };
 
     const HttpReply reply = co_await m_http->get(request, options);
     if (!reply.isSuccess())

@@ -1,18 +1,23 @@
 #pragma once
 
+#include "net/PublicAddressGuard.h"
+
 #include <QCoroTask>
 #include <QObject>
 
 class HttpClient;
 
 // The two built-in web tools: a search of the Romanian encyclopedia and a reader of one web page,
-// both returning plain text for the model.
+// both returning plain text for the model. The page reader reaches public addresses only (checked
+// on every redirect hop) unless KELO_FETCH_ALLOW_PRIVATE=1 lets self-hosters read their own servers.
 class WebSkillService : public QObject
 {
     Q_OBJECT
 
 public:
     explicit WebSkillService(QObject *parent = nullptr);
+    // With a resolver of the caller's own in place of DNS.
+    WebSkillService(PublicAddressGuard::Resolver resolver, QObject *parent);
     ~WebSkillService() override;
 
     QCoro::Task<QString> searchRomanianWeb(QString query);
@@ -24,4 +29,5 @@ public:
 
 private:
     HttpClient *m_http;
+    PublicAddressGuard m_addressGuard;
 };

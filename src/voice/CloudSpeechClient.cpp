@@ -3,6 +3,7 @@
 #include "ProviderError.h"
 #include "SpeechText.h"
 #include "net/Endpoints.h"
+#include "net/HeaderValues.h"
 #include "net/HttpClient.h"
 #include "net/JsonSupport.h"
 #include "net/URLError.h"
@@ -19,9 +20,7 @@ constexpr qint64 maxAudioBytes = 48 * 1024 * 1024;
 
 QNetworkRequest requestTo(const QString &url)
 {
-    QNetworkRequest request { QUrl(url) };
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-    return request;
+    return QNetworkRequest { QUrl(url) };
 }
 
 QString encoded(const QString &value)
@@ -90,7 +89,7 @@ QCoro::Task<QByteArray> CloudSpeechClient::synthesizeAzure(
     QString text, QString apiKey, QString region, QString voiceName)
 {
     QNetworkRequest request = requestTo(azureBaseURL(region) + QStringLiteral("/cognitiveservices/v1"));
-    request.setRawHeader("Ocp-Apim-Subscription-Key", apiKey.toUtf8());
+    HeaderValues::set(request, "Ocp-Apim-Subscription-Key", apiKey.toUtf8());
     request.setRawHeader("Content-Type", "application/ssml+xml");
     request.setRawHeader("X-Microsoft-OutputFormat", "audio-24khz-48kbitrate-mono-mp3");
     request.setRawHeader("User-Agent", "KeloCompanion");
@@ -103,7 +102,7 @@ QCoro::Task<QByteArray> CloudSpeechClient::synthesizeElevenLabs(QString text, QS
 {
     QNetworkRequest request = requestTo(Endpoints::elevenLabsBaseURL() + QStringLiteral("/v1/text-to-speech/")
         + encoded(voiceID) + QStringLiteral("?output_format=mp3_44100_128"));
-    request.setRawHeader("xi-api-key", apiKey.toUtf8());
+    HeaderValues::set(request, "xi-api-key", apiKey.toUtf8());
     request.setRawHeader("Content-Type", "application/json");
     request.setRawHeader("Accept", "audio/mpeg");
     const HttpReply reply = co_await post(request, elevenLabsBody(text));
@@ -138,6 +137,7 @@ QCoro::Task<HttpReply> CloudSpeechClient::post(QNetworkRequest request, QByteArr
 {
     HttpClient::Options options;
     options.timeoutMs = requestTimeoutMs;
+    options.deadlineMs = synthesisDeadlineMs;
     options.maxBodyBytes = maxAudioBytes;
     co_return co_await m_http->post(std::move(request), std::move(body), options);
 }

@@ -17,6 +17,10 @@ class CloudSpeechClient : public QObject
 
 public:
     static constexpr int requestTimeoutMs = 30'000;
+    // The MP3 of a long answer is a few megabytes: a minute covers a slow line, not a stalled one.
+    static constexpr int synthesisDeadlineMs = 60'000;
+    // Voice lists are small.
+    static constexpr int voiceListDeadlineMs = 45'000;
 
     static QString googleProvider() { return QStringLiteral("Google Cloud"); }
     static QString azureProvider() { return QStringLiteral("Azure Speech"); }

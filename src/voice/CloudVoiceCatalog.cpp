@@ -3,6 +3,7 @@
 #include "CloudSpeechClient.h"
 #include "NeuralVoice.h"
 #include "net/Endpoints.h"
+#include "net/HeaderValues.h"
 #include "net/HttpClient.h"
 #include "net/URLError.h"
 
@@ -97,7 +98,7 @@ QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::azureVoices(QString apiKey, QS
 {
     QNetworkRequest request(
         QUrl(CloudSpeechClient::azureBaseURL(region) + QStringLiteral("/cognitiveservices/voices/list")));
-    request.setRawHeader("Ocp-Apim-Subscription-Key", apiKey.toUtf8());
+    HeaderValues::set(request, "Ocp-Apim-Subscription-Key", apiKey.toUtf8());
     request.setRawHeader("User-Agent", "KeloCompanion");
     const QByteArray body = co_await fetch(request, CloudSpeechClient::azureProvider());
     const QJsonDocument document = parse(body);
@@ -125,7 +126,7 @@ QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::azureVoices(QString apiKey, QS
 QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::elevenVoices(QString apiKey)
 {
     QNetworkRequest request(QUrl(Endpoints::elevenLabsBaseURL() + QStringLiteral("/v1/voices")));
-    request.setRawHeader("xi-api-key", apiKey.toUtf8());
+    HeaderValues::set(request, "xi-api-key", apiKey.toUtf8());
     request.setRawHeader("Accept", "application/json");
     const QByteArray body = co_await fetch(request, CloudSpeechClient::elevenLabsProvider());
     const QJsonDocument document = parse(body);
@@ -164,6 +165,7 @@ QCoro::Task<QByteArray> CloudVoiceCatalog::fetch(QNetworkRequest request, QStrin
 {
     HttpClient::Options options;
     options.timeoutMs = CloudSpeechClient::requestTimeoutMs;
+    options.deadlineMs = CloudSpeechClient::voiceListDeadlineMs;
     options.maxBodyBytes = maxListBytes;
     const HttpReply reply = co_await m_http->get(std::move(request), options);
     CloudSpeechClient::validate(reply, provider);

@@ -28,7 +28,9 @@ class CliTest : public QObject
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments,
             { { { QStringLiteral("KELO_ZEN_BASE_URL"), m_service->baseUrl() },
                   { QStringLiteral("KELO_WIKIPEDIA_BASE_URL"), m_service->baseUrl() },
-                  { QStringLiteral("KELO_ZEN_API_KEY"), key } },
+                  { QStringLiteral("KELO_ZEN_API_KEY"), key },
+                  // The pages of these tests live on loopback, which the page reader refuses by default.
+                  { QStringLiteral("KELO_FETCH_ALLOW_PRIVATE"), QStringLiteral("1") } },
                 input });
     }
 
@@ -106,6 +108,37 @@ private Q_SLOTS:
         QVERIFY(kelo({ "--version" }).out.startsWith("kelo "));
     }
 
+    // Options end where the text begins, so a question may contain "-h"; "--" ends them explicitly.
+    void optionsEndWhereTheTextBegins()
+    {
+        m_service->on("POST", "/chat/completions", Reply::json(completion("da")));
+        const auto lastQuestion = [this] {
+            return m_service->requests("/chat/completions")
+                .last()
+                .json()[QStringLiteral("messages")]
+                .toArray()
+                .last()[QStringLiteral("content")]
+                .toString();
+        };
+        QCOMPARE(kelo({ "ask", "--", "-h", "este", "o", "opțiune?" }).exitCode, 0);
+        QCOMPARE(lastQuestion(), QStringLiteral("-h este o opțiune?"));
+        const Run inside = kelo({ "ask", "--new", "ce", "fac", "-h", "și", "--new?" });
+        QCOMPARE(inside.exitCode, 0);
+        QCOMPARE(inside.out, QStringLiteral("da\n"));
+        QCOMPARE(lastQuestion(), QStringLiteral("ce fac -h și --new?"));
+
+        const Run help = kelo({ "ask", "--new", "-h", "întrebare" });
+        QCOMPARE(help.exitCode, 0);
+        QVERIFY2(help.out.startsWith(QStringLiteral("Utilizare: kelo ask")), qPrintable(help.out));
+        QCOMPARE(m_service->requestCount("/chat/completions"), 2);
+
+        // `say` reads its text the same way: here it tries to speak "Salut -h" and lacks the key.
+        const Run said = kelo({ "say", "--engine", "google", "Salut", "-h" });
+        QCOMPARE(said.exitCode, 1);
+        QCOMPARE(said.lastErrorLine(), QStringLiteral("Introdu cheia Google Cloud Text-to-Speech."));
+        QCOMPARE(kelo({ "say", "--engine", "google", "--", "-h" }).exitCode, 1);
+    }
+
     void askReadsStdinAndStartsNewConversations()
     {
         m_service->on("POST", "/chat/completions", Reply::json(completion("da")));
@@ -179,6 +212,21 @@ private Q_SLOTS:
         QVERIFY(list.out.contains("mcpServers = []"));
         QCOMPARE(kelo({ "config", "get", "elevenAPIKey", "--show-secrets" }).out, QStringLiteral("sk-secret-1234\n"));
         QCOMPARE(kelo({ "config", "set", "elevenAPIKey", "" }).exitCode, 0);
+    }
+
+    void configRefusesKeysWithLineBreaksAndImpossibleRates()
+    {
+        const Run injected = kelo({ "config", "set", "zenAPIKey", "a\r\nX: y" });
+        QVERIFY(injected.exitCode != 0);
+        QVERIFY2(injected.lastErrorLine().contains(QStringLiteral("caractere de control")), qPrintable(injected.err));
+        QCOMPARE(kelo({ "config", "get", "zenAPIKey", "--show-secrets" }, {}, QString()).out, QStringLiteral("\n"));
+
+        for (const char *rate : { "nan", "inf", "-5" }) {
+            const Run refused = kelo({ "config", "set", "voiceRate", rate });
+            QVERIFY2(refused.exitCode != 0, rate);
+            QVERIFY2(refused.lastErrorLine().contains(QStringLiteral("între 0.4 și 0.52")), qPrintable(refused.err));
+        }
+        QCOMPARE(kelo({ "config", "get", "voiceRate" }).out, QStringLiteral("0.45\n"));
     }
 };
 

@@ -61,7 +61,7 @@ private Q_SLOTS:
         configure("elevenAPIKey", "cheie");
         configure("elevenVoiceID", "v1");
 
-        const Run said = kelo({ "say", "Bună", "ziua!", "--engine", "elevenlabs" });
+        const Run said = kelo({ "say", "--engine", "elevenlabs", "Bună", "ziua!" });
         QCOMPARE(said.exitCode, 0);
         // At most the warning about where secrets are kept.
         QVERIFY2(
@@ -97,11 +97,11 @@ private Q_SLOTS:
         configure("azureSpeechKey", "cheie");
         configure("azureRegion", "westeurope");
 
-        const Run failed = kelo({ "say", "Salut", "--engine=azure" });
+        const Run failed = kelo({ "say", "--engine=azure", "Salut" });
         QCOMPARE(failed.exitCode, 1);
         QCOMPARE(failed.lastErrorLine(), QStringLiteral("Azure Speech nu a putut fi redat."));
 
-        const Run missing = kelo({ "say", "Salut", "--engine", "google" });
+        const Run missing = kelo({ "say", "--engine", "google", "Salut" });
         QCOMPARE(missing.exitCode, 1);
         QCOMPARE(missing.lastErrorLine(), QStringLiteral("Introdu cheia Google Cloud Text-to-Speech."));
 
@@ -109,7 +109,7 @@ private Q_SLOTS:
         QCOMPARE(nothing.exitCode, 1);
         QCOMPARE(nothing.lastErrorLine(), QStringLiteral("Textul nu conține nimic de rostit."));
 
-        const Run unknown = kelo({ "say", "Salut", "--engine", "siri" });
+        const Run unknown = kelo({ "say", "--engine", "siri", "Salut" });
         QCOMPARE(unknown.exitCode, 2);
         QVERIFY(unknown.err.contains("siri"));
     }

@@ -49,6 +49,8 @@ class ChatStoreTest : public QObject
     std::unique_ptr<ScopedEnvironment> m_zenURL;
     std::unique_ptr<ScopedEnvironment> m_wikiURL;
     std::unique_ptr<ScopedEnvironment> m_key;
+    // The pages the model reads live on loopback, which the page reader refuses by default.
+    std::unique_ptr<ScopedEnvironment> m_allowPrivate;
 
     QList<FakeHttpServer::Request> chatRequests() const
     {
@@ -84,10 +86,12 @@ private Q_SLOTS:
         m_zenURL = std::make_unique<ScopedEnvironment>("KELO_ZEN_BASE_URL", m_service->baseUrl());
         m_wikiURL = std::make_unique<ScopedEnvironment>("KELO_WIKIPEDIA_BASE_URL", m_service->baseUrl());
         m_key = std::make_unique<ScopedEnvironment>("KELO_ZEN_API_KEY", QStringLiteral("test-key"));
+        m_allowPrivate = std::make_unique<ScopedEnvironment>("KELO_FETCH_ALLOW_PRIVATE", QStringLiteral("1"));
     }
 
     void cleanup()
     {
+        m_allowPrivate.reset();
         m_key.reset();
         m_wikiURL.reset();
         m_zenURL.reset();

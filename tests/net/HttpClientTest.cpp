@@ -2,6 +2,9 @@
 
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
+#include "net/HeaderValueError.h"
+#include "net/HeaderValues.h"
+#include "net/HttpRedirect.h"
 #include "net/URLError.h"
 
 #include <QTcpServer>
@@ -15,6 +18,14 @@ class HttpClientTest : public QObject
 
 private:
     static QNetworkRequest requestTo(const QString &url) { return QNetworkRequest(QUrl(url)); }
+
+    static HttpRedirect::Hop hop(const QByteArray &verb, const QString &url)
+    {
+        QNetworkRequest request = requestTo(url);
+        request.setRawHeader("Authorization", "Bearer t");
+        request.setRawHeader("Content-Type", "application/json");
+        return { verb, request, "{}" };
+    }
 
 private Q_SLOTS:
     void errorStatusesAreRepliesAndHeadersAreReadCaseInsensitively()
@@ -122,6 +133,147 @@ private Q_SLOTS:
             = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/silent"), options));
         QVERIFY(timedOut);
         QCOMPARE(timedOut->code(), URLError::timedOut);
+    }
+
+    // However steadily a server drips its reply, the request ends at its deadline with the time-out
+    // text, not when the server is done.
+    void aDrippingServerMeetsTheDeadline()
+    {
+        FakeHttpServer server;
+        server.on("GET", "/drip", Reply::drip(QByteArray(12, 'x'), 100));
+        HttpClient client;
+        HttpClient::Options options;
+        options.timeoutMs = 400;
+        options.deadlineMs = 900;
+
+        QElapsedTimer timer;
+        timer.start();
+        const auto error = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/drip"), options));
+        QVERIFY(error);
+        QCOMPARE(error->code(), URLError::timedOut);
+        QVERIFY(error->description().contains(QStringLiteral("a expirat")));
+        QVERIFY2(timer.elapsed() >= 850 && timer.elapsed() < 2'500, qPrintable(QString::number(timer.elapsed())));
+
+        // Unset, the deadline is twice the inactivity limit; 0 means none.
+        HttpClient::Options derived;
+        derived.timeoutMs = 400;
+        timer.restart();
+        QCOMPARE(AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/drip"), derived))->code(),
+            URLError::timedOut);
+        QVERIFY2(timer.elapsed() >= 750 && timer.elapsed() < 2'500, qPrintable(QString::number(timer.elapsed())));
+        HttpClient::Options none = derived;
+        none.deadlineMs = 0;
+        QCOMPARE(AsyncTest::await(client.get(requestTo(server.baseUrl() + "/drip"), none)).body, QByteArray(12, 'x'));
+    }
+
+    void redirectRules_data()
+    {
+        QTest::addColumn<QByteArray>("verb");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("expectedVerb");
+        QTest::addColumn<bool>("keepsBody");
+        QTest::newRow("307 POST") << QByteArray("POST") << 307 << QByteArray("POST") << true;
+        QTest::newRow("308 PUT") << QByteArray("PUT") << 308 << QByteArray("PUT") << true;
+        QTest::newRow("301 POST") << QByteArray("POST") << 301 << QByteArray("GET") << false;
+        QTest::newRow("302 POST") << QByteArray("POST") << 302 << QByteArray("GET") << false;
+        QTest::newRow("302 DELETE") << QByteArray("DELETE") << 302 << QByteArray("DELETE") << true;
+        QTest::newRow("303 PUT") << QByteArray("PUT") << 303 << QByteArray("GET") << false;
+    }
+
+    void redirectRules()
+    {
+        QFETCH(QByteArray, verb);
+        QFETCH(int, status);
+        const auto next = HttpRedirect::next(hop(verb, "https://a.ro/x/mcp"), status, "../v2/mcp?s=1");
+        QVERIFY(next);
+        QTEST(next->verb, "expectedVerb");
+        QCOMPARE(next->request.url(), QUrl("https://a.ro/v2/mcp?s=1"));
+        QFETCH(bool, keepsBody);
+        QCOMPARE(next->body, keepsBody ? QByteArray("{}") : QByteArray());
+        QCOMPARE(next->request.hasRawHeader("Content-Type"), keepsBody);
+        QCOMPARE(next->request.rawHeader("Authorization"), QByteArray("Bearer t"));
+    }
+
+    void redirectsNeverDowngradeNorCarryCredentialsAway()
+    {
+        const auto downgrade = [] { HttpRedirect::next(hop("GET", "https://a.ro/"), 302, "http://a.ro/"); };
+        try {
+            downgrade();
+            QFAIL("an https page redirected to http was followed");
+        } catch (const URLError &e) {
+            QCOMPARE(e.code(), URLError::appTransportSecurityRequiresSecureConnection);
+            QVERIFY(e.description().contains(QStringLiteral("nesecurizată")));
+        }
+        for (const QByteArray &location : { QByteArray("javascript:alert(1)"), QByteArray("file:///etc/passwd") }) {
+            QVERIFY_THROWS_EXCEPTION(URLError, HttpRedirect::next(hop("GET", "http://a.ro/"), 302, location));
+        }
+
+        const auto upgrade = HttpRedirect::next(hop("GET", "http://a.ro/"), 301, "https://b.ro/");
+        QCOMPARE(upgrade->request.url(), QUrl("https://b.ro/"));
+        QVERIFY(!upgrade->request.hasRawHeader("Authorization"));
+        QVERIFY(!HttpRedirect::next(hop("GET", "http://a.ro/"), 200, "/x"));
+        QVERIFY(!HttpRedirect::next(hop("GET", "http://a.ro/"), 304, "/x"));
+        QVERIFY(!HttpRedirect::next(hop("GET", "http://a.ro/"), 302, ""));
+    }
+
+    // Qt's own redirect following failed about every second time on this path.
+    void aTemporaryRedirectKeepsMethodAndBodyEveryTime()
+    {
+        FakeHttpServer server;
+        server.on("POST", "/api/mcp", Reply::redirect(307, "v2/mcp?s=1"));
+        server.on("POST", "/api/v2/mcp",
+            [](const FakeHttpServer::Request &request) { return Reply::text(request.body, 200, "application/json"); });
+        HttpClient client;
+        for (int i = 0; i < 20; ++i) {
+            QNetworkRequest request = requestTo(server.baseUrl() + "/api/mcp");
+            request.setRawHeader("Authorization", "Bearer t");
+            request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+            const QByteArray body = "{\"id\":" + QByteArray::number(i) + "}";
+            const HttpReply reply = AsyncTest::await(client.post(request, body, {}));
+            QCOMPARE(reply.status, 200);
+            QCOMPARE(reply.body, body);
+        }
+        const QList<FakeHttpServer::Request> arrived = server.requests("/api/v2/mcp");
+        QCOMPARE(arrived.size(), 20);
+        QCOMPARE(arrived.last().method, QByteArray("POST"));
+        QCOMPARE(arrived.last().query.queryItemValue("s"), QStringLiteral("1"));
+        QCOMPARE(arrived.last().header("Authorization"), QByteArray("Bearer t"));
+        QCOMPARE(arrived.last().header("Content-Type"), QByteArray("application/json"));
+    }
+
+    void redirectLoopsEndAfterFiveHops()
+    {
+        FakeHttpServer server;
+        server.on("GET", "/loop", Reply::redirect(302, "/loop"));
+        HttpClient client;
+        const auto error = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/loop"), {}));
+        QVERIFY(error);
+        QCOMPARE(error->code(), URLError::httpTooManyRedirects);
+        QCOMPARE(server.requestCount("/loop"), 1 + HttpRedirect::maxRedirects);
+    }
+
+    void controlCharactersNeverReachTheWire()
+    {
+        QNetworkRequest request = requestTo("http://127.0.0.1:1/");
+        for (const QByteArray &value : { QByteArray("a\r\nX-Injected: 1"), QByteArray("a\nb"), QByteArray("a\x7f"),
+                 QByteArray("a\tb"), QByteArray("a\0b", 3) }) {
+            QVERIFY_THROWS_EXCEPTION(HeaderValueError, HeaderValues::set(request, "Authorization", value));
+        }
+        QVERIFY(!request.hasRawHeader("Authorization"));
+        HeaderValues::set(request, "X-Name", "Ștefan cel Mare");
+        QCOMPARE(request.rawHeader("X-Name"), QByteArray("Ștefan cel Mare"));
+
+        // A header set around the helper is still caught before anything is sent.
+        FakeHttpServer server;
+        server.on("GET", "/", Reply::text("ok"));
+        QNetworkRequest smuggled = requestTo(server.baseUrl() + "/");
+        smuggled.setRawHeader("xi-api-key", "cheie\r\nX-Injected: 1");
+        HttpClient client;
+        const auto error = AsyncTest::awaitError<HeaderValueError>(client.get(smuggled, {}));
+        QVERIFY(error);
+        QCOMPARE(error->headerName(), QStringLiteral("xi-api-key"));
+        QVERIFY(error->description().contains(QStringLiteral("caractere de control")));
+        QVERIFY(server.requests().isEmpty());
     }
 };
 

@@ -121,6 +121,41 @@ private Q_SLOTS:
         QVERIFY(contents(settingsPath(home)).contains("\npersonality=Creativ"));
     }
 
+    // A key with a line break would add header lines to every request; a rate that is no finite
+    // number on the phone scale would reach the synthesiser as is.
+    void keysWithControlCharactersAndImpossibleRatesAreNotStored()
+    {
+        TemporaryHome home;
+        ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
+        AppSettings settings;
+        QSignalSpy changed(&settings, &AppSettings::changed);
+        for (const char *name : { "zenAPIKey", "googleTTSAPIKey", "azureSpeechKey", "elevenAPIKey" }) {
+            for (const QString &key :
+                { QStringLiteral("sk\r\nX-Injected: 1"), QStringLiteral("sk\t1"), QStringLiteral("sk\u007f") }) {
+                QVERIFY(settings.setProperty(name, key));
+                QCOMPARE(settings.property(name).toString(), QString());
+                const auto reason = AppSettings::invalidValueReason(QLatin1String(name), key);
+                QVERIFY2(reason && reason->contains(QStringLiteral("caractere de control")), name);
+            }
+            QVERIFY(!AppSettings::invalidValueReason(QLatin1String(name), QStringLiteral("  sk-ăâ-1  ")));
+        }
+        QVERIFY(!contents(secretsPath(home)).contains("sk"));
+
+        for (double rate : { qQNaN(), qInf(), -qInf() }) {
+            settings.setVoiceRate(rate);
+            QCOMPARE(settings.voiceRate(), 0.45);
+            QVERIFY(AppSettings::invalidValueReason(QStringLiteral("voiceRate"), rate));
+        }
+        QCOMPARE(changed.size(), 0);
+        settings.setVoiceRate(-5);
+        QCOMPARE(settings.voiceRate(), AppSettings::minimumVoiceRate);
+        settings.setVoiceRate(3);
+        QCOMPARE(settings.voiceRate(), AppSettings::maximumVoiceRate);
+        QCOMPARE(storedText(settingsPath(home), QStringLiteral("voiceRate")), QStringLiteral("0.52"));
+        QVERIFY(AppSettings::invalidValueReason(QStringLiteral("voiceRate"), -5.0));
+        QVERIFY(!AppSettings::invalidValueReason(QStringLiteral("voiceRate"), 0.4));
+    }
+
     // What a restart reads back from text the app did not write itself (older or newer versions,
     // hand edits): anything that is not exactly a stored value of the right kind is the default.
     void unreadableStoredValuesFallBackToDefaults()
@@ -164,9 +199,14 @@ private Q_SLOTS:
         QCOMPARE(honoured.voiceRate(), 0.52);
         QVERIFY(honoured.backgroundConversationEnabled());
         QVERIFY(!honoured.autoSpeak());
-        TemporaryHome notANumber;
-        writeFile(settingsPath(notANumber), "[General]\nvoiceRate=nan\n");
-        QCOMPARE(AppSettings().voiceRate(), 0.45);
+        for (const QByteArray &rate : { QByteArray("nan"), QByteArray("inf"), QByteArray("-inf") }) {
+            TemporaryHome notANumber;
+            writeFile(settingsPath(notANumber), "[General]\nvoiceRate=" + rate + "\n");
+            QCOMPARE(AppSettings().voiceRate(), 0.45);
+        }
+        TemporaryHome tooSlow;
+        writeFile(settingsPath(tooSlow), "[General]\nvoiceRate=-5\n");
+        QCOMPARE(AppSettings().voiceRate(), AppSettings::minimumVoiceRate);
     }
 
     void undecodableServerListIsKeptUntilTheListChanges()

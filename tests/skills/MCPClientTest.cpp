@@ -2,6 +2,7 @@
 
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
+#include "net/HeaderValueError.h"
 #include "net/URLError.h"
 #include "skills/MCPError.h"
 
@@ -274,6 +275,39 @@ private Q_SLOTS:
         const auto error = AsyncTest::awaitError<URLError>(client.initialize(server(http.baseUrl() + "/mcp")), 5'000);
         QVERIFY(error);
         QCOMPARE(error->code(), URLError::timedOut);
+    }
+
+    // Keep-alive comments reset the inactivity limit, never the deadline (300 ms scales the 60 s
+    // deadline of the 25 s limit down to 720 ms).
+    void aCallKeptAliveWithoutAResultEndsAtTheDeadline()
+    {
+        ScriptedServer mcp;
+        mcp.onCall = [](const QJsonObject &) {
+            Reply pings = Reply::text({}, 200, "text/event-stream");
+            pings.chunks = QList<QByteArray>(60, ": ping\n\n");
+            pings.chunkIntervalMs = 100;
+            pings.holdOpenAfterChunks = true;
+            return pings;
+        };
+        MCPClient client(300, nullptr);
+        AsyncTest::await(client.initialize(server(mcp.endpoint())));
+
+        QElapsedTimer timer;
+        timer.start();
+        const auto error = AsyncTest::awaitError<URLError>(client.callTool(server(mcp.endpoint()), "t", {}), 5'000);
+        QVERIFY(error);
+        QCOMPARE(error->code(), URLError::timedOut);
+        QVERIFY2(timer.elapsed() >= 650 && timer.elapsed() < 2'500, qPrintable(QString::number(timer.elapsed())));
+    }
+
+    void aTokenWithALineBreakIsNeverSent()
+    {
+        FakeHttpServer http;
+        MCPClient client;
+        const auto error = AsyncTest::awaitError<HeaderValueError>(
+            client.initialize(server(http.baseUrl() + "/mcp", "Test", "tok\r\nX-Injected: 1")));
+        QVERIFY(error);
+        QVERIFY(http.requests().isEmpty());
     }
 
     void discoveryNamesToolsForTheModel()

@@ -3,7 +3,9 @@
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
+#include "net/BlockedAddressError.h"
 #include "net/DecodingError.h"
+#include "net/PublicAddressGuard.h"
 #include "net/URLError.h"
 
 #include <QJsonArray>
@@ -46,6 +48,8 @@ class WebSkillServiceTest : public QObject
 private:
     FakeHttpServer *m_server = nullptr;
     std::unique_ptr<ScopedEnvironment> m_wikipedia;
+    // The pages of these tests live on loopback, which the page reader refuses by default.
+    std::unique_ptr<ScopedEnvironment> m_allowPrivate;
     WebSkillService *m_service = nullptr;
 
     QString search(const QString &query) { return AsyncTest::await(m_service->searchRomanianWeb(query)); }
@@ -61,12 +65,14 @@ private Q_SLOTS:
     {
         m_server = new FakeHttpServer(this);
         m_wikipedia = std::make_unique<ScopedEnvironment>("KELO_WIKIPEDIA_BASE_URL", m_server->baseUrl() + "/");
+        m_allowPrivate = std::make_unique<ScopedEnvironment>("KELO_FETCH_ALLOW_PRIVATE", "1");
         m_service = new WebSkillService(this);
     }
 
     void cleanup()
     {
         delete m_service;
+        m_allowPrivate.reset();
         m_wikipedia.reset();
         delete m_server;
     }
@@ -199,6 +205,51 @@ private Q_SLOTS:
 
         QCOMPARE(fetch("/mare"), QStringLiteral(" abcdefgh \uFFFD"));
         QCOMPARE(WebSkillService::readableText(body), QStringLiteral(" abcdefgh \uFFFD"));
+    }
+
+    // A page the model reads must not steer it at the user's own machine or network.
+    void localAndPrivateAddressesAreRefused()
+    {
+        m_allowPrivate.reset();
+        m_server->on("GET", "/secret", html("<p>secret</p>"));
+        const QString port = QString::number(m_server->port());
+        for (const QString &url : { m_server->baseUrl() + "/secret", "http://localhost:" + port + "/secret",
+                 "http://2130706433:" + port + "/secret", "http://0x7f.1:" + port + "/secret",
+                 "http://[::ffff:127.0.0.1]:" + port + "/secret", "http://[::1]:" + port + "/secret",
+                 "http://0.0.0.0:" + port + "/secret", QStringLiteral("http://10.0.0.1/"),
+                 QStringLiteral("http://172.31.255.1/"), QStringLiteral("http://192.168.1.1/"),
+                 QStringLiteral("http://100.64.0.1/"), QStringLiteral("http://169.254.169.254/latest/meta-data"),
+                 QStringLiteral("http://[fd00::1]/"), QStringLiteral("http://[fe80::1]/"),
+                 QStringLiteral("http://224.0.0.251/"), QStringLiteral("http://[ff02::1]/") }) {
+            const auto error = AsyncTest::awaitError<BlockedAddressError>(m_service->fetchURL(url));
+            QVERIFY2(error, qPrintable(url));
+            QVERIFY(error->description().contains(QStringLiteral("rețele locale ori private")));
+        }
+        QVERIFY(m_server->requests().isEmpty());
+
+        for (const char *address :
+            { "8.8.8.8", "172.32.0.1", "100.128.0.1", "11.0.0.1", "2a00:1450::1", "::ffff:8.8.8.8" })
+            QVERIFY2(PublicAddressGuard::isPublic(QHostAddress(QLatin1String(address))), address);
+        QVERIFY(!PublicAddressGuard::isPublic(QHostAddress(QStringLiteral("64:ff9b::a00:1"))));
+
+        // The first hop is vouched for by the test's resolver; the redirect's own target is refused.
+        WebSkillService trusting(
+            [](QString host) -> QCoro::Task<QList<QHostAddress>> {
+                co_return host == QLatin1String("localhost") ? QList { QHostAddress(QStringLiteral("93.184.216.34")) }
+                                                             : QList<QHostAddress>();
+            },
+            nullptr);
+        m_server->on("GET", "/start", Reply::redirect(302, m_server->baseUrl().toUtf8() + "/secret"));
+        const auto redirected
+            = AsyncTest::awaitError<BlockedAddressError>(trusting.fetchURL("http://localhost:" + port + "/start"));
+        QVERIFY(redirected);
+        QCOMPARE(redirected->address(), QStringLiteral("127.0.0.1"));
+        QCOMPARE(m_server->requestCount("/start"), 1);
+        QCOMPARE(m_server->requestCount("/secret"), 0);
+
+        // Self-hosters opt in.
+        ScopedEnvironment allowed("KELO_FETCH_ALLOW_PRIVATE", "1");
+        QCOMPARE(fetch("/start"), QStringLiteral(" secret "));
     }
 };
 

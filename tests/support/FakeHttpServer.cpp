@@ -6,6 +6,7 @@
 #include <QJsonDocument>
 #include <QMetaEnum>
 #include <QPointer>
+#include <QTcpSocket>
 #include <QTimer>
 
 namespace {
@@ -56,6 +57,22 @@ FakeHttpServer::Reply FakeHttpServer::Reply::eventStream(const QList<QByteArray>
     for (const QByteArray &line : dataLines)
         body += "data: " + line + "\n\n";
     return text(body, status, "text/event-stream");
+}
+
+FakeHttpServer::Reply FakeHttpServer::Reply::drip(const QByteArray &body, int intervalMs, const QByteArray &contentType)
+{
+    Reply reply = text({}, 200, contentType);
+    for (char byte : body)
+        reply.chunks.append(QByteArray(1, byte));
+    reply.chunkIntervalMs = intervalMs;
+    return reply;
+}
+
+FakeHttpServer::Reply FakeHttpServer::Reply::redirect(int status, const QByteArray &location)
+{
+    Reply reply = text({}, status);
+    reply.headers.append(qMakePair(QByteArray("Location"), location));
+    return reply;
 }
 
 FakeHttpServer::FakeHttpServer(QObject *parent)
@@ -151,8 +168,10 @@ void FakeHttpServer::answer(std::shared_ptr<QHttpServerResponder> responder, con
         return;
     }
     QPointer<FakeHttpServer> self(this);
-    auto send = [self, responder, reply] {
-        if (!self)
+    // A client that gave up takes its socket with it: what was still to be sent is dropped.
+    const QPointer<QTcpSocket> socket(responder->socket());
+    auto send = [self, responder, socket, reply] {
+        if (!self || !socket)
             return;
         if (reply.chunks.isEmpty()) {
             writeHead(*responder, reply, false);
@@ -166,7 +185,11 @@ void FakeHttpServer::answer(std::shared_ptr<QHttpServerResponder> responder, con
         for (qsizetype i = 0; i <= last; ++i) {
             const QByteArray chunk = i < reply.chunks.size() ? reply.chunks.at(i) : QByteArray();
             const QByteArray framed = QByteArray::number(chunk.size(), 16) + "\r\n" + chunk + "\r\n";
-            QTimer::singleShot(reply.chunkIntervalMs * i, self, [responder, framed] { responder->writeBody(framed); });
+            // Precise: coarse timers may fire 5 % early or late and swap neighbouring chunks.
+            QTimer::singleShot(reply.chunkIntervalMs * i, Qt::PreciseTimer, self, [responder, socket, framed] {
+                if (socket && socket->state() == QAbstractSocket::ConnectedState)
+                    responder->writeBody(framed);
+            });
         }
     };
     if (reply.delayMs > 0)

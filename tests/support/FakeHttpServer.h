@@ -57,6 +57,9 @@ public:
         static Reply text(const QByteArray &body, int status = 200, const QByteArray &contentType = "text/plain");
         // An event-stream body, one "data:" event per entry.
         static Reply eventStream(const QList<QByteArray> &dataLines, int status = 200);
+        // The body one byte at a time, a byte each intervalMs: never idle, never done in good time.
+        static Reply drip(const QByteArray &body, int intervalMs, const QByteArray &contentType = "text/plain");
+        static Reply redirect(int status, const QByteArray &location);
     };
 
     using Handler = std::function<Reply(const Request &)>;

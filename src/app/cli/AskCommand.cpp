@@ -13,11 +13,13 @@ QString AskCommand::summary() const
 
 QString AskCommand::usage() const
 {
-    return QStringLiteral("Utilizare: kelo ask [--new] [--speak] TEXT…\n"
+    return QStringLiteral("Utilizare: kelo ask [--new] [--speak] [--] TEXT…\n"
                           "           kelo ask [--new] [--speak] -        (textul se citește de la intrarea standard)\n"
                           "\n"
                           "Rulează o tură a conversației salvate și scrie pe stdout exact mesajul adăugat de Kelo\n"
                           "(răspunsul sau mesajul de eroare). Liniile de stare merg pe stderr.\n"
+                          "Opțiunile stau înaintea textului: de la primul cuvânt al textului (sau după „--”)\n"
+                          "totul face parte din întrebare, chiar și „-h”.\n"
                           "\n"
                           "  --new     începe o conversație nouă înainte (memoria utilă rămâne)\n"
                           "  --speak   rostește răspunsul când „Răspunde cu voce” este activ\n"
@@ -25,11 +27,15 @@ QString AskCommand::usage() const
                           "Cod de ieșire: 0 răspuns primit, 1 tura a eșuat, 2 utilizare greșită.");
 }
 
+CliArguments::Syntax AskCommand::syntax() const
+{
+    return { { QStringLiteral("--new"), QStringLiteral("--speak") }, {}, true };
+}
+
 QCoro::Task<int> AskCommand::run(CliSession &session, QStringList arguments)
 {
     QString error;
-    const auto args
-        = CliArguments::parse(arguments, { QStringLiteral("--new"), QStringLiteral("--speak") }, {}, &error);
+    const auto args = CliArguments::parse(arguments, syntax(), &error);
     if (!args) {
         Terminal::err(error);
         co_return ExitCode::usage;

@@ -1,25 +1,39 @@
 #include "CliArguments.h"
 
-std::optional<CliArguments> CliArguments::parse(
-    const QStringList &words, const QSet<QString> &flags, const QSet<QString> &options, QString *error)
+namespace {
+
+bool isOptionWord(const QString &word)
+{
+    return word.startsWith(QLatin1String("--")) && word != QLatin1String("--");
+}
+
+bool isHelpWord(const QString &word)
+{
+    return word == QLatin1String("--help") || word == QLatin1String("-h");
+}
+
+} // namespace
+
+std::optional<CliArguments> CliArguments::parse(const QStringList &words, const Syntax &syntax, QString *error)
 {
     CliArguments parsed;
     bool optionsEnded = false;
     for (qsizetype i = 0; i < words.size(); ++i) {
         const QString &word = words.at(i);
-        if (optionsEnded || !word.startsWith(QLatin1String("--")) || word == QLatin1String("-")) {
-            parsed.positional.append(word);
+        if (!optionsEnded && word == QLatin1String("--")) {
+            optionsEnded = true;
             continue;
         }
-        if (word == QLatin1String("--")) {
-            optionsEnded = true;
+        if (optionsEnded || !isOptionWord(word)) {
+            parsed.positional.append(word);
+            optionsEnded = optionsEnded || syntax.takesText;
             continue;
         }
         const qsizetype equals = word.indexOf(QLatin1Char('='));
         const QString name = equals < 0 ? word : word.left(equals);
-        if (flags.contains(name) && equals < 0) {
+        if (syntax.flags.contains(name) && equals < 0) {
             parsed.m_flags.insert(name);
-        } else if (options.contains(name)) {
+        } else if (syntax.options.contains(name)) {
             if (equals >= 0) {
                 parsed.m_values.insert(name, word.mid(equals + 1));
             } else if (i + 1 < words.size()) {
@@ -34,6 +48,28 @@ std::optional<CliArguments> CliArguments::parse(
         }
     }
     return parsed;
+}
+
+std::optional<CliArguments> CliArguments::parse(
+    const QStringList &words, const QSet<QString> &flags, const QSet<QString> &options, QString *error)
+{
+    return parse(words, Syntax { flags, options, false }, error);
+}
+
+bool CliArguments::asksForHelp(const QStringList &words, const Syntax &syntax)
+{
+    for (qsizetype i = 0; i < words.size(); ++i) {
+        const QString &word = words.at(i);
+        if (word == QLatin1String("--"))
+            return false;
+        if (isHelpWord(word))
+            return true;
+        if (!isOptionWord(word) && syntax.takesText)
+            return false;
+        if (syntax.options.contains(word))
+            ++i; // its value
+    }
+    return false;
 }
 
 std::optional<QString> CliArguments::value(const QString &option) const

@@ -12,10 +12,26 @@
 class CliArguments
 {
 public:
+    // What a command accepts.
+    struct Syntax
+    {
+        QSet<QString> flags;
+        // Options that take a value.
+        QSet<QString> options;
+        // The positional words are free text: options end at its first word, so a "-h" or "--new"
+        // inside a question is part of it.
+        bool takesText = false;
+    };
+
     QStringList positional;
 
+    static std::optional<CliArguments> parse(const QStringList &words, const Syntax &syntax, QString *error);
     static std::optional<CliArguments> parse(
         const QStringList &words, const QSet<QString> &flags, const QSet<QString> &options, QString *error);
+
+    // True when --help or -h stands where an option may: before "--" and, for a command that takes
+    // text, before the text.
+    static bool asksForHelp(const QStringList &words, const Syntax &syntax);
 
     bool has(const QString &flag) const { return m_flags.contains(flag); }
     std::optional<QString> value(const QString &option) const;

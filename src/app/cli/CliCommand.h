@@ -1,5 +1,7 @@
 #pragma once
 
+#include "CliArguments.h"
+
 #include <QCoroTask>
 #include <QString>
 #include <QStringList>
@@ -24,6 +26,8 @@ public:
     virtual QString summary() const = 0;
     // The whole text of `kelo NAME --help`.
     virtual QString usage() const = 0;
+    // Where --help may stand. A command that takes free text says so, and its options end there.
+    virtual CliArguments::Syntax syntax() const { return {}; }
     // `arguments` are the words after the command's name; --help is handled before this is called.
     virtual QCoro::Task<int> run(CliSession &session, QStringList arguments) = 0;
 };

@@ -153,6 +153,10 @@ int ConfigCommand::set(AppSettings &settings, const QMetaProperty &property, con
     } else {
         converted = value;
     }
+    if (const auto reason = AppSettings::invalidValueReason(name, converted)) {
+        Terminal::err(*reason);
+        return ExitCode::usage;
+    }
     if (!property.write(&settings, converted)) {
         Terminal::err(QStringLiteral("Setarea %1 nu a putut fi schimbată.").arg(name));
         return ExitCode::failure;

@@ -20,17 +20,23 @@ QString SayCommand::summary() const
 
 QString SayCommand::usage() const
 {
-    return QStringLiteral("Utilizare: kelo say TEXT… [--engine local|google|azure|elevenlabs]\n"
+    return QStringLiteral("Utilizare: kelo say [--engine local|google|azure|elevenlabs] [--] TEXT…\n"
                           "\n"
                           "Rostește textul (curățat ca un răspuns: fără marcaje, linkurile devin „link”) și se\n"
-                          "încheie când redarea s-a terminat. Fără --engine se folosește motorul din setări;\n"
+                          "încheie când redarea s-a terminat. Opțiunile stau înaintea textului: de la primul\n"
+                          "cuvânt al textului totul se rostește. Fără --engine se folosește motorul din setări;\n"
                           "cheile și vocile vin din setări (kelo config). Eroarea vocii iese pe stderr, cu codul 1.");
+}
+
+CliArguments::Syntax SayCommand::syntax() const
+{
+    return { {}, { QStringLiteral("--engine") }, true };
 }
 
 QCoro::Task<int> SayCommand::run(CliSession &session, QStringList arguments)
 {
     QString error;
-    const auto parsed = CliArguments::parse(arguments, {}, { QStringLiteral("--engine") }, &error);
+    const auto parsed = CliArguments::parse(arguments, syntax(), &error);
     if (!parsed) {
         Terminal::err(error);
         co_return ExitCode::usage;

@@ -9,5 +9,6 @@ public:
     QString name() const override { return QStringLiteral("say"); }
     QString summary() const override;
     QString usage() const override;
+    CliArguments::Syntax syntax() const override;
     QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
 };

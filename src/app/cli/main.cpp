@@ -33,7 +33,7 @@ QCoro::Task<int> dispatch(const std::vector<std::unique_ptr<CliCommand>> &comman
     for (const auto &command : commands) {
         if (command->name() != name)
             continue;
-        if (words.contains(QLatin1String("--help")) || words.contains(QLatin1String("-h"))) {
+        if (CliArguments::asksForHelp(words, command->syntax())) {
             Terminal::out(command->usage());
             co_return ExitCode::success;
         }
