@@ -1,6 +1,8 @@
 #include "AppSettings.h"
 
+#include "FileSaveError.h"
 #include "PrivateFile.h"
+#include "SettingsFile.h"
 #include "system/VariantLists.h"
 
 #include <QJsonDocument>
@@ -178,7 +180,7 @@ void AppSettings::setZenAPIKey(const QString &value)
 {
     if (!assign(m_zenAPIKey, value))
         return;
-    m_secureStore.write(value, Account::zenAPIKey);
+    storeSecret(value, Account::zenAPIKey);
     announce(&AppSettings::zenAPIKeyChanged);
 }
 
@@ -258,7 +260,7 @@ void AppSettings::setGoogleTTSAPIKey(const QString &value)
 {
     if (!assign(m_googleTTSAPIKey, value))
         return;
-    m_secureStore.write(value, Account::googleTTSAPIKey);
+    storeSecret(value, Account::googleTTSAPIKey);
     announce(&AppSettings::googleTTSAPIKeyChanged);
 }
 
@@ -274,7 +276,7 @@ void AppSettings::setAzureSpeechKey(const QString &value)
 {
     if (!assign(m_azureSpeechKey, value))
         return;
-    m_secureStore.write(value, Account::azureSpeechKey);
+    storeSecret(value, Account::azureSpeechKey);
     announce(&AppSettings::azureSpeechKeyChanged);
 }
 
@@ -306,7 +308,7 @@ void AppSettings::setElevenAPIKey(const QString &value)
 {
     if (!assign(m_elevenAPIKey, value))
         return;
-    m_secureStore.write(value, Account::elevenAPIKey);
+    storeSecret(value, Account::elevenAPIKey);
     announce(&AppSettings::elevenAPIKeyChanged);
 }
 
@@ -394,12 +396,28 @@ void AppSettings::persistServers()
     persist(Key::mcpServers, QString::fromUtf8(json));
 }
 
+template<typename Save> void AppSettings::save(Save &&write)
+{
+    QString failure;
+    try {
+        write();
+    } catch (const FileSaveError &error) {
+        failure = error.description();
+    }
+    if (failure == m_saveError)
+        return;
+    m_saveError = failure;
+    Q_EMIT saveErrorChanged();
+}
+
 void AppSettings::persist(const QString &key, const QVariant &value)
 {
-    m_defaults.setValue(key, value);
-    m_defaults.sync();
-    // The rewrite goes through a temporary file; make sure the result is still private.
-    PrivateFile::restrictToOwner(m_defaults.fileName());
+    save([&] { SettingsFile::store(key, value); });
+}
+
+void AppSettings::storeSecret(const QString &value, const QString &account)
+{
+    save([&] { m_secureStore.write(value, account); });
 }
 
 void AppSettings::announce(void (AppSettings::*signal)())

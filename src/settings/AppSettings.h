@@ -21,11 +21,13 @@ class AppSettings : public QObject
     Q_PROPERTY(QString zenModelID READ zenModelID WRITE setZenModelID NOTIFY zenModelIDChanged)
     Q_PROPERTY(QString zenAPIKey READ zenAPIKey WRITE setZenAPIKey NOTIFY zenAPIKeyChanged)
     Q_PROPERTY(QString personality READ personalityRawValue WRITE setPersonalityRawValue NOTIFY personalityChanged)
-    Q_PROPERTY(QString responseLength READ responseLengthRawValue WRITE setResponseLengthRawValue NOTIFY responseLengthChanged)
+    Q_PROPERTY(
+        QString responseLength READ responseLengthRawValue WRITE setResponseLengthRawValue NOTIFY responseLengthChanged)
     Q_PROPERTY(QString customPrompt READ customPrompt WRITE setCustomPrompt NOTIFY customPromptChanged)
     Q_PROPERTY(bool autoSpeak READ autoSpeak WRITE setAutoSpeak NOTIFY autoSpeakChanged)
     Q_PROPERTY(bool internetEnabled READ internetEnabled WRITE setInternetEnabled NOTIFY internetEnabledChanged)
-    Q_PROPERTY(bool preferOnDeviceSpeech READ preferOnDeviceSpeech WRITE setPreferOnDeviceSpeech NOTIFY preferOnDeviceSpeechChanged)
+    Q_PROPERTY(bool preferOnDeviceSpeech READ preferOnDeviceSpeech WRITE setPreferOnDeviceSpeech NOTIFY
+            preferOnDeviceSpeechChanged)
     Q_PROPERTY(double voiceRate READ voiceRate WRITE setVoiceRate NOTIFY voiceRateChanged)
     Q_PROPERTY(QString voiceIdentifier READ voiceIdentifier WRITE setVoiceIdentifier NOTIFY voiceIdentifierChanged)
     Q_PROPERTY(QString voiceEngine READ voiceEngineRawValue WRITE setVoiceEngineRawValue NOTIFY voiceEngineChanged)
@@ -36,12 +38,14 @@ class AppSettings : public QObject
     Q_PROPERTY(QString azureVoiceName READ azureVoiceName WRITE setAzureVoiceName NOTIFY azureVoiceNameChanged)
     Q_PROPERTY(QString elevenVoiceID READ elevenVoiceID WRITE setElevenVoiceID NOTIFY elevenVoiceIDChanged)
     Q_PROPERTY(QString elevenAPIKey READ elevenAPIKey WRITE setElevenAPIKey NOTIFY elevenAPIKeyChanged)
-    Q_PROPERTY(bool backgroundConversationEnabled READ backgroundConversationEnabled WRITE setBackgroundConversationEnabled NOTIFY backgroundConversationEnabledChanged)
+    Q_PROPERTY(bool backgroundConversationEnabled READ backgroundConversationEnabled WRITE
+            setBackgroundConversationEnabled NOTIFY backgroundConversationEnabledChanged)
     Q_PROPERTY(bool memoryEnabled READ memoryEnabled WRITE setMemoryEnabled NOTIFY memoryEnabledChanged)
     Q_PROPERTY(bool autoSkillsEnabled READ autoSkillsEnabled WRITE setAutoSkillsEnabled NOTIFY autoSkillsEnabledChanged)
     Q_PROPERTY(QVariantList mcpServers READ mcpServerList NOTIFY mcpServersChanged)
 
     Q_PROPERTY(bool secretsInFile READ secretsInFile CONSTANT)
+    Q_PROPERTY(QString saveError READ saveError NOTIFY saveErrorChanged)
 
 public:
     // Loads every value from QSettings ("Kelo"/"KeloCompanion", INI, mode 0600) and the keychain.
@@ -110,6 +114,9 @@ public:
     // True when no Secret Service answered and credentials are kept in a 0600 file instead.
     bool secretsInFile() const { return m_secureStore.usesFileFallback(); }
     QString settingsFilePath() const { return m_defaults.fileName(); }
+    // Why the last change could not be saved (Romanian), empty once a save succeeds. The value in
+    // memory keeps the change for this session.
+    QString saveError() const { return m_saveError; }
 
 Q_SIGNALS:
     void zenModelIDChanged();
@@ -136,16 +143,21 @@ Q_SIGNALS:
     void mcpServersChanged();
     // Any property changed (after its own signal); the store forwards this to its observers.
     void changed();
+    void saveErrorChanged();
 
 private:
     void persistServers();
     // Writes one value to the settings file at once and keeps the file private.
     void persist(const QString &key, const QVariant &value);
+    void storeSecret(const QString &value, const QString &account);
+    // Runs one save and records its outcome in saveError.
+    template<typename Save> void save(Save &&write);
     // Emits the property's own signal, then changed().
     void announce(void (AppSettings::*signal)());
 
     QSettings m_defaults;
     SecureStore m_secureStore;
+    QString m_saveError;
 
     QString m_zenModelID;
     QString m_zenAPIKey;
