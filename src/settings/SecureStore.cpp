@@ -1,12 +1,12 @@
 #include "SecureStore.h"
 
+#include "PrivateFile.h"
 #include "SafeFileWriter.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDateTime>
-#include <QDir>
 #include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
@@ -224,7 +224,7 @@ void SecureStore::saveFile(const QJsonObject &services) const
             existing.rename(path + QStringLiteral(".damaged-")
                 + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMddHHmmss")));
     }
-    QDir().mkpath(QFileInfo(path).absolutePath());
+    PrivateFile::ensureFolder(QFileInfo(path).absolutePath());
     SafeFileWriter::save(path, QJsonDocument(services).toJson(QJsonDocument::Indented));
 }
 

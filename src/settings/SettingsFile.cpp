@@ -167,7 +167,7 @@ void store(const QString &key, const QVariant &value)
     const QString file = path();
     if (QFileInfo(file).isSymLink())
         throw FileSaveError(FileSaveError::Kind::symbolicLink, file);
-    QDir().mkpath(QFileInfo(file).absolutePath());
+    PrivateFile::ensureFolder(QFileInfo(file).absolutePath());
     // The same lock QSettings takes for its own writes, so no other Kelo process writes meanwhile.
     QLockFile lock(file + QStringLiteral(".lock"));
     errno = 0;
