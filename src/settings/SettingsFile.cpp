@@ -112,6 +112,9 @@ void writeStaged(const QString &file, const Values &values)
     const QString staging = file + QStringLiteral(".saving-") + suffix;
     const QString verified = file + QStringLiteral(".verify-") + suffix;
     const qint64 expectedBytes = QFileInfo(file).size() + 1024;
+    // Created private first: QSaveFile gives its replacement the mode of the file it replaces, so the
+    // tokens in it are never readable by others, not even for a moment.
+    PrivateFile::ensure(staging);
     {
         QSettings staged(staging, QSettings::IniFormat);
         for (const auto &[key, value] : values)
@@ -149,8 +152,8 @@ QString setAsideIfDamaged()
     const QString file = path();
     if (!isDamaged(file))
         return {};
-    const QByteArray contents = contentsOf(file);
-    if (!contents.isEmpty() || QFileInfo(file).size() == 0) {
+    // Empty contents here mean a file that cannot be read (an empty file parses).
+    if (const QByteArray contents = contentsOf(file); !contents.isEmpty()) {
         if (const QString kept = existingCopy(file, contents); !kept.isEmpty())
             return kept;
     }
