@@ -1,5 +1,7 @@
 #include "ConversationMemoryStore.h"
 
+#include "settings/FileSaveError.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -10,12 +12,17 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 namespace {
 
 constexpr qsizetype maxKeptMessages = 80;
 // A memory file is a few dozen kilobytes; one far larger than this is not ours to parse.
 constexpr qint64 maxFileBytes = 64 * 1024 * 1024;
+// What is written stays well below what is read back, so every file written can be loaded again:
+// the oldest messages give way first, and no single text is kept longer than this.
+constexpr qint64 maxWrittenBytes = 16 * 1024 * 1024;
+constexpr qsizetype maxStoredTextLength = 200'000;
 // Counts round-trip through JSON doubles; beyond this they would not come back exactly.
 constexpr double maxExactCount = 9007199254740992.0;
 
@@ -80,13 +87,48 @@ std::optional<Snapshot> decodeSnapshot(const QByteArray &data)
     return snapshot;
 }
 
+QString cutToStoredLength(const QString &text)
+{
+    if (text.size() <= maxStoredTextLength)
+        return text;
+    qsizetype end = maxStoredTextLength;
+    if (text.at(end - 1).isHighSurrogate())
+        --end;
+    return text.left(end) + QStringLiteral("…");
+}
+
+qint64 encodedSize(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson(QJsonDocument::Compact).size();
+}
+
+// The newest messages whose encoding, with the summary, fits in maxWrittenBytes.
+QJsonArray boundedMessages(const QList<ChatMessage> &messages, qint64 summaryBytes)
+{
+    QList<QJsonObject> encoded;
+    QList<qint64> sizes;
+    for (const ChatMessage &message : messages) {
+        ChatMessage stored = message;
+        stored.text = cutToStoredLength(message.text);
+        encoded.append(stored.toJson());
+        sizes.append(encodedSize(encoded.last()) + 1);
+    }
+    qint64 total = summaryBytes + std::accumulate(sizes.cbegin(), sizes.cend(), qint64(0));
+    qsizetype first = 0;
+    for (; first < encoded.size() && total > maxWrittenBytes; ++first)
+        total -= sizes.at(first);
+    QJsonArray array;
+    for (qsizetype i = first; i < encoded.size(); ++i)
+        array.append(encoded.at(i));
+    return array;
+}
+
 QByteArray encodeSnapshot(const QString &summary, const QList<ChatMessage> &messages, qint64 summarizedUserCount)
 {
-    QJsonArray encodedMessages;
-    for (const ChatMessage &message : messages)
-        encodedMessages.append(message.toJson());
+    const QString storedSummary = cutToStoredLength(summary);
+    const QJsonArray encodedMessages = boundedMessages(messages, storedSummary.size() * 6 + 1024);
     const QJsonObject object {
-        { QStringLiteral("summary"), summary },
+        { QStringLiteral("summary"), storedSummary },
         { QStringLiteral("messages"), encodedMessages },
         { QStringLiteral("summarizedUserCount"), static_cast<double>(summarizedUserCount) },
         { QStringLiteral("updatedAt"), ReferenceDate::secondsSinceReference(QDateTime::currentDateTimeUtc()) },
@@ -117,7 +159,9 @@ ConversationMemoryStore::~ConversationMemoryStore() = default;
 ConversationMemoryStore::ConversationMemoryStore(const QString &directory, QObject *parent)
     : QObject(parent)
     , m_filePath(QDir(directory).filePath(fileName))
-    , m_writer(std::make_unique<ConversationMemoryWriter>(m_filePath))
+    , m_writer(std::make_unique<ConversationMemoryWriter>(m_filePath, [this] {
+        QMetaObject::invokeMethod(this, &ConversationMemoryStore::takeWriterOutcome, Qt::QueuedConnection);
+    }))
 {
     QDir().mkpath(directory);
     load();
@@ -208,17 +252,35 @@ void ConversationMemoryStore::clearAll()
     // Clearing is the user's explicit wish to forget, so it applies even to a file we could not read.
     m_writer->remove();
     m_writesSuspended = false;
+    setSaveError({});
     if (changed)
         Q_EMIT summaryChanged();
 }
 
 void ConversationMemoryStore::write()
 {
-    if (!m_writesSuspended)
+    if (m_writesSuspended)
+        setSaveError(FileSaveError(FileSaveError::Kind::unreadableOriginal, m_filePath).description());
+    else
         m_writer->write(encodeSnapshot(m_summary, m_messages, m_summarizedUserCount));
 }
 
 void ConversationMemoryStore::waitForWrites()
 {
     m_writer->waitForDone();
+    takeWriterOutcome();
+}
+
+void ConversationMemoryStore::takeWriterOutcome()
+{
+    if (!m_writesSuspended)
+        setSaveError(m_writer->lastFailure());
+}
+
+void ConversationMemoryStore::setSaveError(const QString &text)
+{
+    if (text == m_saveError)
+        return;
+    m_saveError = text;
+    Q_EMIT saveErrorChanged();
 }

@@ -16,6 +16,7 @@ class ConversationMemoryStore : public QObject
     QML_ELEMENT
     QML_UNCREATABLE("ConversationMemoryStore belongs to the ChatStore")
     Q_PROPERTY(QString summary READ summary NOTIFY summaryChanged)
+    Q_PROPERTY(QString saveError READ saveError NOTIFY saveErrorChanged)
 
 public:
     // The directory is GenericDataLocation + "/Kelo" unless given.
@@ -37,16 +38,23 @@ public:
     bool shouldRefreshSummary(const QList<ChatMessage> &messages) const;
     QString transcriptForSummary(const QList<ChatMessage> &messages) const;
     void clearAll();
-    // The file is written on a background thread; this returns once every change so far is on disk.
+    // The file is written on a background thread; this returns once every change so far is on disk
+    // (or has failed, which saveError then tells).
     void waitForWrites();
+    // Why the memory could not be saved, in Romanian; empty while saving works. Written files are
+    // replaced whole, so the file on disk then still holds the last state that could be saved.
+    QString saveError() const { return m_saveError; }
 
 Q_SIGNALS:
     void summaryChanged();
+    void saveErrorChanged();
 
 private:
     void load();
     void keepUnreadableCopy();
     void write();
+    void setSaveError(const QString &text);
+    void takeWriterOutcome();
 
     QString m_summary;
     QList<ChatMessage> m_messages;
@@ -56,4 +64,5 @@ private:
     QString m_recoveredCopyPath;
     // Set when an unreadable file could not be copied aside: it is then never overwritten.
     bool m_writesSuspended = false;
+    QString m_saveError;
 };

@@ -1,10 +1,12 @@
 #include "ConversationMemoryWriter.h"
 
-#include <QFile>
-#include <QSaveFile>
+#include "settings/SafeFileWriter.h"
 
-ConversationMemoryWriter::ConversationMemoryWriter(QString filePath)
+#include <QFile>
+
+ConversationMemoryWriter::ConversationMemoryWriter(QString filePath, std::function<void()> carriedOut)
     : m_filePath(std::move(filePath))
+    , m_carriedOut(std::move(carriedOut))
 {
     m_pool.setMaxThreadCount(1);
 }
@@ -27,6 +29,12 @@ void ConversationMemoryWriter::remove()
 void ConversationMemoryWriter::waitForDone()
 {
     m_pool.waitForDone();
+}
+
+QString ConversationMemoryWriter::lastFailure() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_lastFailure;
 }
 
 void ConversationMemoryWriter::schedule(Operation operation, QByteArray contents)
@@ -54,21 +62,29 @@ void ConversationMemoryWriter::drain()
                 return;
             }
         }
-        carryOut(operation, contents);
+        const QString failure = carryOut(operation, contents);
+        {
+            const QMutexLocker lock(&m_mutex);
+            m_lastFailure = failure;
+        }
+        if (m_carriedOut)
+            m_carriedOut();
     }
 }
 
-// Failures are dropped: the state in memory is unchanged and the next request writes it again.
-void ConversationMemoryWriter::carryOut(Operation operation, const QByteArray &contents) const
+// The state in memory is unchanged by a failure, and the next request writes all of it again.
+QString ConversationMemoryWriter::carryOut(Operation operation, const QByteArray &contents) const
 {
     if (operation == Operation::remove) {
-        QFile::remove(m_filePath);
-        return;
+        // A symbolic link goes itself; what it points at is not ours.
+        if (!QFile::remove(m_filePath) && QFile::exists(m_filePath))
+            return QStringLiteral("Nu am putut șterge %1.").arg(m_filePath);
+        return {};
     }
-    QSaveFile file(m_filePath);
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.write(contents);
-    if (file.commit())
-        QFile::setPermissions(m_filePath, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    try {
+        SafeFileWriter::save(m_filePath, contents);
+    } catch (const FileSaveError &error) {
+        return error.description();
+    }
+    return {};
 }

@@ -1,6 +1,8 @@
 #include "AppSettings.h"
 
+#include "FileSaveError.h"
 #include "PrivateFile.h"
+#include "SettingsFile.h"
 #include "net/HeaderValues.h"
 #include "system/VariantLists.h"
 
@@ -192,7 +194,7 @@ void AppSettings::assignSecret(
     }
     if (!assign(member, value))
         return;
-    m_secureStore.write(value, account);
+    storeSecret(value, account);
     announce(signal);
 }
 
@@ -422,12 +424,28 @@ void AppSettings::persistServers()
     persist(Key::mcpServers, QString::fromUtf8(json));
 }
 
+template<typename Save> void AppSettings::save(Save &&write)
+{
+    QString failure;
+    try {
+        write();
+    } catch (const FileSaveError &error) {
+        failure = error.description();
+    }
+    if (failure == m_saveError)
+        return;
+    m_saveError = failure;
+    Q_EMIT saveErrorChanged();
+}
+
 void AppSettings::persist(const QString &key, const QVariant &value)
 {
-    m_defaults.setValue(key, value);
-    m_defaults.sync();
-    // The rewrite goes through a temporary file; make sure the result is still private.
-    PrivateFile::restrictToOwner(m_defaults.fileName());
+    save([&] { SettingsFile::store(key, value); });
+}
+
+void AppSettings::storeSecret(const QString &value, const QString &account)
+{
+    save([&] { m_secureStore.write(value, account); });
 }
 
 void AppSettings::announce(void (AppSettings::*signal)())

@@ -45,6 +45,7 @@ class AppSettings : public QObject
     Q_PROPERTY(QVariantList mcpServers READ mcpServerList NOTIFY mcpServersChanged)
 
     Q_PROPERTY(bool secretsInFile READ secretsInFile CONSTANT)
+    Q_PROPERTY(QString saveError READ saveError NOTIFY saveErrorChanged)
 
 public:
     // The local voice's rate on the phone scale (0.5 = normal); the synthesiser clamps to it anyway.
@@ -125,6 +126,9 @@ public:
     // True when no Secret Service answered and credentials are kept in a 0600 file instead.
     bool secretsInFile() const { return m_secureStore.usesFileFallback(); }
     QString settingsFilePath() const { return m_defaults.fileName(); }
+    // Why the last change could not be saved (Romanian), empty once a save succeeds. The value in
+    // memory keeps the change for this session.
+    QString saveError() const { return m_saveError; }
 
 Q_SIGNALS:
     void zenModelIDChanged();
@@ -151,6 +155,7 @@ Q_SIGNALS:
     void mcpServersChanged();
     // Any property changed (after its own signal); the store forwards this to its observers.
     void changed();
+    void saveErrorChanged();
 
 private:
     // Stores a keychain credential unless it holds control characters (it would break the header it
@@ -159,11 +164,15 @@ private:
     void persistServers();
     // Writes one value to the settings file at once and keeps the file private.
     void persist(const QString &key, const QVariant &value);
+    void storeSecret(const QString &value, const QString &account);
+    // Runs one save and records its outcome in saveError.
+    template<typename Save> void save(Save &&write);
     // Emits the property's own signal, then changed().
     void announce(void (AppSettings::*signal)());
 
     QSettings m_defaults;
     SecureStore m_secureStore;
+    QString m_saveError;
 
     QString m_zenModelID;
     QString m_zenAPIKey;

@@ -1,5 +1,8 @@
 #include "LegacyLocalModelCleaner.h"
 
+#include "FileSaveError.h"
+#include "SettingsFile.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -38,31 +41,43 @@ QFuture<void> finishedFuture()
 
 QFuture<void> LegacyLocalModelCleaner::runOnce()
 {
-    QSettings settings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"));
-    if (flagIsSet(settings))
+    if (flagIsSet(QSettings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"))))
         return finishedFuture();
-    // Set before any work, so a crash during the cleanup never leads to a second attempt.
-    settings.setValue(QLatin1StringView(flagKey), true);
-    settings.sync();
-
-    const QString caches = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
-    if (caches.isEmpty())
+    // Set before any work, so a crash during the cleanup never leads to a second attempt. When the
+    // flag cannot be saved the cleanup waits for a start that can.
+    try {
+        SettingsFile::store(QLatin1StringView(flagKey), true);
+    } catch (const FileSaveError &) {
         return finishedFuture();
+    }
 
     auto promise = std::make_shared<QPromise<void>>();
     QFuture<void> future = promise->future();
     promise->start();
-    QThreadPool::globalInstance()->start([promise, caches] {
-        removeLegacyModels(caches);
+    QThreadPool::globalInstance()->start([promise, roots = ownDirectories()] {
+        for (const QString &root : roots)
+            removeLegacyModels(root);
         promise->finish();
     });
     return future;
 }
 
-QStringList LegacyLocalModelCleaner::removeLegacyModels(const QString &cachesDirectory)
+// The caches are shared with every other program: only folders named after Kelo are ours to clean.
+QStringList LegacyLocalModelCleaner::ownDirectories()
+{
+    QStringList roots;
+    for (const auto location : { QStandardPaths::GenericCacheLocation, QStandardPaths::GenericDataLocation }) {
+        const QString base = QStandardPaths::writableLocation(location);
+        if (!base.isEmpty())
+            roots.append(base + QStringLiteral("/Kelo"));
+    }
+    return roots;
+}
+
+QStringList LegacyLocalModelCleaner::removeLegacyModels(const QString &directory)
 {
     QStringList matches;
-    collectMatches(cachesDirectory, matches);
+    collectMatches(directory, matches);
     for (const QString &path : std::as_const(matches)) {
         const QFileInfo info(path);
         if (info.isDir() && !info.isSymLink())

@@ -4,8 +4,9 @@
 #include <QString>
 #include <QStringList>
 
-// Removes, once per installation, the on-device language models that older versions left in the
-// user's caches. Reports nothing; every failure is skipped.
+// Removes, once per installation, the on-device language models that older versions left in Kelo's
+// own cache and data folders; what other programs keep in the shared caches is never touched.
+// Reports nothing; every failure is skipped.
 class LegacyLocalModelCleaner
 {
 public:
@@ -17,8 +18,11 @@ public:
     // pool thread; the future finishes when it is done (at once when there is nothing to do).
     static QFuture<void> runOnce();
 
-    // The removal itself, synchronously: what was found under `cachesDirectory`, in removal order.
-    static QStringList removeLegacyModels(const QString &cachesDirectory);
+    // The folders the cleanup looks into: Kelo's own under the XDG cache and data homes.
+    static QStringList ownDirectories();
+
+    // The removal itself, synchronously: what was found under `directory`, in removal order.
+    static QStringList removeLegacyModels(const QString &directory);
 
 private:
     static void collectMatches(const QString &directory, QStringList &matches);

@@ -8,6 +8,7 @@ namespace PrivateFile {
 
 namespace {
 constexpr QFileDevice::Permissions ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+} // namespace
 
 bool ensureFolder(const QString &folder)
 {
@@ -19,7 +20,6 @@ bool ensureFolder(const QString &folder)
     QFile::setPermissions(folder, ownerOnly | QFileDevice::ExeOwner);
     return true;
 }
-} // namespace
 
 bool ensure(const QString &path)
 {

@@ -10,6 +10,10 @@ namespace PrivateFile {
 // narrows an existing file to 0600. False when the file cannot be created.
 bool ensure(const QString &path);
 
+// Creates a missing folder (and its parents) readable by its owner only; an existing one keeps its
+// mode. False when it cannot be created.
+bool ensureFolder(const QString &folder);
+
 // Narrows an existing file to 0600; a rewrite through a temporary file may have widened it.
 void restrictToOwner(const QString &path);
 

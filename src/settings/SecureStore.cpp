@@ -1,6 +1,7 @@
 #include "SecureStore.h"
 
 #include "PrivateFile.h"
+#include "SafeFileWriter.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -8,8 +9,8 @@
 #include <QDateTime>
 #include <QEventLoop>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
-#include <QSaveFile>
 #include <QStandardPaths>
 #include <QTimer>
 #include <qt6keychain/keychain.h>
@@ -189,8 +190,13 @@ void SecureStore::moveFileItemsToKeychain() const
         if (value.isEmpty())
             continue;
         writeKeychain(value, item.key());
-        if (readKeychain(item.key()) == value)
+        if (readKeychain(item.key()) != value)
+            continue;
+        try {
             writeFile(QString(), item.key());
+        } catch (const FileSaveError &) {
+            // The key is safe in the keychain; the copy in the file goes on a later move.
+        }
     }
 }
 
@@ -218,16 +224,8 @@ void SecureStore::saveFile(const QJsonObject &services) const
             existing.rename(path + QStringLiteral(".damaged-")
                 + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMddHHmmss")));
     }
-    // The file exists with mode 0600 before a secret is written; the save below keeps that mode.
-    if (!PrivateFile::ensure(path))
-        return;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    file.write(QJsonDocument(services).toJson(QJsonDocument::Indented));
-    file.commit();
-    PrivateFile::restrictToOwner(path);
+    PrivateFile::ensureFolder(QFileInfo(path).absolutePath());
+    SafeFileWriter::save(path, QJsonDocument(services).toJson(QJsonDocument::Indented));
 }
 
 std::optional<QString> SecureStore::readFile(const QString &key) const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FileSaveError.h"
+
 #include <QJsonObject>
 #include <QPointer>
 #include <QString>
@@ -13,7 +15,8 @@ class Job;
 // Short secrets (API keys), one item per key, in the desktop keychain (Secret Service through
 // QtKeychain). When no Secret Service answers, a 0600 JSON file in the config directory keeps the
 // same semantics and usesFileFallback() says so, so the user can be told plainly.
-// Failures are never reported: a failed read is an absent item, a failed write is dropped.
+// A failed read is an absent item and a failed keychain write is dropped; a file that cannot be
+// saved throws FileSaveError and keeps what it held.
 //
 // KELO_SECRET_STORE=file in the environment (read at construction) skips the keychain and uses the
 // file, for machines without a desktop session and for tests.
@@ -27,7 +30,7 @@ public:
     explicit SecureStore(QString service = appID());
 
     std::optional<QString> read(const QString &key) const;
-    // An empty value deletes the item.
+    // An empty value deletes the item. Throws FileSaveError when the fallback file cannot be saved.
     void write(const QString &value, const QString &key);
 
     bool usesFileFallback() const;

@@ -6,6 +6,8 @@
 #include "WhisperModelFile.h"
 #include "net/Endpoints.h"
 #include "net/URLError.h"
+#include "settings/SafeFileWriter.h"
+#include "settings/SettingsFile.h"
 
 #include <QCoroFuture>
 #include <QCoroNetworkReply>
@@ -18,6 +20,9 @@
 #include <QNetworkReply>
 #include <QSettings>
 #include <QStandardPaths>
+
+#include <cerrno>
+#include <cstdio>
 
 namespace {
 
@@ -65,8 +70,12 @@ public:
             m_file.close();
         }
         const auto mode = m_startedAt > 0 ? QIODevice::Append : (QIODevice::WriteOnly | QIODevice::Truncate);
-        if (!m_file.open(mode))
-            throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed, m_file.errorString());
+        // Unbuffered: a write the disk refuses fails here, not unnoticed in a later flush.
+        errno = 0;
+        if (!m_file.open(mode | QIODevice::Unbuffered))
+            throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed,
+                SafeFileWriter::failureFor(m_file.fileName(), m_limit, errno, m_file.errorString()).reason());
+        m_written = m_startedAt;
         return m_startedAt;
     }
 
@@ -77,11 +86,14 @@ public:
         const QByteArray data = reply->readAll();
         if ((m_status != 200 && m_status != 206) || !m_failure.isEmpty())
             return;
+        errno = 0;
         if (m_file.write(data) != data.size()) {
-            m_failure = m_file.errorString();
+            keepOnlyWhatIsHashed(
+                SafeFileWriter::failureFor(m_file.fileName(), data.size(), errno, m_file.errorString()));
             reply->abort();
             return;
         }
+        m_written += data.size();
         m_hash.addData(data);
         if (m_file.size() > m_limit) {
             m_failure = QStringLiteral("serverul trimite mai mult decât mărimea modelului");
@@ -90,6 +102,8 @@ public:
     }
 
     void close() { m_file.close(); }
+    // Every byte counted (and hashed) is in the file: nothing was lost on the way to the disk.
+    bool isComplete() const { return QFileInfo(m_file.fileName()).size() == m_written; }
     int status() const { return m_status; }
     QString failure() const { return m_failure; }
     qint64 size() const { return m_file.size(); }
@@ -105,6 +119,20 @@ private:
             m_file.resize(0);
             m_hash.reset();
             m_startedAt = 0;
+            m_written = 0;
+        }
+    }
+
+    // A full disk takes the partial file away (it is what fills the disk, and Kelo's other files
+    // need the room); otherwise a torn last write is cut off so a later attempt resumes cleanly.
+    void keepOnlyWhatIsHashed(const FileSaveError &error)
+    {
+        m_failure = error.reason();
+        if (error.kind() == FileSaveError::Kind::diskFull) {
+            m_file.close();
+            m_file.remove();
+        } else {
+            m_file.resize(m_written);
         }
     }
 
@@ -112,6 +140,7 @@ private:
     QCryptographicHash m_hash;
     qint64 m_limit;
     qint64 m_startedAt = 0;
+    qint64 m_written = 0;
     int m_status = 0;
     QString m_failure;
 };
@@ -209,15 +238,21 @@ QString WhisperModelManager::modelPath() const
 
 void WhisperModelManager::setModelPath(const QString &path)
 {
+    try {
+        storeModelPath(path);
+    } catch (const FileSaveError &error) {
+        // The settings screen shows this text beside the model choice.
+        m_downloadError = error.description();
+        Q_EMIT downloadChanged();
+    }
+}
+
+void WhisperModelManager::storeModelPath(const QString &path)
+{
     const QString cleaned = path.trimmed();
     if (cleaned == settings().value(QLatin1String(kSettingsKey)).toString())
         return;
-    auto store = settings();
-    if (cleaned.isEmpty())
-        store.remove(QLatin1String(kSettingsKey));
-    else
-        store.setValue(QLatin1String(kSettingsKey), cleaned);
-    store.sync();
+    SettingsFile::store(QLatin1String(kSettingsKey), cleaned.isEmpty() ? QVariant() : QVariant(cleaned));
     m_checkedStamp.reset();
     Q_EMIT modelPathChanged();
     Q_EMIT statusChanged();
@@ -227,7 +262,7 @@ void WhisperModelManager::useModel(const QString &path)
 {
     const QString absolute = QFileInfo(path).absoluteFilePath();
     WhisperModelFile::inspect(absolute);
-    setModelPath(absolute);
+    storeModelPath(absolute);
 }
 
 WhisperModelManager::FileStamp WhisperModelManager::stampOf(const QString &path)
@@ -361,11 +396,11 @@ QCoro::Task<QString> WhisperModelManager::download(QString name)
         throw SpeechRecognitionError(
             SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("serverul nu a trimis fișierul"));
 
-    QFile::remove(finalPath);
-    if (!QFile::rename(partPath, finalPath))
+    // rename(2) puts the checked file in place in one step; a model already there stays until then.
+    if (std::rename(QFile::encodeName(partPath).constData(), QFile::encodeName(finalPath).constData()) != 0)
         throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed,
             QStringLiteral("fișierul nu a putut fi mutat în %1").arg(finalPath));
-    setModelPath(finalPath);
+    storeModelPath(finalPath);
     m_checkedStamp.reset();
     Q_EMIT statusChanged();
     co_return finalPath;
@@ -417,6 +452,11 @@ QCoro::Task<bool> WhisperModelManager::fetchInto(const CatalogueEntry &entry, co
             SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("serverul a răspuns cu HTTP %1").arg(status));
     if (networkError != QNetworkReply::NoError)
         throw URLError::fromNetworkError(networkError, networkText);
+    if (!sink->isComplete()) {
+        QFile::remove(partPath);
+        throw SpeechRecognitionError(SpeechRecognitionError::Kind::downloadFailed,
+            SafeFileWriter::failureFor(partPath, entry.approximateBytes, 0).reason());
+    }
     if (status != 200 && status != 206)
         throw SpeechRecognitionError(
             SpeechRecognitionError::Kind::downloadFailed, QStringLiteral("răspuns neașteptat (HTTP %1)").arg(status));

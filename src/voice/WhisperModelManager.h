@@ -75,7 +75,8 @@ public:
     // The stored path, or else the first catalogue model found in the models folder.
     QString modelPath() const;
     void setModelPath(const QString &path);
-    // Checks the file first; throws SpeechRecognitionError when it is not a usable model.
+    // Checks the file first; throws SpeechRecognitionError when it is not a usable model, and
+    // FileSaveError when the choice cannot be saved.
     void useModel(const QString &path);
     // A model for this process only (the command line's --model); the stored choice stays.
     void setSessionModelPath(const QString &path);
@@ -91,7 +92,8 @@ public:
     qint64 bytesTotal() const { return m_bytesTotal; }
 
     // Fetches a catalogue model into the models folder, resuming a partial file; checks its SHA-1 and
-    // makes it the chosen model. Returns its path. Throws URLError or SpeechRecognitionError.
+    // makes it the chosen model. Returns its path. Throws URLError, SpeechRecognitionError or
+    // FileSaveError (the model is in place, but could not be made the saved choice).
     QCoro::Task<QString> download(QString name);
     Q_INVOKABLE void cancelDownload();
     // For the settings screen: starts download(name) and reports its failure in downloadError.
@@ -121,6 +123,8 @@ private:
         bool operator==(const FileStamp &) const = default;
     };
     static FileStamp stampOf(const QString &path);
+    // Throws FileSaveError.
+    void storeModelPath(const QString &path);
 
     QCoro::Task<bool> fetchInto(const CatalogueEntry &entry, const QString &partPath, bool resume);
     void setProgress(qint64 received, qint64 total);

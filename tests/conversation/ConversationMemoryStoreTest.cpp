@@ -206,6 +206,64 @@ private Q_SLOTS:
             QStringLiteral("mesaj 7"));
     }
 
+    // Failed saves are told through saveError (from the writer's thread too) and never change what is
+    // on disk: a file that could not be set aside is not overwritten, a symbolic link not followed.
+    void failedSavesAreReportedAndLeaveTheFileAlone()
+    {
+        QDir().mkpath(memoryFile());
+        {
+            ConversationMemoryStore store;
+            QSignalSpy reported(&store, &ConversationMemoryStore::saveErrorChanged);
+            store.persist(conversation(2));
+            store.waitForWrites();
+            QVERIFY2(store.saveError().contains(QStringLiteral("nu a putut fi citit")), qPrintable(store.saveError()));
+            QCOMPARE(reported.size(), 1);
+            QVERIFY(QFileInfo(memoryFile()).isDir());
+        }
+        QVERIFY(QDir(memoryFile()).removeRecursively());
+
+        const QString target = m_home->path() + QStringLiteral("/alt-program.json");
+        const QByteArray foreign = R"({"summary":"al altcuiva","messages":[],"summarizedUserCount":0})";
+        writeFile(target, foreign);
+        QVERIFY(QFile::link(target, memoryFile()));
+        ConversationMemoryStore store;
+        QSignalSpy reported(&store, &ConversationMemoryStore::saveErrorChanged);
+        store.persist(conversation(2));
+        QVERIFY(reported.wait());
+        QVERIFY2(store.saveError().contains(QStringLiteral("legătură simbolică")), qPrintable(store.saveError()));
+        QCOMPARE(readFile(target), foreign);
+        QVERIFY(QFileInfo(memoryFile()).isSymLink());
+
+        QVERIFY(QFile::remove(memoryFile()));
+        store.persist(conversation(3));
+        store.waitForWrites();
+        QCOMPARE(store.saveError(), QString());
+        QCOMPARE(fileObject(memoryFile()).value("messages").toArray().size(), 3);
+    }
+
+    // Eighty messages of 300,000 two-byte characters would make a 48 MB file: texts are cut and the
+    // oldest messages give way, so the file written can always be read back.
+    void whatIsWrittenCanAlwaysBeReadBack()
+    {
+        const QString huge(300'000, QChar(u'ă'));
+        QList<ChatMessage> messages;
+        for (int i = 0; i < 80; ++i)
+            messages.append(ChatMessage::make(i % 2 ? Role::assistant : Role::user, QString::number(i) + huge));
+        {
+            ConversationMemoryStore store;
+            store.updateSummary(huge, messages);
+            store.waitForWrites();
+            QCOMPARE(store.saveError(), QString());
+        }
+        QVERIFY(QFileInfo(memoryFile()).size() <= 16 * 1024 * 1024);
+        const ConversationMemoryStore reloaded;
+        QCOMPARE(reloaded.recoveredCopyPath(), QString());
+        QVERIFY(reloaded.messages().size() > 10 && reloaded.messages().size() < 80);
+        QVERIFY(reloaded.messages().constLast().text.startsWith(QStringLiteral("79ăă")));
+        QCOMPARE(reloaded.messages().constLast().text.size(), 200'001);
+        QCOMPARE(reloaded.summary().size(), 200'001);
+    }
+
     void unreadableFileIsKeptAsideBeforeAnyWrite_data()
     {
         QTest::addColumn<QByteArray>("contents");

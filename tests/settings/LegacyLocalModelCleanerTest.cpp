@@ -31,34 +31,39 @@ private Q_SLOTS:
     void init() { m_home = std::make_unique<TemporaryHome>(); }
     void cleanup() { m_home.reset(); }
 
-    void legacyModelsAreRemovedAndEverythingElseKept()
+    void onlyKelosOwnLegacyModelsAreRemoved()
     {
+        const QString data = m_home->dataHome() + QStringLiteral("/Kelo/");
         const QStringList legacy {
-            "huggingface/hub/Models--MLX-Community--Qwen2.5-1.5B/snapshots/abc/model.safetensors",
-            "huggingface/hub/models--mlx-community--gemma-2-2b/config.json",
-            "models/mlx-community/Qwen3-4B/weights.npz",
-            "models/MLX-community/gemma-3/tokenizer.json",
+            cache("Kelo/huggingface/hub/Models--MLX-Community--Qwen2.5-1.5B/snapshots/abc/model.safetensors"),
+            cache("Kelo/KeloCompanion/models--mlx-community--gemma-2-2b/config.json"),
+            data + "models/mlx-community/Qwen3-4B/weights.npz",
+            data + "models/MLX-community/gemma-3/tokenizer.json",
         };
         const QStringList kept {
-            "models/google/gemma-3/weights.bin",
-            "huggingface/hub/models--google--gemma-2b/config.json",
-            "mlx-community-notes.txt",
-            "models/mlx-community/llama/weights.npz",
-            ".models--mlx-community--qwen-hidden/weights.npz",
-            "kelo/conversation.json",
+            // What other programs downloaded into the shared caches is theirs.
+            cache("huggingface/hub/models--mlx-community--qwen-x/file"),
+            cache("huggingface/hub/models--mlx-community--gemma-2-2b/config.json"),
+            cache("models/mlx-community/Qwen3-4B/weights.npz"),
+            m_home->dataHome() + "/other/models--mlx-community--qwen/w.bin",
+            cache("Kelo/models/google/gemma-3/weights.bin"),
+            cache("Kelo/mlx-community-notes.txt"),
+            data + "models/mlx-community/llama/weights.npz",
+            data + "models/ggml-base.bin",
+            data + ".models--mlx-community--qwen-hidden/weights.npz",
         };
         for (const QString &path : legacy + kept)
-            makeFile(cache(path));
+            makeFile(path);
 
         LegacyLocalModelCleaner::runOnce().waitForFinished();
         for (const QString &path : legacy)
-            QVERIFY2(!QFile::exists(cache(path)), qPrintable(path));
+            QVERIFY2(!QFile::exists(path), qPrintable(path));
         for (const QString &path : kept)
-            QVERIFY2(QFile::exists(cache(path)), qPrintable(path));
+            QVERIFY2(QFile::exists(path), qPrintable(path));
         // A matching folder goes whole, itself included.
-        QVERIFY(!QFileInfo::exists(cache("huggingface/hub/Models--MLX-Community--Qwen2.5-1.5B")));
-        QVERIFY(QFileInfo::exists(cache("huggingface/hub")));
-        QVERIFY(!QFileInfo::exists(cache("models/mlx-community/Qwen3-4B")));
+        QVERIFY(!QFileInfo::exists(cache("Kelo/huggingface/hub/Models--MLX-Community--Qwen2.5-1.5B")));
+        QVERIFY(QFileInfo::exists(cache("Kelo/huggingface/hub")));
+        QVERIFY(!QFileInfo::exists(data + "models/mlx-community/Qwen3-4B"));
     }
 
     void matchesAreTakenWholeInOrderWithoutVisitingHiddenEntries()
@@ -96,17 +101,17 @@ private Q_SLOTS:
         QCOMPARE(settings.value(LegacyLocalModelCleaner::flagKey).toString(), QStringLiteral("true"));
 
         // Models that appear later are left alone: the one attempt has been made.
-        makeFile(cache("models--mlx-community--qwen-late/w.bin"));
+        makeFile(cache("Kelo/models--mlx-community--qwen-late/w.bin"));
         QFuture<void> second = LegacyLocalModelCleaner::runOnce();
         QVERIFY(second.isFinished());
         QThreadPool::globalInstance()->waitForDone();
-        QVERIFY(QFile::exists(cache("models--mlx-community--qwen-late/w.bin")));
+        QVERIFY(QFile::exists(cache("Kelo/models--mlx-community--qwen-late/w.bin")));
 
         // A flag that does not read as true counts as unset.
         settings.setValue(LegacyLocalModelCleaner::flagKey, QStringLiteral("poate"));
         settings.sync();
         LegacyLocalModelCleaner::runOnce().waitForFinished();
-        QVERIFY(!QFile::exists(cache("models--mlx-community--qwen-late/w.bin")));
+        QVERIFY(!QFile::exists(cache("Kelo/models--mlx-community--qwen-late/w.bin")));
     }
 };
 

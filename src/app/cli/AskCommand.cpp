@@ -24,7 +24,8 @@ QString AskCommand::usage() const
                           "  --new     începe o conversație nouă înainte (memoria utilă rămâne)\n"
                           "  --speak   rostește răspunsul când „Răspunde cu voce” este activ\n"
                           "\n"
-                          "Cod de ieșire: 0 răspuns primit, 1 tura a eșuat, 2 utilizare greșită.");
+                          "Cod de ieșire: 0 răspuns primit, 1 tura a eșuat sau memoria nu a putut fi salvată,\n"
+                          "2 utilizare greșită.");
 }
 
 CliArguments::Syntax AskCommand::syntax() const
@@ -61,5 +62,11 @@ QCoro::Task<int> AskCommand::run(CliSession &session, QStringList arguments)
     QObject::connect(&runner, &TurnRunner::replied, [](const ChatMessage &reply, bool) { Terminal::out(reply.text); });
     const TurnRunner::Outcome outcome = co_await runner.run(text);
     co_await runner.waitForSpeech();
+    // The answer stands, but a conversation that was not saved is a failed run.
+    const QString unsaved = runner.memorySaveError();
+    if (!unsaved.isEmpty()) {
+        Terminal::err(unsaved);
+        co_return ExitCode::failure;
+    }
     co_return outcome.answered ? ExitCode::success : ExitCode::failure;
 }

@@ -33,6 +33,15 @@ QCoro::Task<> talk(ChatStore &store, TurnRunner &runner, bool interactive)
     co_await runner.waitForSpeech();
 }
 
+// Said once per new failure, not after every turn that meets the same one.
+void reportUnsavedMemory(const TurnRunner &runner, QString &lastReported)
+{
+    const QString unsaved = runner.memorySaveError();
+    if (!unsaved.isEmpty() && unsaved != lastReported)
+        Terminal::err(unsaved);
+    lastReported = unsaved;
+}
+
 void showMemory(ChatStore &store)
 {
     const QString summary = store.memory()->summary();
@@ -85,10 +94,12 @@ QCoro::Task<int> ChatCommand::run(CliSession &session, QStringList arguments)
         &runner, &TurnRunner::heard, [](const QString &text) { Terminal::out(QStringLiteral("Tu (voce): ") + text); });
     const bool interactive = Terminal::stdinIsTerminal();
     LineEditor editor;
+    QString reportedSaveError;
     while (const auto line = editor.readLine(QStringLiteral("Tu: "))) {
         const QString text = line->trimmed();
         if ((text.isEmpty() && interactive) || text == QLatin1String("/talk")) {
             co_await talk(store, runner, interactive);
+            reportUnsavedMemory(runner, reportedSaveError);
             continue;
         }
         if (text.isEmpty())
@@ -108,6 +119,7 @@ QCoro::Task<int> ChatCommand::run(CliSession &session, QStringList arguments)
             co_await runner.run(text);
             co_await runner.waitForSpeech();
         }
+        reportUnsavedMemory(runner, reportedSaveError);
     }
-    co_return ExitCode::success;
+    co_return reportedSaveError.isEmpty() ? ExitCode::success : ExitCode::failure;
 }

@@ -1,5 +1,6 @@
 #include "CliSession.h"
 
+#include "CliCommand.h"
 #include "Terminal.h"
 #include "conversation/ChatStore.h"
 #include "conversation/ConversationMemoryStore.h"
@@ -15,6 +16,14 @@ ChatStore &CliSession::store()
         warnAboutStorage();
     }
     return *m_store;
+}
+
+int CliSession::changeSaved(const AppSettings &settings)
+{
+    if (settings.saveError().isEmpty())
+        return ExitCode::success;
+    Terminal::err(settings.saveError());
+    return ExitCode::failure;
 }
 
 void CliSession::warnAboutStorage()

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+class AppSettings;
 class ChatStore;
 
 // What the commands of one `kelo` run share: the ChatStore, created on first use so that commands
@@ -13,6 +14,10 @@ public:
     ~CliSession();
 
     ChatStore &store();
+
+    // The exit code of a command that has just changed a setting: failure, told on stderr, when the
+    // change could not be saved.
+    static int changeSaved(const AppSettings &settings);
 
 private:
     void warnAboutStorage();

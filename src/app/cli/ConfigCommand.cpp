@@ -161,7 +161,7 @@ int ConfigCommand::set(AppSettings &settings, const QMetaProperty &property, con
         Terminal::err(QStringLiteral("Setarea %1 nu a putut fi schimbată.").arg(name));
         return ExitCode::failure;
     }
-    return ExitCode::success;
+    return CliSession::changeSaved(settings);
 }
 
 QCoro::Task<int> ConfigCommand::run(CliSession &session, QStringList arguments)

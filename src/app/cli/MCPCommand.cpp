@@ -164,6 +164,8 @@ int MCPCommand::add(AppSettings &settings, const QStringList &words)
     const QString authLabel = token.isEmpty() ? QStringLiteral("Fără auth") : QStringLiteral("Token");
     servers.append(MCPServerConfig { QUuid::createUuid(), name, endpoint, token, true, std::nullopt, authLabel });
     settings.setMcpServers(servers);
+    if (CliSession::changeSaved(settings) != ExitCode::success)
+        return ExitCode::failure;
     Terminal::out(servers.last().idString());
     return ExitCode::success;
 }
@@ -175,15 +177,18 @@ int MCPCommand::change(AppSettings &settings, const QString &action, const QStri
         return ExitCode::failure;
     QList<MCPServerConfig> servers = settings.mcpServers();
     const QString name = servers[*index].name;
-    if (action == QLatin1String("remove")) {
+    const bool enabled = action == QLatin1String("enable");
+    if (action == QLatin1String("remove"))
         servers.removeAt(*index);
-        Terminal::err(QStringLiteral("Șters: %1").arg(name));
-    } else {
-        servers[*index].enabled = action == QLatin1String("enable");
-        Terminal::err(QStringLiteral("%1: %2").arg(
-            name, servers[*index].enabled ? QStringLiteral("Activ") : QStringLiteral("Oprit")));
-    }
+    else
+        servers[*index].enabled = enabled;
     settings.setMcpServers(servers);
+    if (CliSession::changeSaved(settings) != ExitCode::success)
+        return ExitCode::failure;
+    if (action == QLatin1String("remove"))
+        Terminal::err(QStringLiteral("Șters: %1").arg(name));
+    else
+        Terminal::err(QStringLiteral("%1: %2").arg(name, enabled ? QStringLiteral("Activ") : QStringLiteral("Oprit")));
     return ExitCode::success;
 }
 
@@ -243,6 +248,8 @@ QCoro::Task<int> MCPCommand::connect(AppSettings &settings, QStringList words)
                 parsed->value(QStringLiteral("--client-secret")).value_or(QString()));
         settings.setMcpServers(
             MCPOAuthManager::withConnection(settings.mcpServers(), item, token, QStringLiteral("OAuth")));
+        if (CliSession::changeSaved(settings) != ExitCode::success)
+            co_return ExitCode::failure;
         Terminal::err(QStringLiteral("Conectat: %1").arg(item.name));
         co_return ExitCode::success;
     } catch (...) {

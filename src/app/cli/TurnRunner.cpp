@@ -2,6 +2,7 @@
 
 #include "Terminal.h"
 #include "conversation/ChatStore.h"
+#include "conversation/ConversationMemoryStore.h"
 #include "voice/SpeechService.h"
 
 #include <QCoroTimer>
@@ -73,4 +74,11 @@ QCoro::Task<> TurnRunner::waitForSpeech()
     SpeechService *speech = m_store.speech();
     while (speech->isSpeaking() || speech->isPreparingVoice())
         co_await QCoro::sleepFor(pollInterval);
+}
+
+QString TurnRunner::memorySaveError() const
+{
+    ConversationMemoryStore *memory = m_store.memory();
+    memory->waitForWrites();
+    return memory->saveError();
 }

@@ -31,6 +31,8 @@ public:
     QCoro::Task<bool> talk(std::function<QCoro::Task<>()> released);
     // Waits until the answer has been spoken (when the turn started speaking it).
     QCoro::Task<> waitForSpeech();
+    // Waits until the conversation memory is on disk; why it could not be saved, empty when it was.
+    QString memorySaveError() const;
 
 Q_SIGNALS:
     // The turn's assistant message, before memory compaction (which may still run) ends.

@@ -2,6 +2,7 @@
 #include "CliSession.h"
 #include "Terminal.h"
 #include "settings/LegacyLocalModelCleaner.h"
+#include "settings/SettingsFile.h"
 
 #include <QCoreApplication>
 #include <QTimer>
@@ -63,6 +64,11 @@ int main(int argc, char *argv[])
     QCoreApplication::setOrganizationName(QStringLiteral("Kelo"));
     QCoreApplication::setApplicationName(QStringLiteral("KeloCompanion"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KELO_VERSION));
+    // Before anything could rewrite it.
+    if (const QString kept = SettingsFile::setAsideIfDamaged(); !kept.isEmpty())
+        Terminal::err(QStringLiteral("Atenție: fișierul de setări nu a putut fi citit în întregime. O copie a fost "
+                                     "păstrată în %1.")
+                          .arg(kept));
     LegacyLocalModelCleaner::runOnce();
 
     const auto commands = allCliCommands();

@@ -1,5 +1,8 @@
 #include "WindowSizeMemory.h"
 
+#include "settings/FileSaveError.h"
+#include "settings/SettingsFile.h"
+
 #include <QGuiApplication>
 #include <QScreen>
 #include <QSettings>
@@ -47,7 +50,12 @@ void WindowSizeMemory::save() const
 {
     if (!m_window || m_window->width() <= 0 || m_window->height() <= 0)
         return;
-    QSettings settings;
-    settings.setValue(widthKey, m_window->width());
-    settings.setValue(heightKey, m_window->height());
+    // Unchanged sizes are not rewritten; a size that cannot be saved is simply not remembered.
+    const QSettings settings;
+    try {
+        if (settings.value(widthKey).toString() != QString::number(m_window->width()))
+            SettingsFile::store(widthKey, m_window->width());
+        if (settings.value(heightKey).toString() != QString::number(m_window->height()))
+            SettingsFile::store(heightKey, m_window->height());
+    } catch (const FileSaveError &) { }
 }

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QString>
+#include <QVariant>
+
+// The one settings file ("Kelo"/"KeloCompanion", INI). QSettings is used to read it and to format
+// it, but a change reaches the file only through store(): QSaveFile, as QSettings drives it, commits
+// a file whose last bytes failed to reach a full disk, so every write is staged beside the file,
+// read back in full, and only then renamed over it.
+namespace SettingsFile {
+
+QString path();
+
+// Sets `key` (an invalid value removes it) and writes the whole file, keeping it private (0600).
+// Throws FileSaveError; the file is then as it was. A damaged file is set aside first.
+void store(const QString &key, const QVariant &value);
+
+// When the file cannot be read, or QSettings cannot parse it, a copy is kept beside it as
+// "KeloCompanion.damaged-<time>.conf" (once per distinct content; moved there when it cannot even be
+// copied), so no rewrite loses what it held. Returns that copy's path, empty for a sound file.
+QString setAsideIfDamaged();
+
+} // namespace SettingsFile
