@@ -44,7 +44,7 @@ const QString elevenAPIKey = QStringLiteral("elevenAPIKey");
 constexpr const char *zenKeyVariable = "KELO_ZEN_API_KEY";
 
 const QString promptIntroduction = QStringLiteral(
-    "Ești Kelo, un companion AI personal pentru iPhone.\n"
+    "Ești Kelo, un companion AI personal pe calculatorul utilizatorului (o aplicație desktop pentru Linux).\n"
     "Răspunde ÎNTOTDEAUNA în limba română, cu excepția cazului în care utilizatorul cere explicit altă limbă.\n"
     "Răspunde direct, natural și conversațional. Nu folosi formule generice precum «How can I help you today?».\n");
 
@@ -165,6 +165,11 @@ AppSettings::AppSettings(QObject *parent)
 }
 
 AppSettings::~AppSettings() = default;
+
+QList<MCPServerConfig> AppSettings::storedMCPServers()
+{
+    return readServers(QSettings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion")));
+}
 
 void AppSettings::setZenModelID(const QString &value)
 {
