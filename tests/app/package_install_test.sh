@@ -20,24 +20,26 @@ cmake --build "$build" --target package >/dev/null
 deb=$(ls -t "$build"/kelo_*_amd64.deb | head -n1)
 
 work=$(mktemp -d)
-before=$work/packages-before
-dpkg-query -W -f='${Package}\n' | sort >"$before"
+installed_packages() { dpkg-query -W -f='${db:Status-Abbrev} ${Package}\n' | awk '$1 == "ii" { print $2 }' | sort; }
+installed_packages >"$work/before"
+: >"$work/pulled-in"
+# Other programs may use apt meanwhile: wait for its lock instead of failing.
+apt=(env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 -y -qq)
 service_pid=
 cleanup() {
-  [ -n "$service_pid" ] && kill "$service_pid" 2>/dev/null
-  apt-get remove -y -qq kelo >/dev/null 2>&1 || dpkg -r kelo >/dev/null 2>&1 || true
-  # Whatever the installation pulled in goes too, so the machine is as it was.
-  local added
-  added=$(dpkg-query -W -f='${Package}\n' | sort | comm -13 "$before" -)
-  [ -z "$added" ] || apt-get purge -y -qq $added >/dev/null 2>&1 || true
+  [ -z "$service_pid" ] || kill "$service_pid" 2>/dev/null || true
+  "${apt[@]}" remove kelo >/dev/null 2>&1 || dpkg -r kelo >/dev/null 2>&1 || true
+  # What the installation pulled in goes too; never a package someone else installed meanwhile.
+  [ ! -s "$work/pulled-in" ] || "${apt[@]}" purge $(cat "$work/pulled-in") >/dev/null 2>&1 || true
   rm -rf "$work"
 }
 trap cleanup EXIT
 
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
-DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "$deb" >/dev/null 2>"$work/apt.err" \
-  || { cat "$work/apt.err" >&2; fail "apt-get install $deb"; }
+"${apt[@]}" install "$deb" >/dev/null 2>"$work/apt.err" || { cat "$work/apt.err" >&2; fail "apt-get install $deb"; }
+installed_packages | comm -13 "$work/before" - | grep -vx kelo | grep -Fxf <(apt-mark showauto) >"$work/pulled-in" || true
+dpkg-query -W -f='${db:Status-Abbrev}' kelo | grep -q '^ii' || fail "kelo is not installed"
 
 # A user of its own: fresh XDG directories, keys in the protected file.
 export HOME=$work/home XDG_CONFIG_HOME=$work/home/.config XDG_DATA_HOME=$work/home/.local/share
@@ -86,3 +88,7 @@ set -e
 ! grep -E 'is not installed|module .* not found|failed to load|QQmlApplicationEngine failed' "$work/app.log" \
   || fail "$exec_line: QML import errors"
 echo "the installed package works"
+cleanup
+trap - EXIT
+! dpkg-query -W -f='${db:Status-Abbrev}' kelo 2>/dev/null | grep -q '^ii' || fail "kelo is still installed"
+[ ! -e /usr/bin/kelo ] || fail "/usr/bin/kelo is left behind"
