@@ -34,6 +34,11 @@ DoctorCheck toDo(const QString &title, const QString &detail, bool neededForVoic
     return { title, detail, false, neededForVoice };
 }
 
+DoctorCheck audioDevice(const QString &title, const QAudioDevice &device, const QString &whenMissing)
+{
+    return device.isNull() ? toDo(title, whenMissing, true) : passed(title, device.description(), true);
+}
+
 const QString installVoices = QStringLiteral("sudo apt install speech-dispatcher speech-dispatcher-espeak-ng");
 
 } // namespace
@@ -120,26 +125,16 @@ DoctorCheck SystemDoctor::checkKeychain() const
 
 DoctorCheck SystemDoctor::checkSpeaker()
 {
-    const QString title = QStringLiteral("Difuzorul");
-    const QAudioDevice device = QMediaDevices::defaultAudioOutput();
-    if (device.isNull())
-        return toDo(title,
-            QStringLiteral("nu găsesc nicio ieșire audio. Pornește sistemul de sunet (PipeWire sau PulseAudio) și "
-                           "conectează boxele sau căștile."),
-            true);
-    return passed(title, device.description(), true);
+    return audioDevice(QStringLiteral("Difuzorul"), QMediaDevices::defaultAudioOutput(),
+        QStringLiteral("nu găsesc nicio ieșire audio. Pornește sistemul de sunet (PipeWire sau PulseAudio) și "
+                       "conectează boxele sau căștile."));
 }
 
 DoctorCheck SystemDoctor::checkMicrophone()
 {
-    const QString title = QStringLiteral("Microfonul");
-    const QAudioDevice device = QMediaDevices::defaultAudioInput();
-    if (device.isNull())
-        return toDo(title,
-            QStringLiteral("nu găsesc niciun microfon. Conectează unul și verifică în setările de sunet că nu "
-                           "este dezactivat."),
-            true);
-    return passed(title, device.description(), true);
+    return audioDevice(QStringLiteral("Microfonul"), QMediaDevices::defaultAudioInput(),
+        QStringLiteral("nu găsesc niciun microfon. Conectează unul și verifică în setările de sunet că nu "
+                       "este dezactivat."));
 }
 
 QCoro::Task<DoctorCheck> SystemDoctor::checkLocalVoice()
