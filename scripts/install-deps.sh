@@ -28,6 +28,8 @@ packages=(
   speech-dispatcher-espeak-ng espeak-ng libespeak-ng-dev
   # test and benchmark tooling
   xvfb xauth xdotool lame sox appstream desktop-file-utils libbenchmark-dev
+  # the Debian package (dpkg-shlibdeps), its install test and the scheme-handler check of kelo doctor
+  dpkg-dev xdg-utils man-db
 )
 # npm fetches the whisper.cpp sources and the MCP test server; a machine that already has a Node.js
 # with npm keeps it, since Debian's npm conflicts with the bundled one of other Node builds.

@@ -49,7 +49,7 @@ const QStringList all { zenAPIKey, googleTTSAPIKey, azureSpeechKey, elevenAPIKey
 constexpr const char *zenKeyVariable = "KELO_ZEN_API_KEY";
 
 const QString promptIntroduction = QStringLiteral(
-    "Ești Kelo, un companion AI personal pentru iPhone.\n"
+    "Ești Kelo, un companion AI personal pe calculatorul utilizatorului (o aplicație desktop pentru Linux).\n"
     "Răspunde ÎNTOTDEAUNA în limba română, cu excepția cazului în care utilizatorul cere explicit altă limbă.\n"
     "Răspunde direct, natural și conversațional. Nu folosi formule generice precum «How can I help you today?».\n");
 
@@ -196,6 +196,11 @@ void AppSettings::assignSecret(
         return;
     storeSecret(value, account);
     announce(signal);
+}
+
+QList<MCPServerConfig> AppSettings::storedMCPServers()
+{
+    return readServers(QSettings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion")));
 }
 
 void AppSettings::setZenModelID(const QString &value)

@@ -104,6 +104,9 @@ public:
     bool autoSkillsEnabled() const { return m_autoSkillsEnabled; }
     void setAutoSkillsEnabled(bool value);
     QList<MCPServerConfig> mcpServers() const { return m_mcpServers; }
+    // The stored server list read straight from the settings file, without the keychain and without
+    // creating anything: for the shell's completion, which must answer in milliseconds.
+    static QList<MCPServerConfig> storedMCPServers();
     void setMcpServers(const QList<MCPServerConfig> &servers);
     // Reads the server list again from the settings file: another Kelo process (the command line
     // beside the app) may have changed it.

@@ -5,6 +5,7 @@
 #include "net/HttpClient.h"
 #include "net/JsonSupport.h"
 #include "net/URLError.h"
+#include "net/WireNames.h"
 
 #include <QJsonArray>
 #include <QNetworkRequest>
@@ -167,7 +168,7 @@ WebSkillService::~WebSkillService() = default;
 QCoro::Task<QString> WebSkillService::searchRomanianWeb(QString query)
 {
     QNetworkRequest request(searchURL(query));
-    request.setRawHeader("User-Agent", "KeloCompanion/2.0 (iOS)");
+    request.setRawHeader("User-Agent", WireNames::userAgent);
     HttpClient::Options options;
     options.timeoutMs = searchTimeoutMs;
     options.deadlineMs = searchDeadlineMs;

@@ -24,7 +24,7 @@ Rectangle {
             spacing: 8
             SymbolIcon { symbol: card.engine.symbol; size: 18; color: card.selected ? Theme.accent : Theme.text }
             Label {
-                text: card.engine.engine
+                text: card.engine.title
                 font.pixelSize: 15
                 font.bold: true
                 color: Theme.text

@@ -22,8 +22,6 @@ Item {
     property bool isTestingZen: false
     property alias flickable: scroll.contentItem
 
-    readonly property string localPreviewText: "Salut, sunt Kelo. Aceasta este vocea locală instalată pe iPhone."
-
     Connections {
         target: view.actions
         ignoreUnknownSignals: true
@@ -66,7 +64,7 @@ Item {
             FormSection {
                 objectName: "zenSection"
                 title: "OpenCode Zen"
-                footer: "Nu mai există download de LLM pe iPhone. Inferența text rulează prin API, deci telefonul rămâne mult mai rece și consumă semnificativ mai puțină memorie."
+                footer: "Niciun LLM nu se descarcă pe calculator. Inferența text rulează prin API, deci calculatorul rămâne mult mai rece și consumă semnificativ mai puțină memorie."
                 FieldRow {
                     objectName: "zenKeyField"
                     label: "OpenCode Zen API key"
@@ -194,7 +192,7 @@ Item {
             FormSection {
                 objectName: "voiceSection"
                 title: "Voce"
-                footer: "Apple este complet local. Google Cloud și Azure oferă free tiers pentru anumite configurații; limitele și condițiile sunt stabilite de provider. ElevenLabs este păstrat ca opțiune de calitate."
+                footer: "Vocea locală rulează complet pe acest calculator. Google Cloud și Azure oferă free tiers pentru anumite configurații; limitele și condițiile sunt stabilite de provider. ElevenLabs este păstrat ca opțiune de calitate."
                 SwitchRow {
                     objectName: "autoSpeakSwitch"
                     text: "Răspunde cu voce"
@@ -233,13 +231,8 @@ Item {
                         Layout.fillWidth: true
                     }
                 }
-                SwitchRow {
-                    text: "Recunoaștere vocală on-device"
-                    checked: view.settings.preferOnDeviceSpeech
-                    onToggled: on => view.settings.preferOnDeviceSpeech = on
-                }
-
-                // The on-device recognition model: what is installed, and a download on request.
+                // Recognition always runs on this computer; what can change is the model it uses,
+                // shown here with a download on request.
                 ColumnLayout {
                     id: recognitionModel
                     objectName: "recognitionModelRows"
@@ -247,6 +240,14 @@ Item {
                     visible: !!models
                     Layout.fillWidth: true
                     spacing: 6
+                    Label {
+                        objectName: "recognitionPlace"
+                        text: "Recunoaștere vocală pe acest calculator (whisper.cpp): vocea ta nu pleacă spre niciun serviciu."
+                        color: Theme.text
+                        font.pixelSize: 15
+                        wrapMode: Text.Wrap
+                        Layout.fillWidth: true
+                    }
                     Label {
                         objectName: "recognitionModelStatus"
                         text: recognitionModel.models ? recognitionModel.models.statusText : ""
@@ -353,7 +354,7 @@ Item {
                         }
                         Item { Layout.fillWidth: true }
                         ActionButton {
-                            text: "Descarcă / gestionează vocile iOS"
+                            text: "Instalează / gestionează vocile sistemului"
                             symbol: "arrow.down.circle"
                             onClicked: if (!view.actions.openSpeechSettings()) voiceHelp.open()
                         }
@@ -462,7 +463,7 @@ Item {
                 SwitchRow {
                     objectName: "backgroundSwitch"
                     text: "Conversație continuă în fundal"
-                    note: "Dynamic Island se activează când începe conversația. Audio poate continua când mergi pe Home sau blochezi ecranul."
+                    note: "Iconița din bara de sistem arată starea conversației. Audio continuă când închizi fereastra sau blochezi ecranul."
                     checked: view.settings.backgroundConversationEnabled
                     onToggled: on => view.settings.backgroundConversationEnabled = on
                 }
@@ -527,8 +528,12 @@ Item {
                 }
             }
 
+            DoctorSection {
+                doctor: view.actions ? view.actions.doctor : null
+            }
+
             Label {
-                text: "Cheile API sunt păstrate în iOS Keychain. OpenCode Zen, providerul de voce, instrumentele web și MCP-urile primesc doar datele necesare cererilor pe care le activezi."
+                text: "Cheile API sunt păstrate în portcheiul desktopului (Secret Service) sau, fără el, într-un fișier protejat. OpenCode Zen, providerul de voce, instrumentele web și MCP-urile primesc doar datele necesare cererilor pe care le activezi."
                 color: Theme.tertiaryText
                 font.pixelSize: 12
                 wrapMode: Text.Wrap

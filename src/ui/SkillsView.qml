@@ -80,7 +80,7 @@ Item {
                 FeatureRow {
                     icon: "waveform"; tint: "#FF6FAE"
                     title: "Voice"
-                    subtitle: "Apple, Google Cloud, Azure și ElevenLabs"
+                    subtitle: "Vocea locală, Google Cloud, Azure și ElevenLabs"
                 }
                 FeatureRow {
                     icon: "bolt.horizontal.circle"; tint: Theme.warning

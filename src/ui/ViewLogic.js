@@ -131,13 +131,13 @@ function coreScale(moodName, audioLevel) {
 // --- settings ---
 
 var engineCards = [
-    { engine: "Apple Local", key: "appleLocal", symbol: "iphone", badge: "GRATUIT · OFFLINE",
-      description: "Offline · fără API · calitatea depinde de vocile iOS instalate" },
-    { engine: "Google Cloud TTS", key: "googleCloud", symbol: "cloud", badge: "FREE TIER · API",
+    { engine: "Apple Local", title: "Voce locală", key: "appleLocal", symbol: "iphone", badge: "GRATUIT · OFFLINE",
+      description: "Offline · fără API · calitatea depinde de vocile instalate pe calculator" },
+    { engine: "Google Cloud TTS", title: "Google Cloud TTS", key: "googleCloud", symbol: "cloud", badge: "FREE TIER · API",
       description: "API · Romanian WaveNet / Chirp · are free tier pentru unele voci" },
-    { engine: "Azure Speech", key: "azureSpeech", symbol: "waveform.path.ecg", badge: "F0 / FREE TIER · API",
+    { engine: "Azure Speech", title: "Azure Speech", key: "azureSpeech", symbol: "waveform.path.ecg", badge: "F0 / FREE TIER · API",
       description: "API · Romanian Neural · disponibil și cu resursă Azure F0" },
-    { engine: "ElevenLabs", key: "elevenLabs", symbol: "sparkles", badge: "CALITATE RIDICATĂ · API",
+    { engine: "ElevenLabs", title: "ElevenLabs", key: "elevenLabs", symbol: "sparkles", badge: "CALITATE RIDICATĂ · API",
       description: "API · foarte natural · cost/credit în funcție de cont" }
 ]
 

@@ -103,6 +103,8 @@ public:
     // Returns at once; cloud engines run in the background.
     void speak(const QString &text, AppSettings *settings);
     QCoro::Task<> previewCloudVoice(VoiceEnginePreset engine, AppSettings *settings);
+    // What the local voice test says.
+    static QString localVoiceSample();
     void stopSpeaking();
     QCoro::Task<> refreshGoogleVoices(const QString &apiKey);
     QCoro::Task<> refreshAzureVoices(const QString &apiKey, const QString &region);

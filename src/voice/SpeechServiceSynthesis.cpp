@@ -13,7 +13,6 @@
 namespace {
 
 const QString cloudSample = QStringLiteral("Salut, sunt Kelo. Aceasta este o mostră de voce în limba română.");
-const QString localSample = QStringLiteral("Salut, sunt Kelo. Aceasta este vocea locală instalată pe iPhone.");
 const QString backgroundTaskName = QStringLiteral("Kelo cloud voice");
 
 QString missingGoogleKeyText()
@@ -94,13 +93,18 @@ void SpeechService::speak(const QString &text, AppSettings *settings, VoiceEngin
     }
 }
 
+QString SpeechService::localVoiceSample()
+{
+    return QStringLiteral("Salut, sunt Kelo. Aceasta este vocea locală instalată pe acest calculator.");
+}
+
 QCoro::Task<> SpeechService::previewCloudVoice(VoiceEnginePreset engine, AppSettings *settings)
 {
     if (!settings)
         co_return;
     switch (engine) {
     case VoiceEnginePreset::appleLocal:
-        speakApple(localSample, settings->voiceRate(), settings->voiceIdentifier());
+        speakApple(localVoiceSample(), settings->voiceRate(), settings->voiceIdentifier());
         break;
     case VoiceEnginePreset::googleCloud:
         co_await speakGoogle(cloudSample, settings->googleTTSAPIKey(), settings->googleVoiceName());

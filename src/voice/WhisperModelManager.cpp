@@ -20,6 +20,7 @@
 #include <QNetworkReply>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <cerrno>
 #include <cstdio>
@@ -271,6 +272,32 @@ WhisperModelManager::FileStamp WhisperModelManager::stampOf(const QString &path)
     if (!info.isFile())
         return { path, -1, {} };
     return { path, info.size(), info.lastModified() };
+}
+
+std::optional<WhisperModelManager::CatalogueEntry> WhisperModelManager::chosenCatalogueEntry() const
+{
+    const QString chosen = QFileInfo(modelPath()).absoluteFilePath();
+    for (const CatalogueEntry &entry : m_catalogue) {
+        if (QFileInfo(pathFor(entry)).absoluteFilePath() == chosen)
+            return entry;
+    }
+    return std::nullopt;
+}
+
+QCoro::Task<std::optional<bool>> WhisperModelManager::chosenModelMatchesChecksum() const
+{
+    const auto entry = chosenCatalogueEntry();
+    if (!entry)
+        co_return std::nullopt;
+    const QString path = modelPath();
+    const QByteArray actual = co_await QtConcurrent::run([path] {
+        QFile file(path);
+        QCryptographicHash hash(QCryptographicHash::Sha1);
+        if (!file.open(QIODevice::ReadOnly) || !hash.addData(&file))
+            return QByteArray();
+        return hash.result().toHex();
+    });
+    co_return std::optional<bool>(actual == entry->sha1);
 }
 
 bool WhisperModelManager::modelAvailable() const

@@ -81,6 +81,12 @@ public:
     // A model for this process only (the command line's --model); the stored choice stays.
     void setSessionModelPath(const QString &path);
 
+    // The catalogue entry whose file is the chosen model, if it is one.
+    std::optional<CatalogueEntry> chosenCatalogueEntry() const;
+    // Whether the chosen model still has its published SHA-1 (read on a worker thread: 150 MB and
+    // more); nothing for a model that does not come from the catalogue.
+    QCoro::Task<std::optional<bool>> chosenModelMatchesChecksum() const;
+
     // A usable multilingual model file is where modelPath points (checked, then cached per file state).
     bool modelAvailable() const;
     QString statusText() const;

@@ -3,6 +3,11 @@
 #include "KeloProcess.h"
 #include "TemporaryHome.h"
 
+#ifdef KELO_WITH_WHISPER
+#include "RandomWhisperModel.h"
+#endif
+
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QTest>
@@ -188,6 +193,51 @@ private Q_SLOTS:
         QCOMPARE(badKey.exitCode, 1);
         QVERIFY2(badKey.out.contains("cheie invalidă"), qPrintable(badKey.out));
         QCOMPARE(kelo({ "models" }).exitCode, 1);
+    }
+
+    // One line per check, each OK or what to do; a damaged model and a server that wants a new
+    // authorisation are named, the disabled server is not asked, and no token is printed.
+    void doctorSaysWhatIsMissingAndWhatToDo()
+    {
+#ifdef KELO_WITH_WHISPER
+        const QString models = m_home->dataHome() + QStringLiteral("/Kelo/models");
+        QVERIFY(QDir().mkpath(models));
+        RandomWhisperModel::write(models + QStringLiteral("/ggml-base.bin"), RandomWhisperModel::tiny());
+#endif
+        FakeHttpServer locked;
+        locked.on("POST", "/mcp", Reply::text("", 401));
+        QCOMPARE(kelo({ "mcp", "add", "Închis", locked.baseUrl() + "/mcp", "--token", "token-vechi" }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "add", "Oprit", m_service->baseUrl() + "/oprit" }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "disable", "Oprit" }).exitCode, 0);
+        QCOMPARE(kelo({ "config", "set", "voiceEngine", "Google Cloud TTS" }).exitCode, 0);
+
+        const Run run = kelo({ "doctor" }, {}, QString());
+        QCOMPARE(run.exitCode, 1);
+        const QStringList lines = run.out.section(QStringLiteral("\n\n"), 0, 0).split(QLatin1Char('\n'));
+        for (const QString &line : lines)
+            QVERIFY2(
+                line.startsWith(QLatin1String("OK  ")) || line.startsWith(QLatin1String("!!  ")), qPrintable(line));
+        QVERIFY2(run.out.contains(QStringLiteral("!!  Cheia OpenCode Zen: lipsește. Salveaz-o cu „kelo config set "
+                                                 "zenAPIKey CHEIA”")),
+            qPrintable(run.out));
+        QVERIFY(run.out.contains(QStringLiteral("!!  Cheia vocii Google Cloud TTS: lipsește. Salveaz-o cu „kelo "
+                                                "config set googleTTSAPIKey CHEIA”")));
+        QVERIFY(run.out.contains(QStringLiteral("OK  speech-dispatcher și vocea română: nefolosit")));
+#ifdef KELO_WITH_WHISPER
+        QVERIFY(run.out.contains(QStringLiteral("!!  Modelul de recunoaștere vocală: ggml-base.bin nu are suma "
+                                                "SHA-1 publicată")));
+        QVERIFY(run.out.contains(QStringLiteral("„kelo model download base”")));
+#endif
+        QVERIFY(run.out.contains(QStringLiteral("!!  Serverul MCP „Închis”: cere autorizare")));
+        QVERIFY(!run.out.contains(QStringLiteral("Oprit")));
+        QCOMPARE(m_service->requestCount(QStringLiteral("/oprit")), 0);
+        QVERIFY(!run.out.contains(QStringLiteral("token-vechi")));
+        QVERIFY(run.out.endsWith(QStringLiteral("rezolvi liniile marcate cu „!!” de mai sus.\n")));
+
+        m_service->on("GET", "/models", Reply::json(QJsonObject { { "data", QJsonArray() } }));
+        const Run live = kelo({ "doctor", "--live" });
+        QVERIFY2(live.out.contains(QStringLiteral("OK  Cheia OpenCode Zen: Conectat")), qPrintable(live.out));
+        QCOMPARE(m_service->requestCount(QStringLiteral("/models")), 1);
     }
 
     void configReadsAndWritesEverySetting()

@@ -244,7 +244,7 @@ private Q_SLOTS:
         QVERIFY(readme.open(QIODevice::ReadOnly));
         const QString text = QString::fromUtf8(readme.readAll());
         QStringList named;
-        for (const auto &match : QRegularExpression(R"(\bbuild/[\w./-]+)").globalMatch(text))
+        for (const auto &match : QRegularExpression(R"(\bbuild/(bin|bench)/[\w.-]+)").globalMatch(text))
             named.append(match.captured());
         named.removeDuplicates();
         QVERIFY(named.contains("build/bin/kelo"));

@@ -254,7 +254,7 @@ private Q_SLOTS:
         TemporaryHome home;
         AppSettings settings;
         const QString expected = QStringLiteral(
-            "Ești Kelo, un companion AI personal pentru iPhone.\n"
+            "Ești Kelo, un companion AI personal pe calculatorul utilizatorului (o aplicație desktop pentru Linux).\n"
             "Răspunde ÎNTOTDEAUNA în limba română, cu excepția cazului în care utilizatorul cere explicit altă "
             "limbă.\n"
             "Răspunde direct, natural și conversațional. Nu folosi formule generice precum «How can I help you "

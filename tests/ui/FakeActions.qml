@@ -3,6 +3,7 @@ import QtQuick
 // Stands in for the app's action adaptor: records every call with its arguments; the signals are
 // emitted by the tests to play the adaptor's answers.
 QtObject {
+    id: fake
     property var gallery: [
         { id: "linear", name: "Linear", subtitle: "Issues, proiecte și echipe", endpoint: "https://mcp.linear.app/mcp",
           symbol: "checkmark.circle", tintName: "violet", note: "OAuth 2.1. Kelo încearcă Dynamic Client Registration când serverul îl oferă." },
@@ -12,6 +13,12 @@ QtObject {
           symbol: "envelope", tintName: "red", note: "Google OAuth." }
     ]
     property var calls: []
+    property QtObject doctor: QtObject {
+        property var checks: []
+        property bool running: false
+        property bool readyForVoice: false
+        function start(live) { fake.record(["doctor.start", live]) }
+    }
     property bool speechSettingsAvailable: false
 
     signal zenConnectionTested(string text)

@@ -50,6 +50,22 @@ Item {
             verify(findChild(settingsView, "elevenEngineRows").visible)
         }
 
+        function test_doctorSectionRunsTheChecksAndShowsEachLine() {
+            mouseClick(findChild(settingsView, "runDoctorButton"))
+            compare(actions.last(), ["doctor.start", true])
+            verify(!findChild(settingsView, "doctorVerdict").visible)
+
+            actions.doctor.checks = [{ title: "Cheia OpenCode Zen", detail: "salvată.", ok: true, neededForVoice: true },
+                                     { title: "Microfonul", detail: "nu găsesc niciun microfon.", ok: false, neededForVoice: true }]
+            waitForRendering(settingsView)
+            var verdict = findChild(settingsView, "doctorVerdict")
+            verify(verdict.visible)
+            compare(verdict.text, "O tură vocală nu poate avea loc până nu rezolvi liniile marcate.")
+            actions.doctor.readyForVoice = true
+            compare(verdict.text, "Kelo are tot ce îi trebuie pentru o tură vocală.")
+            actions.doctor.checks = []
+        }
+
         function test_localVoicePickerFirstEntryStoresTheEmptyIdentifier() {
             store.speech.romanianVoices = [{ identifier: "ro+adam", name: "Romanian+Adam", quality: "enhanced" }]
             store.settings.voiceIdentifier = "ro+adam"

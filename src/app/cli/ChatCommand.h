@@ -10,4 +10,5 @@ public:
     QString summary() const override;
     QString usage() const override;
     QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
+    QStringList completions(const QStringList &) const override { return { QStringLiteral("--speak") }; }
 };

@@ -30,4 +30,13 @@ public:
     virtual CliArguments::Syntax syntax() const { return {}; }
     // `arguments` are the words after the command's name; --help is handled before this is called.
     virtual QCoro::Task<int> run(CliSession &session, QStringList arguments) = 0;
+    // For the shell's completion: what may follow the words already typed after the name (`previous`):
+    // actions, options, or the values of the option or position being typed. It must answer fast and
+    // never reveal a secret. `fileWord` stands for "a file name".
+    virtual QStringList completions(const QStringList &previous) const
+    {
+        Q_UNUSED(previous)
+        return {};
+    }
+    static QString fileWord() { return QStringLiteral("@file"); }
 };

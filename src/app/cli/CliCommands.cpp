@@ -3,6 +3,7 @@
 #include "AskCommand.h"
 #include "ChatCommand.h"
 #include "ConfigCommand.h"
+#include "DoctorCommand.h"
 #include "ListenCommand.h"
 #include "MCPCommand.h"
 #include "MemoryCommand.h"
@@ -26,5 +27,6 @@ std::vector<std::unique_ptr<CliCommand>> allCliCommands()
     commands.push_back(std::make_unique<MCPCommand>());
     commands.push_back(std::make_unique<ListenCommand>());
     commands.push_back(std::make_unique<RecognitionModelCommand>());
+    commands.push_back(std::make_unique<DoctorCommand>());
     return commands;
 }

@@ -199,3 +199,29 @@ QCoro::Task<int> ConfigCommand::run(CliSession &session, QStringList arguments)
     }
     co_return set(settings, *property, args->positional.at(2));
 }
+
+QStringList ConfigCommand::completions(const QStringList &previous) const
+{
+    QStringList typed = previous;
+    typed.removeAll(QStringLiteral("--show-secrets"));
+    if (typed.isEmpty())
+        return { QStringLiteral("list"), QStringLiteral("get"), QStringLiteral("set") };
+    const QString action = typed.first();
+    if (typed.size() == 1 && (action == QLatin1String("get") || action == QLatin1String("set"))) {
+        QStringList names;
+        for (const QMetaProperty &property : settingProperties()) {
+            if (property.isWritable() || action == QLatin1String("get"))
+                names.append(QLatin1String(property.name()));
+        }
+        return names;
+    }
+    if (typed.size() == 2 && action == QLatin1String("set")) {
+        const auto property = findProperty(typed.at(1));
+        if (property && property->metaType().id() == QMetaType::Bool)
+            return { QStringLiteral("true"), QStringLiteral("false") };
+        return allowedValues(typed.at(1)).value_or(QStringList());
+    }
+    if (action != QLatin1String("set"))
+        return { QStringLiteral("--show-secrets") };
+    return {};
+}

@@ -13,6 +13,7 @@ public:
     QString summary() const override;
     QString usage() const override;
     QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
+    QStringList completions(const QStringList &previous) const override;
 
 private:
     static QString display(const AppSettings &settings, const QMetaProperty &property, bool showSecrets);

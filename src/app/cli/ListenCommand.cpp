@@ -118,3 +118,11 @@ QCoro::Task<int> ListenCommand::run(CliSession &, QStringList arguments)
     Terminal::out(finalText);
     co_return ExitCode::success;
 }
+
+QStringList ListenCommand::completions(const QStringList &previous) const
+{
+    if (!previous.isEmpty()
+        && (previous.last() == QLatin1String("--file") || previous.last() == QLatin1String("--model")))
+        return { fileWord() };
+    return { QStringLiteral("--file"), QStringLiteral("--model"), QStringLiteral("--fast") };
+}

@@ -11,4 +11,5 @@ public:
     QString summary() const override;
     QString usage() const override;
     QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
+    QStringList completions(const QStringList &previous) const override;
 };

@@ -257,3 +257,32 @@ QCoro::Task<int> MCPCommand::connect(AppSettings &settings, QStringList words)
         co_return ExitCode::failure;
     }
 }
+
+QStringList MCPCommand::completions(const QStringList &previous) const
+{
+    if (previous.isEmpty())
+        return { QStringLiteral("list"), QStringLiteral("add"), QStringLiteral("remove"), QStringLiteral("enable"),
+            QStringLiteral("disable"), QStringLiteral("tools"), QStringLiteral("gallery"), QStringLiteral("connect") };
+    const QString action = previous.first();
+    const QString last = previous.last();
+    if (last.startsWith(QLatin1String("--")) && previous.size() > 1)
+        return {}; // the value of --token, --client-id or --client-secret
+    if (action == QLatin1String("add"))
+        return { QStringLiteral("--token") };
+    if (action == QLatin1String("connect")) {
+        QStringList words { QStringLiteral("--client-id"), QStringLiteral("--client-secret") };
+        if (previous.size() == 1) {
+            for (const MCPGalleryItem &item : MCPGalleryItem::gallery())
+                words.append(item.id);
+        }
+        return words;
+    }
+    const QStringList byServer { QStringLiteral("remove"), QStringLiteral("enable"), QStringLiteral("disable"),
+        QStringLiteral("tools") };
+    QStringList names;
+    if (byServer.contains(action) && previous.size() == 1) {
+        for (const MCPServerConfig &server : AppSettings::storedMCPServers())
+            names.append(server.name);
+    }
+    return names;
+}

@@ -15,6 +15,7 @@ public:
     QString summary() const override;
     QString usage() const override;
     QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
+    QStringList completions(const QStringList &previous) const override;
 
 private:
     static int list(const AppSettings &settings);

@@ -10,4 +10,8 @@ public:
     QString summary() const override;
     QString usage() const override;
     QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
+    QStringList completions(const QStringList &previous) const override
+    {
+        return previous.isEmpty() ? QStringList { QStringLiteral("show"), QStringLiteral("clear") } : QStringList();
+    }
 };

@@ -109,3 +109,19 @@ int RecognitionModelCommand::use(WhisperModelManager &models, const QString &pat
     Terminal::out(models.modelPath());
     return ExitCode::success;
 }
+
+QStringList RecognitionModelCommand::completions(const QStringList &previous) const
+{
+    if (previous.isEmpty())
+        return { QStringLiteral("list"), QStringLiteral("download"), QStringLiteral("use") };
+    if (previous.size() > 1)
+        return {};
+    if (previous.first() == QLatin1String("use"))
+        return { fileWord() };
+    QStringList names;
+    if (previous.first() == QLatin1String("download")) {
+        for (const auto &entry : WhisperModelManager::defaultCatalogue())
+            names.append(entry.name);
+    }
+    return names;
+}

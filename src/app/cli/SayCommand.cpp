@@ -84,3 +84,8 @@ QCoro::Task<int> SayCommand::run(CliSession &session, QStringList arguments)
     }
     co_return ExitCode::success;
 }
+
+QStringList SayCommand::completions(const QStringList &previous) const
+{
+    return VoiceEngineOption::completions(previous);
+}

@@ -11,4 +11,5 @@ public:
     QString usage() const override;
     CliArguments::Syntax syntax() const override;
     QCoro::Task<int> run(CliSession &session, QStringList arguments) override;
+    QStringList completions(const QStringList &previous) const override;
 };

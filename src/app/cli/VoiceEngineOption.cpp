@@ -16,6 +16,14 @@ std::optional<VoiceEnginePreset> parse(const QString &word)
     return std::nullopt;
 }
 
+QStringList completions(const QStringList &previous)
+{
+    if (!previous.isEmpty() && previous.last() == QLatin1StringView("--engine"))
+        return { QStringLiteral("local"), QStringLiteral("google"), QStringLiteral("azure"),
+            QStringLiteral("elevenlabs") };
+    return { QStringLiteral("--engine") };
+}
+
 QString usageError(const QString &word)
 {
     return QStringLiteral("Motor de voce necunoscut: %1 (alege local, google, azure sau elevenlabs).").arg(word);

@@ -3,6 +3,7 @@
 #include "settings/Presets.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -11,5 +12,7 @@ namespace VoiceEngineOption {
 
 std::optional<VoiceEnginePreset> parse(const QString &word);
 QString usageError(const QString &word);
+// The engine names after --engine, else the option itself.
+QStringList completions(const QStringList &previous);
 
 } // namespace VoiceEngineOption

@@ -103,3 +103,8 @@ QCoro::Task<int> VoicesCommand::listLocalVoices(SpeechService *speech)
         Terminal::out(QStringList { voice.identifier, voice.name, voice.qualityLabel() }.join(QLatin1Char('\t')));
     co_return ExitCode::success;
 }
+
+QStringList VoicesCommand::completions(const QStringList &previous) const
+{
+    return VoiceEngineOption::completions(previous);
+}

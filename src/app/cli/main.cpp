@@ -1,22 +1,59 @@
 #include "CliCommands.h"
 #include "CliSession.h"
+#include "ShellCompletion.h"
 #include "Terminal.h"
 #include "settings/LegacyLocalModelCleaner.h"
 #include "settings/SettingsFile.h"
+#include "system/ManPage.h"
 
 #include <QCoreApplication>
 #include <QTimer>
 
 namespace {
 
-QString generalHelp(const std::vector<std::unique_ptr<CliCommand>> &commands)
+const QString tagline = QStringLiteral("companionul tău vocal, din linia de comandă");
+
+// Everything after the first line of `kelo --help`.
+QString generalHelpBody(const std::vector<std::unique_ptr<CliCommand>> &commands)
 {
-    QString text = QStringLiteral("Kelo — companionul tău vocal, din linia de comandă.\n\n"
-                                  "Utilizare: kelo COMANDĂ [ARGUMENTE…]\n\nComenzi:\n");
+    QString text = QStringLiteral("Utilizare: kelo COMANDĂ [ARGUMENTE…]\n\nComenzi:\n");
     for (const auto &command : commands)
         text += QStringLiteral("  %1  %2\n").arg(command->name(), -10).arg(command->summary());
     text += QStringLiteral("\n  kelo COMANDĂ --help   ajutor pentru o comandă\n  kelo --version        versiunea");
     return text;
+}
+
+QString generalHelp(const std::vector<std::unique_ptr<CliCommand>> &commands)
+{
+    return QStringLiteral("Kelo — %1.\n\n").arg(tagline) + generalHelpBody(commands);
+}
+
+// The manual page: the same texts as `kelo --help` and `kelo COMMAND --help`.
+QString manPage(const std::vector<std::unique_ptr<CliCommand>> &commands)
+{
+    ManPage page(QStringLiteral("kelo"), tagline);
+    page.addSection(QStringLiteral("Descriere"), generalHelpBody(commands));
+    for (const auto &command : commands)
+        page.addSubsection(QStringLiteral("kelo ") + command->name(), command->usage());
+    page.addSection(QStringLiteral("Vezi și"), QStringLiteral("kelo-companion(1)"));
+    return page.roff();
+}
+
+// Answers that need neither the store nor the start-up clean-up: help for the manual and the shell.
+std::optional<int> answerWithoutSession(
+    const std::vector<std::unique_ptr<CliCommand>> &commands, const QStringList &words)
+{
+    if (words.value(0) == QLatin1String("--help-man")) {
+        Terminal::out(manPage(commands));
+        return ExitCode::success;
+    }
+    if (words.value(0) == QLatin1String(ShellCompletion::hiddenCommand)) {
+        const QStringList candidates = ShellCompletion::candidates(commands, words.mid(1));
+        if (!candidates.isEmpty())
+            Terminal::out(candidates.join(QLatin1Char('\n')));
+        return ExitCode::success;
+    }
+    return std::nullopt;
 }
 
 QCoro::Task<int> dispatch(const std::vector<std::unique_ptr<CliCommand>> &commands, QStringList words)
@@ -64,15 +101,17 @@ int main(int argc, char *argv[])
     QCoreApplication::setOrganizationName(QStringLiteral("Kelo"));
     QCoreApplication::setApplicationName(QStringLiteral("KeloCompanion"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KELO_VERSION));
+    const auto commands = allCliCommands();
+    QStringList words = QCoreApplication::arguments().mid(1);
+    if (const auto code = answerWithoutSession(commands, words))
+        return *code;
+
     // Before anything could rewrite it.
     if (const QString kept = SettingsFile::setAsideIfDamaged(); !kept.isEmpty())
         Terminal::err(QStringLiteral("Atenție: fișierul de setări nu a putut fi citit în întregime. O copie a fost "
                                      "păstrată în %1.")
                           .arg(kept));
     LegacyLocalModelCleaner::runOnce();
-
-    const auto commands = allCliCommands();
-    QStringList words = QCoreApplication::arguments().mid(1);
     QTimer::singleShot(0, &app, [&] { runAndQuit(commands, words); });
     return QCoreApplication::exec();
 }

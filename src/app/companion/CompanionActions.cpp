@@ -5,6 +5,7 @@
 #include "settings/AppSettings.h"
 #include "skills/MCPGalleryItem.h"
 #include "skills/MCPOAuthManager.h"
+#include "system/SystemDoctor.h"
 #include "system/VariantLists.h"
 #include "ui/MCPServerListEditor.h"
 #include "voice/SpeechService.h"
@@ -12,15 +13,10 @@
 #include <QProcess>
 #include <QStandardPaths>
 
-namespace {
-
-const QString localPreviewText = QStringLiteral("Salut, sunt Kelo. Aceasta este vocea locală instalată pe iPhone.");
-
-} // namespace
-
 CompanionActions::CompanionActions(ChatStore *store, QObject *parent)
     : QObject(parent)
     , m_store(store)
+    , m_doctor(new SystemDoctor(store, this))
 { }
 
 QVariantList CompanionActions::gallery() const
@@ -88,7 +84,7 @@ void CompanionActions::previewVoice(const QString &engine)
         return;
     if (*preset == VoiceEnginePreset::appleLocal) {
         // speak() uses the selected engine, which is the local one whenever its card shows.
-        m_store->speech()->speak(localPreviewText, m_store->settings());
+        m_store->speech()->speak(SpeechService::localVoiceSample(), m_store->settings());
         return;
     }
     runCloudPreview(engine);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "system/SystemDoctor.h"
+
 #include <QCoroTask>
 #include <QObject>
 #include <QPointer>
@@ -15,11 +17,14 @@ class CompanionActions : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(QVariantList gallery READ gallery CONSTANT)
+    // The checks of `kelo doctor`, for the settings screen.
+    Q_PROPERTY(SystemDoctor *doctor READ doctor CONSTANT)
 
 public:
     explicit CompanionActions(ChatStore *store, QObject *parent = nullptr);
 
     QVariantList gallery() const;
+    SystemDoctor *doctor() const { return m_doctor; }
 
     Q_INVOKABLE void clearConversation();
     Q_INVOKABLE void clearMemory();
@@ -56,4 +61,5 @@ private:
 
     ChatStore *m_store;
     QPointer<MCPOAuthManager> m_oauth;
+    SystemDoctor *m_doctor;
 };

@@ -1,4 +1,5 @@
 #include "CompanionApp.h"
+#include "CompanionHelp.h"
 #include "settings/LegacyLocalModelCleaner.h"
 #include "skills/OAuthCallbackChannel.h"
 
@@ -6,6 +7,8 @@
 
 int main(int argc, char *argv[])
 {
+    if (const auto code = CompanionHelp::answer(argc, argv))
+        return *code;
     // The tray needs QtWidgets, hence a QApplication here (and only here).
     QApplication app(argc, argv);
     CompanionApp::configureApplication();

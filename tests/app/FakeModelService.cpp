@@ -1,0 +1,22 @@
+// A model service on 127.0.0.1 for tests of installed programs: prints its base URL, then answers
+// every chat completion with the text given as its argument and lists one model, until it is killed.
+#include "ChatCompletionReplies.h"
+#include "FakeHttpServer.h"
+
+#include <QCoreApplication>
+
+#include <cstdio>
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    const QString answer = app.arguments().value(1, QStringLiteral("Salut de pe 127.0.0.1."));
+    FakeHttpServer service;
+    service.on("POST", "/chat/completions", FakeHttpServer::Reply::json(ChatCompletionReplies::completion(answer)));
+    service.on("GET", "/models",
+        FakeHttpServer::Reply::json(QJsonObject { { "data",
+            QJsonArray { QJsonObject { { "id", "big-pickle" }, { "name", "Big Pickle" }, { "free", true } } } } }));
+    std::printf("%s\n", qPrintable(service.baseUrl()));
+    std::fflush(stdout);
+    return QCoreApplication::exec();
+}
