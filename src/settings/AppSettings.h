@@ -21,11 +21,13 @@ class AppSettings : public QObject
     Q_PROPERTY(QString zenModelID READ zenModelID WRITE setZenModelID NOTIFY zenModelIDChanged)
     Q_PROPERTY(QString zenAPIKey READ zenAPIKey WRITE setZenAPIKey NOTIFY zenAPIKeyChanged)
     Q_PROPERTY(QString personality READ personalityRawValue WRITE setPersonalityRawValue NOTIFY personalityChanged)
-    Q_PROPERTY(QString responseLength READ responseLengthRawValue WRITE setResponseLengthRawValue NOTIFY responseLengthChanged)
+    Q_PROPERTY(
+        QString responseLength READ responseLengthRawValue WRITE setResponseLengthRawValue NOTIFY responseLengthChanged)
     Q_PROPERTY(QString customPrompt READ customPrompt WRITE setCustomPrompt NOTIFY customPromptChanged)
     Q_PROPERTY(bool autoSpeak READ autoSpeak WRITE setAutoSpeak NOTIFY autoSpeakChanged)
     Q_PROPERTY(bool internetEnabled READ internetEnabled WRITE setInternetEnabled NOTIFY internetEnabledChanged)
-    Q_PROPERTY(bool preferOnDeviceSpeech READ preferOnDeviceSpeech WRITE setPreferOnDeviceSpeech NOTIFY preferOnDeviceSpeechChanged)
+    Q_PROPERTY(bool preferOnDeviceSpeech READ preferOnDeviceSpeech WRITE setPreferOnDeviceSpeech NOTIFY
+            preferOnDeviceSpeechChanged)
     Q_PROPERTY(double voiceRate READ voiceRate WRITE setVoiceRate NOTIFY voiceRateChanged)
     Q_PROPERTY(QString voiceIdentifier READ voiceIdentifier WRITE setVoiceIdentifier NOTIFY voiceIdentifierChanged)
     Q_PROPERTY(QString voiceEngine READ voiceEngineRawValue WRITE setVoiceEngineRawValue NOTIFY voiceEngineChanged)
@@ -36,7 +38,8 @@ class AppSettings : public QObject
     Q_PROPERTY(QString azureVoiceName READ azureVoiceName WRITE setAzureVoiceName NOTIFY azureVoiceNameChanged)
     Q_PROPERTY(QString elevenVoiceID READ elevenVoiceID WRITE setElevenVoiceID NOTIFY elevenVoiceIDChanged)
     Q_PROPERTY(QString elevenAPIKey READ elevenAPIKey WRITE setElevenAPIKey NOTIFY elevenAPIKeyChanged)
-    Q_PROPERTY(bool backgroundConversationEnabled READ backgroundConversationEnabled WRITE setBackgroundConversationEnabled NOTIFY backgroundConversationEnabledChanged)
+    Q_PROPERTY(bool backgroundConversationEnabled READ backgroundConversationEnabled WRITE
+            setBackgroundConversationEnabled NOTIFY backgroundConversationEnabledChanged)
     Q_PROPERTY(bool memoryEnabled READ memoryEnabled WRITE setMemoryEnabled NOTIFY memoryEnabledChanged)
     Q_PROPERTY(bool autoSkillsEnabled READ autoSkillsEnabled WRITE setAutoSkillsEnabled NOTIFY autoSkillsEnabledChanged)
     Q_PROPERTY(QVariantList mcpServers READ mcpServerList NOTIFY mcpServersChanged)
@@ -91,7 +94,12 @@ public:
     bool autoSkillsEnabled() const { return m_autoSkillsEnabled; }
     void setAutoSkillsEnabled(bool value);
     QList<MCPServerConfig> mcpServers() const { return m_mcpServers; }
+    // The servers' secrets go to the secure store (a removed server's are deleted there), the rest
+    // to the settings file.
     void setMcpServers(const QList<MCPServerConfig> &servers);
+    // Takes a server's renewed credentials (or its reconnect mark); nothing else of it changes, and
+    // a server no longer in the list stays out.
+    void updateMcpServerCredentials(const MCPServerConfig &server);
 
     // Raw-value views of the enumerations, for QML and the command line. An unknown raw value is
     // ignored (the setting keeps its value) and the call returns false.
@@ -138,7 +146,12 @@ Q_SIGNALS:
     void changed();
 
 private:
-    void persistServers();
+    QList<MCPServerConfig> loadServers();
+    void persistServers(const QList<MCPServerConfig> &previous);
+    void writeServerList(const QList<MCPServerConfig> &servers);
+    // Writes the server's secrets to the secure store; true when they read back the same.
+    bool storeSecrets(const MCPServerConfig &server);
+    void loadSecrets(MCPServerConfig &server) const;
     // Writes one value to the settings file at once and keeps the file private.
     void persist(const QString &key, const QVariant &value);
     // Emits the property's own signal, then changed().

@@ -1,6 +1,7 @@
 #include "OAuthRecords.h"
 
 #include <QJsonArray>
+#include <QRegularExpression>
 
 namespace {
 
@@ -31,6 +32,16 @@ bool readStrings(const QJsonObject &object, QLatin1StringView key, std::optional
     }
     out = strings;
     return true;
+}
+
+std::optional<qint64> positiveSeconds(const QJsonValue &value)
+{
+    constexpr qint64 tenYears = 10LL * 365 * 24 * 3600;
+    bool ok = value.isDouble();
+    const double number = ok ? value.toDouble() : value.toString().trimmed().toDouble(&ok);
+    if (!ok || !(number > 0) || number > double(tenYears))
+        return std::nullopt;
+    return qint64(number);
 }
 
 } // namespace
@@ -71,7 +82,27 @@ std::optional<OAuthTokenResponse> OAuthTokenResponse::fromJson(const QJsonObject
     OAuthTokenResponse r;
     if (readString(object, QLatin1String("access_token"), r.accessToken)
         && readString(object, QLatin1String("token_type"), r.tokenType)
-        && readString(object, QLatin1String("refresh_token"), r.refreshToken))
+        && readString(object, QLatin1String("refresh_token"), r.refreshToken)) {
+        r.expiresIn = positiveSeconds(object.value(QLatin1String("expires_in")));
         return r;
+    }
     return std::nullopt;
+}
+
+OAuthBearerChallenge OAuthBearerChallenge::fromHeader(const QByteArray &header)
+{
+    const auto parameter = [text = QString::fromUtf8(header)](const QString &name) -> QString {
+        const QRegularExpression pattern(QStringLiteral(R"re((?:^|[\s,])%1\s*=\s*(?:"([^"]*)"|([^\s,]+)))re").arg(name),
+            QRegularExpression::CaseInsensitiveOption);
+        const QRegularExpressionMatch match = pattern.match(text);
+        if (!match.hasMatch())
+            return {};
+        return match.captured(1).isEmpty() ? match.captured(2) : match.captured(1);
+    };
+    OAuthBearerChallenge challenge;
+    const QString metadata = parameter(QStringLiteral("resource_metadata"));
+    if (!metadata.isEmpty())
+        challenge.resourceMetadata = metadata;
+    challenge.scopes = parameter(QStringLiteral("scope")).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    return challenge;
 }
