@@ -1,4 +1,6 @@
+#include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
+#include "FakeOAuthMCPServer.h"
 #include "KeloProcess.h"
 #include "TemporaryHome.h"
 #include "skills/OAuthCallbackChannel.h"
@@ -26,13 +28,20 @@ class MCPCommandTest : public QObject
     QString m_browserLog;
     QNetworkAccessManager m_network;
 
-    Run kelo(const QStringList &arguments, const std::function<void()> &whileRunning = {})
+    Run kelo(const QStringList &arguments, const std::function<void()> &whileRunning = {},
+        const KeloProcess::Options &extra = {})
     {
-        KeloProcess::Options options;
-        options.environment = { { QStringLiteral("XDG_RUNTIME_DIR"), m_runtimeDir },
+        KeloProcess::Options options = extra;
+        options.environment += { { QStringLiteral("XDG_RUNTIME_DIR"), m_runtimeDir },
             { QStringLiteral("BROWSER"), m_home->path() + QStringLiteral("/browser.sh") } };
         options.whileRunning = whileRunning;
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, options);
+    }
+
+    QByteArray settingsFile() const
+    {
+        QFile file(m_home->configHome() + QStringLiteral("/Kelo/KeloCompanion.conf"));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
     QJsonArray storedServers()
@@ -170,6 +179,96 @@ private Q_SLOTS:
         QCOMPARE(servers[0]["authLabel"].toString(), QString("OAuth"));
         QCOMPARE(servers[0]["endpoint"].toString(), endpoint);
         QCOMPARE(kelo({ "mcp", "connect", "nici-un-serviciu" }).exitCode, 2);
+    }
+
+    // Connected once; later its token expires and it forgets its session in the middle of a chat,
+    // and the tool still answers without a browser. No token is ever in the settings file.
+    void oneConnectionOutlivesExpiredTokensAndForgottenSessions()
+    {
+        FakeOAuthMCPServer service;
+        service.toolPages = { QJsonArray { QJsonObject { { "name", "echo" }, { "description", "Repetă" } } },
+            QJsonArray { QJsonObject { { "name", "ora" }, { "description", "Ora exactă" } } } };
+        QCOMPARE(kelo({ "mcp", "connect", service.endpoint() }, browserThatApproves()).exitCode, 0);
+        const QUrlQuery authorization = service.http.requests("/authorize").first().query;
+        QCOMPARE(authorization.queryItemValue("scope", QUrl::FullyDecoded), QString("tools offline_access"));
+        QCOMPARE(authorization.queryItemValue("resource", QUrl::FullyDecoded), service.endpoint());
+
+        const auto noSecretOnDisk = [&] {
+            const QByteArray file = settingsFile();
+            QVERIFY(file.contains("mcpServers"));
+            for (const char *secret : { "access-", "refresh-", "bearerToken" })
+                QVERIFY2(!file.contains(secret), secret);
+        };
+        noSecretOnDisk();
+        const Run shown = kelo({ "config", "get", "mcpServers" });
+        QVERIFY2(!shown.out.contains(service.accessToken) && !shown.out.contains(service.refreshToken),
+            qPrintable(shown.out));
+        QCOMPARE(storedServers().first()["oauth"]["refreshToken"].toString(), service.refreshToken);
+
+        const Run tools = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(tools.exitCode, 0);
+        QCOMPARE(tools.out.count('\n'), 2);
+        QVERIFY(tools.out.contains("ora\tmcp_127_0_0_1_ora"));
+
+        // The model calls the tool twice in one turn; between the calls the service expires the
+        // token again and forgets the session.
+        service.expireToken();
+        QFile::remove(m_browserLog);
+        FakeHttpServer model;
+        int completions = 0;
+        model.on("POST", "/chat/completions", [&](const FakeHttpServer::Request &) {
+            using namespace ChatCompletionReplies;
+            ++completions;
+            if (completions == 3)
+                return Reply::json(completion("Gata: unu, doi"));
+            if (completions == 2) {
+                service.expireToken();
+                service.forgetSessions();
+            }
+            const QString word = completions == 1 ? "unu" : "doi";
+            return Reply::json(
+                completion(QString(), { toolCall(word, "mcp_127_0_0_1_echo", { { "message", word } }) }));
+        });
+        KeloProcess::Options chat;
+        chat.environment = { { "KELO_ZEN_BASE_URL", model.baseUrl() }, { "KELO_ZEN_API_KEY", "cheie" } };
+        chat.input = "spune unu și doi\n";
+        const Run turn = kelo({ "chat" }, {}, chat);
+        QCOMPARE(turn.exitCode, 0);
+        QVERIFY2(turn.out.contains("Kelo: Gata: unu, doi"), qPrintable(turn.out + turn.err));
+        const auto requests = model.requests("/chat/completions");
+        QCOMPARE(requests.size(), 3);
+        for (int round : { 1, 2 }) {
+            const QJsonObject toolResult = requests[round].json()["messages"].toArray().last().toObject();
+            QCOMPARE(toolResult["content"].toString(), round == 1 ? QString("ecou: unu") : QString("ecou: doi"));
+        }
+        QVERIFY(!QFile::exists(m_browserLog));
+        // `mcp tools`, the turn's first contact, and the one after the forgotten session.
+        QCOMPARE(service.sessionsStarted(), 3);
+        int renewals = 0;
+        for (const auto &request : service.http.requests("/token"))
+            renewals += request.body.contains("grant_type=refresh_token");
+        QCOMPARE(renewals, 2);
+        noSecretOnDisk();
+        QCOMPARE(storedServers().first()["oauth"]["refreshToken"].toString(), service.refreshToken);
+
+        // A refresh token the provider refuses: the row says to connect again, nothing else changes.
+        service.expireToken();
+        service.refreshReply = Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400);
+        const QJsonArray before = storedServers();
+        const Run denied = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(denied.exitCode, 1);
+        QVERIFY(denied.err.contains("MCP necesită autentificare sau tokenul a expirat."));
+        QVERIFY(kelo({ "mcp", "list" }).out.contains("\tOAuth\tTrebuie conectat din nou"));
+        QJsonArray after = storedServers();
+        QJsonObject marked = after[0].toObject();
+        QVERIFY(marked.take("needsReconnect").toBool());
+        QCOMPARE(marked, before[0].toObject());
+
+        // Connecting again clears the mark and replaces the server.
+        service.refreshReply.reset();
+        QCOMPARE(kelo({ "mcp", "connect", service.endpoint() }, browserThatApproves()).exitCode, 0);
+        QVERIFY(!kelo({ "mcp", "list" }).out.contains("Trebuie conectat din nou"));
+        QCOMPARE(storedServers().size(), 1);
     }
 };
 

@@ -2,6 +2,7 @@
 
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
+#include "FakeOAuthMCPServer.h"
 #include "net/URLError.h"
 #include "skills/MCPError.h"
 #include "skills/MCPEventStream.h"
@@ -82,77 +83,6 @@ QJsonObject tool(const QString &name)
     return { { "name", name }, { "description", "Unealta " + name },
         { "inputSchema", QJsonObject { { "type", "object" } } } };
 }
-
-// An MCP endpoint behind OAuth: it accepts only the access token it issued last, renews it with
-// the current refresh token (rotating that too), and starts a session with every handshake. A test
-// can make it expire its token, forget its sessions, or answer the refresh its own way.
-struct GuardedServer
-{
-    FakeHttpServer http;
-    QString accessToken = QStringLiteral("a1");
-    QString refreshToken = QStringLiteral("r1");
-    int issued = 1;
-    QSet<QString> liveSessions;
-    int sessionsStarted = 0;
-    bool forgetsEverySession = false;
-    std::optional<Reply> refreshReply;
-
-    GuardedServer()
-    {
-        http.on("POST", "/token", [this](const FakeHttpServer::Request &request) {
-            if (refreshReply)
-                return *refreshReply;
-            const QUrlQuery form(QString::fromUtf8(request.body));
-            if (form.queryItemValue("grant_type") != "refresh_token"
-                || form.queryItemValue("refresh_token", QUrl::FullyDecoded) != refreshToken)
-                return Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400);
-            ++issued;
-            accessToken = QStringLiteral("a%1").arg(issued);
-            refreshToken = QStringLiteral("r%1").arg(issued);
-            return Reply::json(QJsonObject {
-                { "access_token", accessToken }, { "refresh_token", refreshToken }, { "expires_in", 3600 } });
-        });
-        http.on("POST", "/mcp", [this](const FakeHttpServer::Request &request) {
-            if (request.header("Authorization") != "Bearer " + accessToken.toUtf8())
-                return Reply::text("expired", 401);
-            const QJsonObject message = request.json();
-            const QString method = message.value("method").toString();
-            const qint64 id = message.value("id").toInteger();
-            if (method == "initialize") {
-                const QString session = QStringLiteral("s%1").arg(++sessionsStarted);
-                liveSessions.insert(session);
-                Reply reply = Reply::json(rpcResult({ { "protocolVersion", "2025-06-18" } }, id));
-                reply.headers.append(qMakePair(QByteArray("Mcp-Session-Id"), session.toUtf8()));
-                return reply;
-            }
-            if (forgetsEverySession || !liveSessions.contains(QString::fromUtf8(request.header("Mcp-Session-Id"))))
-                return Reply::text("unknown session", 404);
-            if (method == "notifications/initialized")
-                return Reply::text({}, 202);
-            return Reply::json(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", "ok" } } } } }, id));
-        });
-    }
-
-    void expireToken() { accessToken = QStringLiteral("only-the-server-knows"); }
-    void forgetSessions() { liveSessions.clear(); }
-
-    MCPServerConfig connected() const
-    {
-        MCPServerConfig config = server(http.baseUrl() + "/mcp", "Guarded", "a1");
-        config.oauth.tokenEndpoint = http.baseUrl() + "/token";
-        config.oauth.clientID = "kelo";
-        config.oauth.refreshToken = "r1";
-        return config;
-    }
-
-    QStringList methods() const
-    {
-        QStringList list;
-        for (const auto &request : http.requests("/mcp"))
-            list.append(request.json().value("method").toString());
-        return list;
-    }
-};
 
 template<typename T> MCPError mcpError(QCoro::Task<T> task)
 {
@@ -423,12 +353,12 @@ private Q_SLOTS:
 
     void anExpiredTokenIsRenewedOnceForConcurrentRequests()
     {
-        GuardedServer mcp;
+        FakeOAuthMCPServer mcp;
         MCPClient client;
         QList<MCPServerConfig> changes;
         QObject::connect(&client, &MCPClient::serverCredentialsChanged,
             [&changes](const MCPServerConfig &server) { changes.append(server); });
-        const MCPServerConfig stale = mcp.connected();
+        const MCPServerConfig stale = mcp.connectedServer();
         AsyncTest::await(client.initialize(stale));
         mcp.expireToken();
 
@@ -436,23 +366,23 @@ private Q_SLOTS:
         auto second = client.callTool(stale, "echo", {});
         auto third = client.callTool(stale, "echo", {});
         for (auto *task : { &first, &second, &third })
-            QCOMPARE(AsyncTest::await(std::move(*task)), QString("ok"));
+            QCOMPARE(AsyncTest::await(std::move(*task)), QString("ecou: ok"));
         QCOMPARE(mcp.http.requestCount("/token"), 1);
         const QUrlQuery form(QString::fromUtf8(mcp.http.requests("/token").first().body));
         QCOMPARE(form.queryItems(QUrl::FullyDecoded),
-            (QList<QPair<QString, QString>> { { "grant_type", "refresh_token" }, { "refresh_token", "r1" },
-                { "client_id", "kelo" }, { "resource", stale.endpoint } }));
+            (QList<QPair<QString, QString>> { { "grant_type", "refresh_token" }, { "refresh_token", "refresh-1" },
+                { "client_id", "kelo-client" }, { "resource", stale.endpoint } }));
 
         QCOMPARE(changes.size(), 1);
         const MCPServerConfig renewed = changes.first();
         QCOMPARE(renewed.id, stale.id);
-        QCOMPARE(renewed.bearerToken, QString("a2"));
-        QCOMPARE(renewed.oauth.refreshToken, QString("r2"));
+        QCOMPARE(renewed.bearerToken, QString("access-2"));
+        QCOMPARE(renewed.oauth.refreshToken, QString("refresh-2"));
         QVERIFY(qAbs(QDateTime::currentDateTimeUtc().secsTo(*renewed.oauth.accessTokenExpiresAt) - 3600) < 5);
 
         // A caller still holding the old copy gets the renewed token without another renewal.
         AsyncTest::await(client.callTool(stale, "echo", {}));
-        QCOMPARE(mcp.http.requests("/mcp").last().header("Authorization"), QByteArray("Bearer a2"));
+        QCOMPARE(mcp.http.requests("/mcp").last().header("Authorization"), QByteArray("Bearer access-2"));
         QCOMPARE(mcp.http.requestCount("/token"), 1);
 
         // A token known to have expired is renewed before the server is asked at all.
@@ -463,7 +393,7 @@ private Q_SLOTS:
         AsyncTest::await(restarted.callTool(expiring, "echo", {}));
         QCOMPARE(mcp.http.requestCount("/token"), 1);
         for (const auto &request : mcp.http.requests("/mcp"))
-            QCOMPARE(request.header("Authorization"), QByteArray("Bearer a3"));
+            QCOMPARE(request.header("Authorization"), QByteArray("Bearer access-3"));
     }
 
     void aFailedRenewalShowsTheUnauthorizedText_data()
@@ -482,14 +412,14 @@ private Q_SLOTS:
     {
         QFETCH(Reply, refreshReply);
         QFETCH(bool, marked);
-        GuardedServer mcp;
+        FakeOAuthMCPServer mcp;
+        const MCPServerConfig config = mcp.connectedServer();
         mcp.expireToken();
         mcp.refreshReply = refreshReply;
         MCPClient client;
         QList<MCPServerConfig> changes;
         QObject::connect(&client, &MCPClient::serverCredentialsChanged,
             [&changes](const MCPServerConfig &server) { changes.append(server); });
-        const MCPServerConfig config = mcp.connected();
 
         const MCPError error = mcpError(client.callTool(config, "echo", {}));
         QCOMPARE(error.kind(), MCPError::unauthorized);
@@ -508,19 +438,19 @@ private Q_SLOTS:
 
     void aForgottenSessionIsStartedAgainOnce()
     {
-        GuardedServer mcp;
+        FakeOAuthMCPServer mcp;
         MCPClient client;
-        const MCPServerConfig config = mcp.connected();
+        const MCPServerConfig config = mcp.connectedServer();
         AsyncTest::await(client.callTool(config, "echo", {}));
         mcp.forgetSessions();
-        QCOMPARE(AsyncTest::await(client.callTool(config, "echo", {})), QString("ok"));
+        QCOMPARE(AsyncTest::await(client.callTool(config, "echo", {})), QString("ecou: ok"));
         QCOMPARE(mcp.methods(),
             QStringList({ "initialize", "notifications/initialized", "tools/call", "tools/call", "initialize",
                 "notifications/initialized", "tools/call" }));
         const auto requests = mcp.http.requests("/mcp");
-        QCOMPARE(requests[3].header("Mcp-Session-Id"), QByteArray("s1"));
+        QCOMPARE(requests[3].header("Mcp-Session-Id"), QByteArray("session-1"));
         QVERIFY(requests[4].header("Mcp-Session-Id").isEmpty());
-        QCOMPARE(requests[6].header("Mcp-Session-Id"), QByteArray("s2"));
+        QCOMPARE(requests[6].header("Mcp-Session-Id"), QByteArray("session-2"));
         // The agreed version goes with every request after a handshake, not with the handshake.
         QStringList versions;
         for (const auto &request : requests)
@@ -531,16 +461,16 @@ private Q_SLOTS:
         // An expired token and a forgotten session at once: renewed, started again, answered.
         mcp.expireToken();
         mcp.forgetSessions();
-        QCOMPARE(AsyncTest::await(client.callTool(config, "echo", {})), QString("ok"));
+        QCOMPARE(AsyncTest::await(client.callTool(config, "echo", {})), QString("ecou: ok"));
         QCOMPARE(mcp.http.requestCount("/token"), 1);
 
         // A server that forgets every session gets one new handshake, then the error.
         mcp.forgetsEverySession = true;
-        const qsizetype handshakes = mcp.methods().count("initialize");
+        const int handshakes = mcp.sessionsStarted();
         const MCPError error = mcpError(client.callTool(config, "echo", {}));
         QCOMPARE(error.kind(), MCPError::sessionExpired);
         QCOMPARE(error.description(), QString("Serverul MCP nu mai recunoaște sesiunea."));
-        QCOMPARE(mcp.methods().count("initialize"), handshakes + 1);
+        QCOMPARE(mcp.sessionsStarted(), handshakes + 1);
     }
 
     void toolListsAreReadPageByPage_data()
