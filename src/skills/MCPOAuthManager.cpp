@@ -401,6 +401,9 @@ QCoro::Task<MCPOAuthManager::Connection> MCPOAuthManager::runFlow(
     };
     if (!scopes.isEmpty())
         query.append({ QStringLiteral("scope"), scopes.join(QLatin1Char(' ')) });
+    // OpenID providers grant offline access (the refresh token) only with explicit consent.
+    if (scopes.contains(QLatin1String("offline_access")))
+        query.append({ QStringLiteral("prompt"), QStringLiteral("consent") });
     QUrl authorizationURL = authorizationEndpoint;
     const QByteArray existingQuery = authorizationEndpoint.query(QUrl::FullyEncoded).toLatin1();
     authorizationURL.setQuery(QString::fromLatin1((existingQuery.isEmpty() ? QByteArray() : existingQuery + '&')

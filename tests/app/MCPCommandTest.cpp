@@ -1,3 +1,4 @@
+#include "AsyncTest.h"
 #include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 #include "FakeOAuthMCPServer.h"
@@ -11,6 +12,9 @@
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTcpSocket>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
@@ -50,7 +54,8 @@ class MCPCommandTest : public QObject
         return QJsonDocument::fromJson(run.out.toUtf8()).array();
     }
 
-    // The browser: once kelo has asked for a page, load it here and hand its redirect to kelo.
+    // The browser: once kelo has asked for a page, load it here, follow the provider's redirects
+    // (with its cookies) and hand the redirect to Kelo's address over to kelo.
     std::function<void()> browserThatApproves()
     {
         auto started = std::make_shared<bool>(false);
@@ -59,15 +64,23 @@ class MCPCommandTest : public QObject
             if (*started || !log.open(QIODevice::ReadOnly))
                 return;
             *started = true;
-            QNetworkRequest request(QUrl(QString::fromUtf8(log.readAll().trimmed())));
-            request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-            QNetworkReply *reply = m_network.get(request);
-            QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply] {
-                reply->deleteLater();
-                OAuthCallbackChannel::deliver(QUrl(QString::fromUtf8(reply->rawHeader("Location"))),
-                    m_runtimeDir + QStringLiteral("/kelo-oauth"));
-            });
+            follow(QUrl(QString::fromUtf8(log.readAll().trimmed())));
         };
+    }
+
+    void follow(const QUrl &url)
+    {
+        QNetworkRequest request(url);
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        QNetworkReply *reply = m_network.get(request);
+        QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply, url] {
+            reply->deleteLater();
+            const QUrl location = url.resolved(QUrl(QString::fromUtf8(reply->rawHeader("Location"))));
+            if (location.scheme() == QLatin1String("kelo"))
+                OAuthCallbackChannel::deliver(location, m_runtimeDir + QStringLiteral("/kelo-oauth"));
+            else if (!reply->rawHeader("Location").isEmpty())
+                follow(location);
+        });
     }
 
 private Q_SLOTS:
@@ -269,6 +282,81 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "mcp", "connect", service.endpoint() }, browserThatApproves()).exitCode, 0);
         QVERIFY(!kelo({ "mcp", "list" }).out.contains("Trebuie conectat din nou"));
         QCOMPARE(storedServers().size(), 1);
+    }
+
+    // The same journey against a standards-strict authorization server from the npm registry, whose
+    // access tokens live two seconds and whose refresh tokens rotate.
+    void aRealAuthorizationServerKeepsTheConnectionAlive()
+    {
+        const QString provider
+            = qEnvironmentVariable("KELO_OAUTH_SERVER_DIR", QDir::homePath() + "/.cache/kelo/npm/oauth-server")
+            + "/node_modules/oidc-provider/lib/index.js";
+        const QString node = QStandardPaths::findExecutable("node");
+        if (node.isEmpty() || !QFile::exists(provider))
+            QSKIP("oidc-provider is not installed (scripts/prepare-mcp-server.sh)");
+        QProcess server;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("OIDC_PROVIDER", provider);
+        environment.insert("ACCESS_TOKEN_TTL", "2");
+        server.setProcessEnvironment(environment);
+        server.start(node, { QStringLiteral(KELO_OAUTH_SERVER_SCRIPT) });
+        QVERIFY(AsyncTest::waitUntil([&] { return server.canReadLine() || server.state() == QProcess::NotRunning; }));
+        const QString ready = QString::fromUtf8(server.readLine()).trimmed();
+        QVERIFY2(ready.startsWith("listening "), qPrintable(ready + server.readAllStandardError()));
+        const quint16 port = ready.section(' ', 1).toUShort();
+        const QString endpoint = QStringLiteral("http://127.0.0.1:%1/mcp").arg(port);
+
+        const Run connect = kelo({ "mcp", "connect", endpoint }, browserThatApproves());
+        QVERIFY2(connect.exitCode == 0, qPrintable(connect.err));
+        const QJsonObject grant = storedServers().first()["oauth"].toObject();
+        QCOMPARE(grant["resource"].toString(), QStringLiteral("http://localhost:%1/mcp").arg(port));
+        QVERIFY(!grant["refreshToken"].toString().isEmpty());
+        QVERIFY(!grant["accessTokenExpiresAt"].toString().isEmpty());
+
+        QTest::qWait(2'500); // the access token is dead now
+        const Run tools = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(tools.exitCode, 0);
+        QCOMPARE(tools.out.count('\n'), 2);
+        QVERIFY(storedServers().first()["oauth"]["refreshToken"] != grant["refreshToken"]);
+
+        QTest::qWait(2'500);
+        QFile::remove(m_browserLog);
+        FakeHttpServer model;
+        int completions = 0;
+        model.on("POST", "/chat/completions", [&](const FakeHttpServer::Request &) {
+            using namespace ChatCompletionReplies;
+            ++completions;
+            if (completions == 3)
+                return Reply::json(completion("Gata"));
+            if (completions == 2) {
+                QTcpSocket control;
+                control.connectToHost(QHostAddress::LocalHost, port);
+                control.waitForConnected(2'000);
+                control.write("POST /test/forget-sessions HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 0\r\n"
+                              "Connection: close\r\n\r\n");
+                control.waitForReadyRead(2'000);
+            }
+            const QString word = completions == 1 ? "unu" : "doi";
+            return Reply::json(
+                completion(QString(), { toolCall(word, "mcp_127_0_0_1_echo", { { "message", word } }) }));
+        });
+        KeloProcess::Options chat;
+        chat.environment = { { "KELO_ZEN_BASE_URL", model.baseUrl() }, { "KELO_ZEN_API_KEY", "cheie" } };
+        chat.input = "spune unu și doi\n";
+        const Run turn = kelo({ "chat" }, {}, chat);
+        QCOMPARE(turn.exitCode, 0);
+        const auto requests = model.requests("/chat/completions");
+        QCOMPARE(requests.size(), 3);
+        QCOMPARE(requests[1].json()["messages"].toArray().last()["content"].toString(), QString("ecou: unu"));
+        QCOMPARE(requests[2].json()["messages"].toArray().last()["content"].toString(), QString("ecou: doi"));
+        QVERIFY(!QFile::exists(m_browserLog));
+
+        const QJsonObject stored = storedServers().first().toObject();
+        const QByteArray file = settingsFile();
+        QVERIFY(!file.contains(stored["bearerToken"].toString().toUtf8()));
+        QVERIFY(!file.contains(stored["oauth"]["refreshToken"].toString().toUtf8()));
+        server.kill();
+        server.waitForFinished();
     }
 };
 
