@@ -262,27 +262,22 @@ void MCPClient::forgetSession(const QString &endpoint, const QString &sessionID)
 
 QCoro::Task<QJsonObject> MCPClient::request(MCPServerConfig server, QString method, QJsonObject params)
 {
-    co_await initialize(server);
-    QString lostSession;
-    try {
-        const QJsonObject result = co_await rpc(server, method, params);
-        co_return result;
-    } catch (const MCPError &error) {
-        if (error.kind() != MCPError::sessionExpired)
-            throw;
-        lostSession = error.message();
+    for (int attempt = 1;; ++attempt) {
+        co_await initialize(server);
+        QString lostSession;
+        try {
+            const QJsonObject result = co_await rpc(server, method, params);
+            co_return result;
+        } catch (const MCPError &error) {
+            if (error.kind() != MCPError::sessionExpired)
+                throw;
+            lostSession = error.message();
+        }
+        // Once is enough: a server that forgets every session cannot be talked to.
+        if (attempt == 2)
+            throw MCPError(MCPError::sessionExpired);
+        forgetSession(server.endpoint, lostSession);
     }
-    forgetSession(server.endpoint, lostSession);
-    co_await initialize(server);
-    try {
-        const QJsonObject result = co_await rpc(server, method, params);
-        co_return result;
-    } catch (const MCPError &error) {
-        if (error.kind() != MCPError::sessionExpired)
-            throw;
-    }
-    // Once is enough: a server that forgets every session cannot be talked to.
-    throw MCPError(MCPError::sessionExpired);
 }
 
 QCoro::Task<QList<QJsonObject>> MCPClient::listTools(MCPServerConfig server)

@@ -1,17 +1,8 @@
 #include "MCPOAuthGrant.h"
 
-namespace {
+#include "net/JsonSupport.h"
 
-bool readString(const QJsonObject &object, QLatin1StringView key, QString &out)
-{
-    const QJsonValue value = object.value(key);
-    if (value.isUndefined() || value.isNull())
-        return true;
-    if (!value.isString())
-        return false;
-    out = value.toString();
-    return true;
-}
+namespace {
 
 void insertIfSet(QJsonObject &object, const QString &key, const QString &value)
 {
@@ -40,13 +31,15 @@ std::optional<MCPOAuthGrant> MCPOAuthGrant::fromJson(const QJsonObject &object)
 {
     MCPOAuthGrant grant;
     QString expiresAt;
-    if (!readString(object, QLatin1String("tokenEndpoint"), grant.tokenEndpoint)
-        || !readString(object, QLatin1String("clientID"), grant.clientID)
-        || !readString(object, QLatin1String("resource"), grant.resource)
-        || !readString(object, QLatin1String("refreshToken"), grant.refreshToken)
-        || !readString(object, QLatin1String("clientSecret"), grant.clientSecret)
-        || !readString(object, QLatin1String("accessTokenExpiresAt"), expiresAt))
-        return std::nullopt;
+    const std::pair<const char *, QString *> members[] = { { "tokenEndpoint", &grant.tokenEndpoint },
+        { "clientID", &grant.clientID }, { "resource", &grant.resource }, { "refreshToken", &grant.refreshToken },
+        { "clientSecret", &grant.clientSecret }, { "accessTokenExpiresAt", &expiresAt } };
+    for (const auto &[key, target] : members) {
+        std::optional<QString> value;
+        if (!JsonSupport::readOptionalString(object, QLatin1String(key), value))
+            return std::nullopt;
+        *target = value.value_or(QString());
+    }
     if (!expiresAt.isEmpty()) {
         const QDateTime time = QDateTime::fromString(expiresAt, Qt::ISODate);
         if (!time.isValid())

@@ -83,6 +83,37 @@ class MCPCommandTest : public QObject
         });
     }
 
+    // One `kelo chat` turn in which the model calls the echo tool twice ("unu", then "doi");
+    // `betweenCalls` runs just before the second call. The model's requests come back.
+    QList<FakeHttpServer::Request> chatTurnCallingEchoTwice(const std::function<void()> &betweenCalls)
+    {
+        FakeHttpServer model;
+        int completions = 0;
+        model.on("POST", "/chat/completions", [&](const FakeHttpServer::Request &) {
+            using namespace ChatCompletionReplies;
+            ++completions;
+            if (completions == 3)
+                return Reply::json(completion("Gata: unu, doi"));
+            if (completions == 2)
+                betweenCalls();
+            const QString word = completions == 1 ? "unu" : "doi";
+            return Reply::json(
+                completion(QString(), { toolCall(word, "mcp_127_0_0_1_echo", { { "message", word } }) }));
+        });
+        KeloProcess::Options chat;
+        chat.environment = { { "KELO_ZEN_BASE_URL", model.baseUrl() }, { "KELO_ZEN_API_KEY", "cheie" } };
+        chat.input = "spune unu și doi\n";
+        const Run turn = kelo({ "chat" }, {}, chat);
+        if (turn.exitCode != 0 || !turn.out.contains("Kelo: Gata: unu, doi"))
+            qWarning("%s", qPrintable(turn.out + turn.err));
+        return model.requests("/chat/completions");
+    }
+
+    static QString toolResultIn(const FakeHttpServer::Request &request)
+    {
+        return request.json()["messages"].toArray().last()["content"].toString();
+    }
+
 private Q_SLOTS:
     void init()
     {
@@ -227,33 +258,13 @@ private Q_SLOTS:
         // token again and forgets the session.
         service.expireToken();
         QFile::remove(m_browserLog);
-        FakeHttpServer model;
-        int completions = 0;
-        model.on("POST", "/chat/completions", [&](const FakeHttpServer::Request &) {
-            using namespace ChatCompletionReplies;
-            ++completions;
-            if (completions == 3)
-                return Reply::json(completion("Gata: unu, doi"));
-            if (completions == 2) {
-                service.expireToken();
-                service.forgetSessions();
-            }
-            const QString word = completions == 1 ? "unu" : "doi";
-            return Reply::json(
-                completion(QString(), { toolCall(word, "mcp_127_0_0_1_echo", { { "message", word } }) }));
+        const auto requests = chatTurnCallingEchoTwice([&service] {
+            service.expireToken();
+            service.forgetSessions();
         });
-        KeloProcess::Options chat;
-        chat.environment = { { "KELO_ZEN_BASE_URL", model.baseUrl() }, { "KELO_ZEN_API_KEY", "cheie" } };
-        chat.input = "spune unu și doi\n";
-        const Run turn = kelo({ "chat" }, {}, chat);
-        QCOMPARE(turn.exitCode, 0);
-        QVERIFY2(turn.out.contains("Kelo: Gata: unu, doi"), qPrintable(turn.out + turn.err));
-        const auto requests = model.requests("/chat/completions");
         QCOMPARE(requests.size(), 3);
-        for (int round : { 1, 2 }) {
-            const QJsonObject toolResult = requests[round].json()["messages"].toArray().last().toObject();
-            QCOMPARE(toolResult["content"].toString(), round == 1 ? QString("ecou: unu") : QString("ecou: doi"));
-        }
+        QCOMPARE(toolResultIn(requests[1]), QString("ecou: unu"));
+        QCOMPARE(toolResultIn(requests[2]), QString("ecou: doi"));
         QVERIFY(!QFile::exists(m_browserLog));
         // `mcp tools`, the turn's first contact, and the one after the forgotten session.
         QCOMPARE(service.sessionsStarted(), 3);
@@ -321,34 +332,17 @@ private Q_SLOTS:
 
         QTest::qWait(2'500);
         QFile::remove(m_browserLog);
-        FakeHttpServer model;
-        int completions = 0;
-        model.on("POST", "/chat/completions", [&](const FakeHttpServer::Request &) {
-            using namespace ChatCompletionReplies;
-            ++completions;
-            if (completions == 3)
-                return Reply::json(completion("Gata"));
-            if (completions == 2) {
-                QTcpSocket control;
-                control.connectToHost(QHostAddress::LocalHost, port);
-                control.waitForConnected(2'000);
-                control.write("POST /test/forget-sessions HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 0\r\n"
-                              "Connection: close\r\n\r\n");
-                control.waitForReadyRead(2'000);
-            }
-            const QString word = completions == 1 ? "unu" : "doi";
-            return Reply::json(
-                completion(QString(), { toolCall(word, "mcp_127_0_0_1_echo", { { "message", word } }) }));
+        const auto requests = chatTurnCallingEchoTwice([port] {
+            QTcpSocket control;
+            control.connectToHost(QHostAddress::LocalHost, port);
+            control.waitForConnected(2'000);
+            control.write("POST /test/forget-sessions HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 0\r\n"
+                          "Connection: close\r\n\r\n");
+            control.waitForReadyRead(2'000);
         });
-        KeloProcess::Options chat;
-        chat.environment = { { "KELO_ZEN_BASE_URL", model.baseUrl() }, { "KELO_ZEN_API_KEY", "cheie" } };
-        chat.input = "spune unu și doi\n";
-        const Run turn = kelo({ "chat" }, {}, chat);
-        QCOMPARE(turn.exitCode, 0);
-        const auto requests = model.requests("/chat/completions");
         QCOMPARE(requests.size(), 3);
-        QCOMPARE(requests[1].json()["messages"].toArray().last()["content"].toString(), QString("ecou: unu"));
-        QCOMPARE(requests[2].json()["messages"].toArray().last()["content"].toString(), QString("ecou: doi"));
+        QCOMPARE(toolResultIn(requests[1]), QString("ecou: unu"));
+        QCOMPARE(toolResultIn(requests[2]), QString("ecou: doi"));
         QVERIFY(!QFile::exists(m_browserLog));
 
         const QJsonObject stored = storedServers().first().toObject();
