@@ -98,7 +98,7 @@ def await_is_a_statement(statement):
     if prefix and not ALLOWED_AWAIT_PREFIX.match(prefix + " "):
         return False
     shape = strip_brackets(operand).strip()
-    return re.fullmatch(r"(::)?\w+(\s*<[\w:,\s*&<>]*>)?(\s*(\(\)|\[\]|\{\}|(\.|->|::)\s*\w+(\s*<[\w:,\s*&<>]*>)?))*",
+    return re.fullmatch(r"\*?\s*(::)?\w+(\s*<[\w:,\s*&<>]*>)?(\s*(\(\)|\[\]|\{\}|(\.|->|::)\s*\w+(\s*<[\w:,\s*&<>]*>)?))*",
                         shape) is not None
 
 

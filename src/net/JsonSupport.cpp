@@ -26,4 +26,15 @@ std::optional<QString> string(const QJsonObject &object, QLatin1StringView key)
     return value.toString();
 }
 
+bool readOptionalString(const QJsonObject &object, QLatin1StringView key, std::optional<QString> &out)
+{
+    const QJsonValue value = object.value(key);
+    if (value.isUndefined() || value.isNull())
+        return true;
+    if (!value.isString())
+        return false;
+    out = value.toString();
+    return true;
+}
+
 } // namespace JsonSupport

@@ -19,4 +19,8 @@ QByteArray compact(const QJsonObject &object);
 // The member as a string only when it really is one.
 std::optional<QString> string(const QJsonObject &object, QLatin1StringView key);
 
+// For strict decoding of an optional member: false when it is present (not null) and no string;
+// otherwise true, with `out` set when it is a string.
+bool readOptionalString(const QJsonObject &object, QLatin1StringView key, std::optional<QString> &out);
+
 } // namespace JsonSupport

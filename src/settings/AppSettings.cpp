@@ -42,6 +42,19 @@ const QString googleTTSAPIKey = QStringLiteral("googleTTSAPIKey");
 const QString azureSpeechKey = QStringLiteral("azureSpeechKey");
 const QString elevenAPIKey = QStringLiteral("elevenAPIKey");
 const QStringList all { zenAPIKey, googleTTSAPIKey, azureSpeechKey, elevenAPIKey };
+
+// An MCP server's secrets, one item each, by the server's id.
+QString mcpServer(const MCPServerConfig &server, const char *secret)
+{
+    return QStringLiteral("mcp.") + server.idString() + QLatin1Char('.') + QLatin1String(secret);
+}
+
+QList<QPair<QString, QString>> mcpSecrets(const MCPServerConfig &server)
+{
+    return { { mcpServer(server, "token"), server.bearerToken },
+        { mcpServer(server, "refresh"), server.oauth.refreshToken },
+        { mcpServer(server, "clientSecret"), server.oauth.clientSecret } };
+}
 } // namespace Account
 
 // Set (non-empty) for headless runs: the Zen key to use instead of the stored one. It is never
@@ -135,7 +148,8 @@ AppSettings::AppSettings(QObject *parent)
     : QObject(parent)
     , m_defaults(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"))
 {
-    // The file carries MCP bearer tokens: it exists with mode 0600 before anything is written to it.
+    // The file is private: it exists with mode 0600 before anything is written to it (a list from an
+    // older version may still carry MCP tokens until they are moved to the secure store).
     PrivateFile::ensure(m_defaults.fileName());
 
     m_zenModelID = readString(m_defaults, Key::zenModelID, QStringLiteral("big-pickle"));
@@ -166,7 +180,7 @@ AppSettings::AppSettings(QObject *parent)
     m_memoryEnabled = readBool(m_defaults, Key::memoryEnabled, true);
     m_autoSkillsEnabled = readBool(m_defaults, Key::autoSkillsEnabled, true);
     // An undecodable list reads as empty; the stored text stays as it is until the list changes.
-    m_mcpServers = readServers(m_defaults);
+    m_mcpServers = loadServers();
 }
 
 AppSettings::~AppSettings() = default;
@@ -364,17 +378,31 @@ void AppSettings::setAutoSkillsEnabled(bool value)
 
 void AppSettings::setMcpServers(const QList<MCPServerConfig> &servers)
 {
+    const QList<MCPServerConfig> previous = m_mcpServers;
     if (!assign(m_mcpServers, servers))
         return;
-    persistServers();
+    persistServers(previous);
     announce(&AppSettings::mcpServersChanged);
 }
 
 void AppSettings::reloadMcpServers()
 {
     m_defaults.sync();
-    if (assign(m_mcpServers, readServers(m_defaults)))
+    if (assign(m_mcpServers, loadServers()))
         announce(&AppSettings::mcpServersChanged);
+}
+
+void AppSettings::updateMcpServerCredentials(const MCPServerConfig &server)
+{
+    QList<MCPServerConfig> servers = m_mcpServers;
+    for (MCPServerConfig &existing : servers) {
+        if (existing.id != server.id)
+            continue;
+        existing.bearerToken = server.bearerToken;
+        existing.oauth = server.oauth;
+        existing.needsReconnect = server.needsReconnect;
+    }
+    setMcpServers(servers);
 }
 
 bool AppSettings::setPersonalityRawValue(const QString &raw)
@@ -423,10 +451,67 @@ QString AppSettings::systemPrompt(const QString &memorySummary) const
     return prompt;
 }
 
-void AppSettings::persistServers()
+QList<MCPServerConfig> AppSettings::loadServers()
 {
-    const QByteArray json = QJsonDocument(MCPServerConfig::listToJson(m_mcpServers)).toJson(QJsonDocument::Compact);
-    persist(Key::mcpServers, QString::fromUtf8(json));
+    QList<MCPServerConfig> servers = readServers(m_defaults);
+    bool migrating = false;
+    bool everySecretStored = true;
+    for (MCPServerConfig &server : servers) {
+        if (server.holdsSecrets()) {
+            // Written before secrets moved to the secure store: they move now.
+            migrating = true;
+            everySecretStored = storeSecrets(server) && everySecretStored;
+        } else {
+            loadSecrets(server);
+        }
+    }
+    // The file loses its secrets only once every one of them is safe elsewhere.
+    if (migrating && everySecretStored)
+        writeServerList(servers);
+    return servers;
+}
+
+bool AppSettings::storeSecrets(const MCPServerConfig &server)
+{
+    bool stored = true;
+    for (const auto &[account, value] : Account::mcpSecrets(server)) {
+        m_secureStore.write(value, account);
+        stored = stored && m_secureStore.read(account).value_or(QString()) == value;
+    }
+    if (!stored)
+        qWarning("kelo: the secure store did not keep the secrets of MCP server %s", qPrintable(server.idString()));
+    return stored;
+}
+
+void AppSettings::loadSecrets(MCPServerConfig &server) const
+{
+    server.bearerToken = m_secureStore.read(Account::mcpServer(server, "token")).value_or(QString());
+    server.oauth.refreshToken = m_secureStore.read(Account::mcpServer(server, "refresh")).value_or(QString());
+    server.oauth.clientSecret = m_secureStore.read(Account::mcpServer(server, "clientSecret")).value_or(QString());
+}
+
+void AppSettings::persistServers(const QList<MCPServerConfig> &previous)
+{
+    QHash<QUuid, const MCPServerConfig *> before;
+    for (const MCPServerConfig &server : previous)
+        before.insert(server.id, &server);
+    for (const MCPServerConfig &server : std::as_const(m_mcpServers)) {
+        const MCPServerConfig *old = before.take(server.id);
+        if (!old || Account::mcpSecrets(*old) != Account::mcpSecrets(server))
+            storeSecrets(server);
+    }
+    // What is left was removed: its secrets go with it.
+    for (const MCPServerConfig *removed : std::as_const(before)) {
+        for (const auto &[account, value] : Account::mcpSecrets(*removed))
+            m_secureStore.write(QString(), account);
+    }
+    writeServerList(m_mcpServers);
+}
+
+void AppSettings::writeServerList(const QList<MCPServerConfig> &servers)
+{
+    const QJsonArray list = MCPServerConfig::listToJson(servers, MCPServerConfig::Secrets::omitted);
+    persist(Key::mcpServers, QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Compact)));
 }
 
 template<typename Save> void AppSettings::save(Save &&write)

@@ -107,7 +107,12 @@ public:
     // The stored server list read straight from the settings file, without the keychain and without
     // creating anything: for the shell's completion, which must answer in milliseconds.
     static QList<MCPServerConfig> storedMCPServers();
+    // The servers' secrets go to the secure store (a removed server's are deleted there), the rest
+    // to the settings file.
     void setMcpServers(const QList<MCPServerConfig> &servers);
+    // Takes a server's renewed credentials (or its reconnect mark); nothing else of it changes, and
+    // a server no longer in the list stays out.
+    void updateMcpServerCredentials(const MCPServerConfig &server);
     // Reads the server list again from the settings file: another Kelo process (the command line
     // beside the app) may have changed it.
     void reloadMcpServers();
@@ -164,7 +169,12 @@ private:
     // Stores a keychain credential unless it holds control characters (it would break the header it
     // is sent in).
     void assignSecret(QString &member, const QString &value, const QString &account, void (AppSettings::*signal)());
-    void persistServers();
+    QList<MCPServerConfig> loadServers();
+    void persistServers(const QList<MCPServerConfig> &previous);
+    void writeServerList(const QList<MCPServerConfig> &servers);
+    // Writes the server's secrets to the secure store; true when they read back the same.
+    bool storeSecrets(const MCPServerConfig &server);
+    void loadSecrets(MCPServerConfig &server) const;
     // Writes one value to the settings file at once and keeps the file private.
     void persist(const QString &key, const QVariant &value);
     void storeSecret(const QString &value, const QString &account);

@@ -2,6 +2,7 @@
 
 #include "MCPError.h"
 #include "net/HeaderValues.h"
+#include "MCPEventStream.h"
 #include "net/HttpClient.h"
 
 #include <QJsonArray>
@@ -19,51 +20,20 @@ constexpr qint64 maxReplyBytes = 16 * 1024 * 1024;
 
 const QString protocolVersion = QStringLiteral("2025-06-18");
 
-// A server may put its own requests and notifications on the stream before the reply; those carry
-// a "method" and are not the answer we wait for.
-bool isReply(const QJsonObject &message)
-{
-    return !message.contains(QLatin1String("method"));
-}
-
-std::optional<QJsonObject> replyOnDataLine(QByteArrayView line)
-{
-    if (!line.startsWith("data:"))
-        return std::nullopt;
-    QByteArrayView data = line.sliced(5);
-    while (!data.isEmpty() && (data.front() == ' ' || data.front() == '\t'))
-        data = data.sliced(1);
-    while (!data.isEmpty() && (data.back() == ' ' || data.back() == '\t'))
-        data.chop(1);
-    if (data.isEmpty() || data == "[DONE]")
-        return std::nullopt;
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(data.toByteArray(), &error);
-    if (error.error != QJsonParseError::NoError || !document.isObject() || !isReply(document.object()))
-        return std::nullopt;
-    return document.object();
-}
-
-// Ends a download as soon as the body holds a complete reply line, so an event stream the server
-// keeps open does not run into the time-out. Scans only what arrived since the last call.
+// Ends a download as soon as the body holds a complete reply event, so an event stream the server
+// keeps open does not run into the time-out. Reads only what arrived since the last call.
 std::function<bool(const QByteArray &)> replyArrivedPredicate()
 {
     struct Progress
     {
-        qsizetype lineStart = 0; // where the first unfinished line begins
-        qsizetype searched = 0; // no line feed before this offset after lineStart
+        MCPEventStream stream;
+        qsizetype read = 0;
     };
     auto progress = std::make_shared<Progress>();
     return [progress](const QByteArray &body) {
-        qsizetype end = body.indexOf('\n', std::max(progress->lineStart, progress->searched));
-        for (; end >= 0; end = body.indexOf('\n', progress->lineStart)) {
-            const qsizetype start = progress->lineStart;
-            progress->lineStart = end + 1;
-            if (replyOnDataLine(QByteArrayView(body).sliced(start, end - start)))
-                return true;
-        }
-        progress->searched = body.size();
-        return false;
+        const QByteArrayView fresh = QByteArrayView(body).sliced(progress->read);
+        progress->read = body.size();
+        return progress->stream.feed(fresh).has_value();
     };
 }
 
@@ -87,7 +57,15 @@ std::optional<QJsonObject> decodeBody(const QByteArray &body)
     [[maybe_unused]] const QString text = utf8(body);
     if (utf8.hasError())
         return std::nullopt;
-    return MCPClient::firstReplyInEventStream(body);
+    return MCPEventStream::firstReply(body);
+}
+
+// The version the server chose in its handshake when it is a plausible header value, else ours.
+QString agreedVersion(const QJsonObject &initializeResult)
+{
+    static const QRegularExpression token(QStringLiteral("^[A-Za-z0-9._-]{1,32}$"));
+    const QString version = initializeResult.value(QLatin1String("protocolVersion")).toString();
+    return token.match(version).hasMatch() ? version : protocolVersion;
 }
 
 } // namespace
@@ -101,23 +79,10 @@ MCPClient::MCPClient(int timeoutMs, QObject *parent)
     , m_http(new HttpClient(this))
     , m_timeoutMs(timeoutMs)
     , m_deadlineMs(int(qint64(timeoutMs) * defaultDeadlineMs / defaultTimeoutMs))
+    , m_refresher(m_http, timeoutMs)
 { }
 
 MCPClient::~MCPClient() = default;
-
-std::optional<QJsonObject> MCPClient::firstReplyInEventStream(const QByteArray &body)
-{
-    qsizetype start = 0;
-    while (start < body.size()) {
-        qsizetype end = body.indexOf('\n', start);
-        if (end < 0)
-            end = body.size();
-        if (auto reply = replyOnDataLine(QByteArrayView(body).sliced(start, end - start)))
-            return reply;
-        start = end + 1;
-    }
-    return std::nullopt;
-}
 
 QCoro::Task<QJsonObject> MCPClient::post(const MCPServerConfig &server, const QJsonObject &payload, bool allowEmpty)
 {
@@ -130,9 +95,13 @@ QCoro::Task<QJsonObject> MCPClient::post(const MCPServerConfig &server, const QJ
     request.setRawHeader("Accept", "application/json, text/event-stream");
     if (!server.bearerToken.isEmpty())
         HeaderValues::set(request, "Authorization", "Bearer " + server.bearerToken.toUtf8());
-    // The session id comes from the server's own reply: a hostile one must not inject header lines.
-    if (const auto session = m_sessionIDs.constFind(server.endpoint); session != m_sessionIDs.cend())
-        HeaderValues::set(request, "Mcp-Session-Id", session->toUtf8());
+    // The session id and version come from the server's own reply: a hostile one must not inject
+    // header lines.
+    const QString sessionID = m_sessionIDs.value(server.endpoint);
+    if (!sessionID.isEmpty())
+        HeaderValues::set(request, "Mcp-Session-Id", sessionID.toUtf8());
+    if (const auto version = m_protocolVersions.constFind(server.endpoint); version != m_protocolVersions.cend())
+        HeaderValues::set(request, "MCP-Protocol-Version", version->toLatin1());
 
     HttpClient::Options options;
     options.timeoutMs = m_timeoutMs;
@@ -150,18 +119,90 @@ QCoro::Task<QJsonObject> MCPClient::post(const MCPServerConfig &server, const QJ
         throw MCPError(MCPError::invalidResponse);
     if (reply.status == 401 || reply.status == 403)
         throw MCPError(MCPError::unauthorized);
+    // The transport's rule: a 404 to a request in a session means the server has ended the session.
+    if (reply.status == 404 && !sessionID.isEmpty())
+        throw MCPError(MCPError::sessionExpired, sessionID);
     if (!reply.isSuccess())
         throw MCPError(MCPError::invalidResponse);
 
-    const QByteArray sessionID = reply.header("Mcp-Session-Id");
-    if (!sessionID.isEmpty())
-        m_sessionIDs.insert(server.endpoint, QString::fromUtf8(sessionID));
+    const QByteArray newSessionID = reply.header("Mcp-Session-Id");
+    if (!newSessionID.isEmpty())
+        m_sessionIDs.insert(server.endpoint, QString::fromUtf8(newSessionID));
 
     if (auto object = decodeBody(reply.body))
         co_return *object;
     if (allowEmpty)
         co_return QJsonObject();
     throw MCPError(MCPError::invalidResponse);
+}
+
+MCPServerConfig MCPClient::withLatestCredentials(const MCPServerConfig &server) const
+{
+    MCPServerConfig current = server;
+    if (const auto latest = m_latestCredentials.constFind(server.id); latest != m_latestCredentials.cend()) {
+        current.bearerToken = latest->bearerToken;
+        current.oauth = latest->oauth;
+        current.needsReconnect = latest->needsReconnect;
+    }
+    return current;
+}
+
+QCoro::Task<> MCPClient::renew(MCPServerConfig server)
+{
+    const MCPServerConfig renewed = co_await m_refresher.refresh(server);
+    m_latestCredentials.insert(renewed.id, renewed);
+    Q_EMIT serverCredentialsChanged(renewed);
+}
+
+QCoro::Task<MCPServerConfig> MCPClient::renewedCredentials(MCPServerConfig rejected)
+{
+    const QUuid id = rejected.id;
+    std::shared_ptr<QCoro::Task<>> pending = m_renewals.value(id);
+    if (!pending) {
+        const MCPServerConfig latest = withLatestCredentials(rejected);
+        // Renewed by another request since this one was sent.
+        if (latest.bearerToken != rejected.bearerToken && !latest.needsReconnect)
+            co_return latest;
+        if (!MCPTokenRefresher::canRefresh(latest))
+            throw MCPError(MCPError::unauthorized);
+        pending = std::make_shared<QCoro::Task<>>(renew(latest));
+        m_renewals.insert(id, pending);
+    }
+    std::exception_ptr failure;
+    try {
+        co_await *pending;
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (m_renewals.value(id) == pending)
+        m_renewals.remove(id);
+    if (failure)
+        std::rethrow_exception(failure);
+    const MCPServerConfig latest = withLatestCredentials(rejected);
+    if (latest.needsReconnect)
+        throw MCPError(MCPError::unauthorized);
+    co_return latest;
+}
+
+QCoro::Task<QJsonObject> MCPClient::authorizedPost(MCPServerConfig server, QJsonObject payload, bool allowEmpty)
+{
+    MCPServerConfig current = withLatestCredentials(server);
+    bool renewed = false;
+    if (MCPTokenRefresher::canRefresh(current)
+        && MCPTokenRefresher::hasExpired(current, QDateTime::currentDateTimeUtc())) {
+        current = co_await renewedCredentials(current);
+        renewed = true;
+    }
+    try {
+        const QJsonObject reply = co_await post(current, payload, allowEmpty);
+        co_return reply;
+    } catch (const MCPError &error) {
+        if (error.kind() != MCPError::unauthorized || renewed || !MCPTokenRefresher::canRefresh(current))
+            throw;
+    }
+    const MCPServerConfig fresh = co_await renewedCredentials(current);
+    const QJsonObject reply = co_await post(fresh, payload, allowEmpty);
+    co_return reply;
 }
 
 QCoro::Task<QJsonObject> MCPClient::rpc(const MCPServerConfig &server, const QString &method, const QJsonObject &params)
@@ -175,7 +216,7 @@ QCoro::Task<QJsonObject> MCPClient::rpc(const MCPServerConfig &server, const QSt
         { QStringLiteral("method"), method },
         { QStringLiteral("params"), params },
     };
-    const QJsonObject reply = co_await post(server, payload, false);
+    const QJsonObject reply = co_await authorizedPost(server, payload, false);
     if (reply.contains(QLatin1String("error"))) {
         const QJsonValue message = reply.value(QLatin1String("error")).toObject().value(QLatin1String("message"));
         throw MCPError(
@@ -194,7 +235,7 @@ QCoro::Task<> MCPClient::notification(const MCPServerConfig &server, const QStri
         { QStringLiteral("method"), method },
         { QStringLiteral("params"), params },
     };
-    co_await post(server, payload, true);
+    co_await authorizedPost(server, payload, true);
 }
 
 QCoro::Task<> MCPClient::initialize(MCPServerConfig server)
@@ -208,23 +249,64 @@ QCoro::Task<> MCPClient::initialize(MCPServerConfig server)
             QJsonObject { { QStringLiteral("name"), QStringLiteral("KeloCompanion") },
                 { QStringLiteral("version"), QStringLiteral("2.0") } } },
     };
-    co_await rpc(server, QStringLiteral("initialize"), params);
+    const QJsonObject result = co_await rpc(server, QStringLiteral("initialize"), params);
+    m_protocolVersions.insert(server.endpoint, agreedVersion(result));
     co_await notification(server, QStringLiteral("notifications/initialized"), QJsonObject());
     m_initializedEndpoints.insert(server.endpoint);
 }
 
+void MCPClient::forgetSession(const QString &endpoint, const QString &sessionID)
+{
+    // Another request may already have started the next session.
+    if (m_sessionIDs.value(endpoint) != sessionID)
+        return;
+    m_sessionIDs.remove(endpoint);
+    m_initializedEndpoints.remove(endpoint);
+    m_protocolVersions.remove(endpoint);
+}
+
+QCoro::Task<QJsonObject> MCPClient::request(MCPServerConfig server, QString method, QJsonObject params)
+{
+    for (int attempt = 1;; ++attempt) {
+        co_await initialize(server);
+        QString lostSession;
+        try {
+            const QJsonObject result = co_await rpc(server, method, params);
+            co_return result;
+        } catch (const MCPError &error) {
+            if (error.kind() != MCPError::sessionExpired)
+                throw;
+            lostSession = error.message();
+        }
+        // Once is enough: a server that forgets every session cannot be talked to.
+        if (attempt == 2)
+            throw MCPError(MCPError::sessionExpired);
+        forgetSession(server.endpoint, lostSession);
+    }
+}
+
 QCoro::Task<QList<QJsonObject>> MCPClient::listTools(MCPServerConfig server)
 {
-    co_await initialize(server);
-    const QJsonObject result = co_await rpc(server, QStringLiteral("tools/list"), QJsonObject());
-    const QJsonValue tools = result.value(QLatin1String("tools"));
     QList<QJsonObject> objects;
-    if (!tools.isArray())
-        co_return objects;
-    for (const QJsonValue &tool : tools.toArray()) {
-        if (!tool.isObject())
-            co_return QList<QJsonObject>();
-        objects.append(tool.toObject());
+    QSet<QString> seenCursors;
+    QString cursor;
+    for (int page = 0; page < maxToolPages; ++page) {
+        QJsonObject params;
+        if (!cursor.isEmpty())
+            params.insert(QStringLiteral("cursor"), cursor);
+        const QJsonObject result = co_await request(server, QStringLiteral("tools/list"), params);
+        const QJsonValue tools = result.value(QLatin1String("tools"));
+        for (const QJsonValue &tool : tools.toArray()) {
+            if (!tool.isObject())
+                co_return QList<QJsonObject>();
+            objects.append(tool.toObject());
+        }
+        const QJsonValue next = result.value(QLatin1String("nextCursor"));
+        cursor = next.toString();
+        // A cursor seen before would list the same pages again.
+        if (!next.isString() || cursor.isEmpty() || seenCursors.contains(cursor))
+            break;
+        seenCursors.insert(cursor);
     }
     co_return objects;
 }
@@ -316,8 +398,7 @@ QString MCPClient::flattenToolResult(const QJsonObject &result)
 
 QCoro::Task<QString> MCPClient::callTool(MCPServerConfig server, QString name, QJsonObject arguments)
 {
-    co_await initialize(server);
     const QJsonObject params { { QStringLiteral("name"), name }, { QStringLiteral("arguments"), arguments } };
-    const QJsonObject result = co_await rpc(server, QStringLiteral("tools/call"), params);
+    const QJsonObject result = co_await request(server, QStringLiteral("tools/call"), params);
     co_return flattenToolResult(result);
 }

@@ -6,13 +6,13 @@
 class MCPError : public KeloError
 {
 public:
-    enum Kind { remote, invalidEndpoint, invalidResponse, unauthorized };
+    // sessionExpired: the server no longer knows the session it gave us, even after a new handshake.
+    enum Kind { remote, invalidEndpoint, invalidResponse, unauthorized, sessionExpired };
 
     explicit MCPError(Kind kind, QString message = {})
         : m_kind(kind)
         , m_message(std::move(message))
-    {
-    }
+    { }
 
     Kind kind() const { return m_kind; }
     QString message() const { return m_message; }
@@ -26,6 +26,8 @@ public:
             return QStringLiteral("Endpoint MCP invalid.");
         case invalidResponse:
             return QStringLiteral("Răspuns MCP invalid.");
+        case sessionExpired:
+            return QStringLiteral("Serverul MCP nu mai recunoaște sesiunea.");
         case unauthorized:
             break;
         }

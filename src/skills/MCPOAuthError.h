@@ -15,6 +15,8 @@ public:
         invalidCallback,
         stateMismatch,
         tokenMissing,
+        // The provider sent the user back with an error; the detail is its description or code.
+        authorizationRefused,
     };
 
     explicit MCPOAuthError(Kind kind, QString detail = {})
@@ -43,6 +45,8 @@ public:
             return QStringLiteral("Autentificarea nu a returnat un cod OAuth valid.");
         case stateMismatch:
             return QStringLiteral("Răspuns OAuth invalid: parametrul state nu corespunde.");
+        case authorizationRefused:
+            return QStringLiteral("Providerul a refuzat autentificarea: ") + m_detail;
         case tokenMissing:
             break;
         }

@@ -1,8 +1,11 @@
 #include "MCPOAuthManager.h"
 
 #include "MCPOAuthError.h"
+#include "OAuthTokenEndpoint.h"
 #include "net/HttpClient.h"
 #include "net/JsonSupport.h"
+#include "net/URLError.h"
+#include "net/WireNames.h"
 
 #include <QCryptographicHash>
 #include <QJsonArray>
@@ -19,33 +22,6 @@ constexpr qsizetype maxDetailChars = 500;
 QString compactUuid()
 {
     return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().remove(QLatin1Char('-'));
-}
-
-// Percent-encodes a query or form value so that "+", "&" and "=" inside it survive.
-QByteArray encoded(const QString &value)
-{
-    return QUrl::toPercentEncoding(value);
-}
-
-QByteArray encodedPairs(const QList<QPair<QString, QString>> &pairs)
-{
-    QByteArray out;
-    for (const auto &[key, value] : pairs) {
-        if (!out.isEmpty())
-            out += '&';
-        out += encoded(key) + '=' + encoded(value);
-    }
-    return out;
-}
-
-QString failureDetail(const HttpReply &reply)
-{
-    if (!reply.isHttp())
-        return QStringLiteral("HTTP invalid");
-    const QString text = QString::fromUtf8(reply.body).trimmed();
-    if (text.isEmpty())
-        return QStringLiteral("HTTP %1").arg(reply.status);
-    return text.left(maxDetailChars);
 }
 
 bool isUsableHttpURL(const QUrl &url)
@@ -80,17 +56,40 @@ OAuthAuthorizationServerMetadata providerMetadata(const char *issuer, const char
     return m;
 }
 
-// The "resource_metadata" parameter of a Bearer challenge, quoted or not.
-std::optional<QString> resourceMetadataParameter(const QByteArray &challenge)
+// A value of the provider's redirect, as a browser form encodes it ("+" for a space), on one line.
+QString callbackText(const QUrlQuery &query, const QString &key)
 {
-    static const QRegularExpression parameter(
-        QString::fromLatin1(R"re(resource_metadata\s*=\s*(?:"([^"]*)"|([^\s,]+)))re"),
-        QRegularExpression::CaseInsensitiveOption);
-    const QRegularExpressionMatch match = parameter.match(QString::fromUtf8(challenge));
-    if (!match.hasMatch())
-        return std::nullopt;
-    const QString value = match.captured(1).isEmpty() ? match.captured(2) : match.captured(1);
-    return value.isEmpty() ? std::nullopt : std::optional<QString>(value);
+    static const QRegularExpression controls(QStringLiteral("[\\x00-\\x1f\\x7f]+"));
+    QString raw = query.queryItemValue(key, QUrl::FullyEncoded);
+    raw.replace(QLatin1Char('+'), QLatin1Char(' '));
+    return QUrl::fromPercentEncoding(raw.toUtf8())
+        .replace(controls, QStringLiteral(" "))
+        .trimmed()
+        .left(maxDetailChars);
+}
+
+// The scopes to ask for: the service's own, else what the resource's challenge asked, else what
+// its metadata lists, else what the authorization server offers. Strict providers refuse a
+// request without any.
+QStringList scopesFor(const MCPGalleryItem &item, const DiscoveryResult &discovery)
+{
+    if (!item.scopes.isEmpty())
+        return item.scopes;
+    if (!discovery.challengeScopes.isEmpty())
+        return discovery.challengeScopes;
+    if (discovery.resourceMetadata && discovery.resourceMetadata->scopesSupported
+        && !discovery.resourceMetadata->scopesSupported->isEmpty())
+        return *discovery.resourceMetadata->scopesSupported;
+    return discovery.metadata.scopesSupported.value_or(QStringList());
+}
+
+// The resource as the protected-resource metadata names it (it may be spelled differently from the
+// endpoint the user typed, and strict providers compare it exactly), else the endpoint.
+QString resourceFor(const MCPGalleryItem &item, const DiscoveryResult &discovery)
+{
+    const QString declared
+        = discovery.resourceMetadata ? discovery.resourceMetadata->resource.value_or(QString()) : QString();
+    return isUsableHttpURL(QUrl(declared, QUrl::StrictMode)) ? declared : item.endpoint;
 }
 
 } // namespace
@@ -174,13 +173,14 @@ std::optional<OAuthAuthorizationServerMetadata> MCPOAuthManager::fallbackMetadat
     return std::nullopt;
 }
 
-QList<MCPServerConfig> MCPOAuthManager::withConnection(
-    QList<MCPServerConfig> servers, const MCPGalleryItem &item, const QString &token, const QString &authLabel)
+QList<MCPServerConfig> MCPOAuthManager::withConnection(QList<MCPServerConfig> servers, const MCPGalleryItem &item,
+    const QString &token, const QString &authLabel, const MCPOAuthGrant &grant)
 {
     // An item without an id is an endpoint typed by hand: it is the same service when a manually
     // added server has the same endpoint.
     const std::optional<QString> sourceID = item.id.isEmpty() ? std::nullopt : std::optional<QString>(item.id);
-    const MCPServerConfig server { QUuid::createUuid(), item.name, item.endpoint, token, true, sourceID, authLabel };
+    const MCPServerConfig server { QUuid::createUuid(), item.name, item.endpoint, token, true, sourceID, authLabel,
+        grant, false };
     for (MCPServerConfig &existing : servers) {
         const bool same
             = sourceID ? existing.sourceID == sourceID : (!existing.sourceID && existing.endpoint == item.endpoint);
@@ -193,12 +193,20 @@ QList<MCPServerConfig> MCPOAuthManager::withConnection(
     return servers;
 }
 
+int MCPOAuthManager::discoveryTimeoutMs() const
+{
+    return int(std::min<qint64>(m_options.metadataTimeoutMs, m_discoveryDeadline.remainingTime()));
+}
+
 QCoro::Task<std::optional<QJsonObject>> MCPOAuthManager::fetchJSON(QUrl url)
 {
+    const int timeoutMs = discoveryTimeoutMs();
+    if (timeoutMs <= 0)
+        co_return std::nullopt;
     QNetworkRequest request(url);
     request.setRawHeader("Accept", "application/json");
     HttpClient::Options options;
-    options.timeoutMs = m_options.metadataTimeoutMs;
+    options.timeoutMs = timeoutMs;
     options.maxBodyBytes = maxDocumentBytes;
     try {
         const HttpReply reply = co_await m_http->get(request, options);
@@ -210,10 +218,11 @@ QCoro::Task<std::optional<QJsonObject>> MCPOAuthManager::fetchJSON(QUrl url)
     }
 }
 
-QCoro::Task<std::optional<QUrl>> MCPOAuthManager::resourceMetadataFromChallenge(QUrl endpoint)
+QCoro::Task<OAuthBearerChallenge> MCPOAuthManager::probeChallenge(QUrl endpoint)
 {
-    // A server that hides its metadata from the well-known paths still names it in the challenge
-    // it sends to a client without a token.
+    // A request without a token is answered with a challenge that may name the resource's metadata
+    // and the scopes it wants. It is also the first contact: a host that cannot be reached is
+    // reported as such, not as a server without OAuth information.
     QNetworkRequest request(endpoint);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     request.setRawHeader("Accept", "application/json, text/event-stream");
@@ -226,33 +235,36 @@ QCoro::Task<std::optional<QUrl>> MCPOAuthManager::resourceMetadataFromChallenge(
                     QJsonObject { { QStringLiteral("name"), QStringLiteral("KeloCompanion") },
                         { QStringLiteral("version"), QStringLiteral("2.0") } } } } } };
     HttpClient::Options options;
-    options.timeoutMs = m_options.metadataTimeoutMs;
+    options.timeoutMs = discoveryTimeoutMs();
     options.maxBodyBytes = maxDocumentBytes;
     options.truncateAtLimit = true;
     // Only the status and headers matter; do not wait for a stream to end.
     options.isComplete = [](const QByteArray &body) { return !body.isEmpty(); };
+    HttpReply reply;
     try {
-        const HttpReply reply = co_await m_http->post(request, JsonSupport::compact(probe), options);
-        if (reply.status != 401 && reply.status != 403)
-            co_return std::nullopt;
-        const auto parameter = resourceMetadataParameter(reply.header("WWW-Authenticate"));
-        if (!parameter)
-            co_return std::nullopt;
-        const QUrl url = endpoint.resolved(QUrl(*parameter));
-        co_return isUsableHttpURL(url) ? std::optional<QUrl>(url) : std::nullopt;
-    } catch (const std::exception &) {
-        co_return std::nullopt;
+        reply = co_await m_http->post(request, JsonSupport::compact(probe), options);
+    } catch (const URLError &) {
+        // The known providers' endpoints come from the table; for the others nothing can follow.
+        if (!fallbackMetadata(endpoint))
+            throw;
     }
+    if (reply.status != 401 && reply.status != 403)
+        co_return OAuthBearerChallenge();
+    co_return OAuthBearerChallenge::fromHeader(reply.header("WWW-Authenticate"));
 }
 
 QCoro::Task<std::optional<OAuthProtectedResourceMetadata>> MCPOAuthManager::fetchProtectedResourceMetadata(
-    QUrl endpoint)
+    QUrl endpoint, std::optional<QUrl> advertised)
 {
     const QString wellKnown = QStringLiteral(".well-known/oauth-protected-resource");
-    QList<QUrl> candidates { appendingPath(originURL(endpoint), wellKnown) };
+    QList<QUrl> candidates;
+    if (advertised)
+        candidates.append(*advertised);
+    const QUrl atOrigin = appendingPath(originURL(endpoint), wellKnown);
+    candidates.append(atOrigin);
     const QString path = endpoint.path();
     if (!path.isEmpty() && path != QLatin1String("/"))
-        candidates.append(appendingPath(candidates.first(), path));
+        candidates.append(appendingPath(atOrigin, path));
 
     // The first document that names an authorization server wins; one that names none is kept in
     // case nothing better turns up.
@@ -264,17 +276,6 @@ QCoro::Task<std::optional<OAuthProtectedResourceMetadata>> MCPOAuthManager::fetc
             co_return metadata;
         if (metadata && !firstDecoded)
             firstDecoded = metadata;
-    }
-    const auto advertised = co_await resourceMetadataFromChallenge(endpoint);
-    if (advertised) {
-        const auto object = co_await fetchJSON(*advertised);
-        if (object) {
-            const auto metadata = OAuthProtectedResourceMetadata::fromJson(*object);
-            if (firstAuthorizationServer(metadata))
-                co_return metadata;
-            if (metadata && !firstDecoded)
-                firstDecoded = metadata;
-        }
     }
     co_return firstDecoded;
 }
@@ -296,14 +297,22 @@ QCoro::Task<std::optional<OAuthAuthorizationServerMetadata>> MCPOAuthManager::fe
 
 QCoro::Task<DiscoveryResult> MCPOAuthManager::discoverOAuth(QUrl endpoint)
 {
-    const auto resourceMetadata = co_await fetchProtectedResourceMetadata(endpoint);
+    m_discoveryDeadline = QDeadlineTimer(m_options.discoveryBudgetMs);
+    const OAuthBearerChallenge challenge = co_await probeChallenge(endpoint);
+    std::optional<QUrl> advertised;
+    if (challenge.resourceMetadata) {
+        const QUrl url = endpoint.resolved(QUrl(*challenge.resourceMetadata));
+        if (isUsableHttpURL(url))
+            advertised = url;
+    }
+    const auto resourceMetadata = co_await fetchProtectedResourceMetadata(endpoint, advertised);
     const QUrl issuer = firstAuthorizationServer(resourceMetadata).value_or(originURL(endpoint));
     auto metadata = co_await fetchAuthorizationServerMetadata(issuer);
     if (!metadata)
         metadata = fallbackMetadata(endpoint);
     if (!metadata)
         throw MCPOAuthError(MCPOAuthError::metadataUnavailable);
-    co_return DiscoveryResult { resourceMetadata, *metadata };
+    co_return DiscoveryResult { resourceMetadata, *metadata, challenge.scopes };
 }
 
 QCoro::Task<OAuthRegistrationResponse> MCPOAuthManager::registerClient(QUrl registrationEndpoint)
@@ -312,7 +321,7 @@ QCoro::Task<OAuthRegistrationResponse> MCPOAuthManager::registerClient(QUrl regi
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     request.setRawHeader("Accept", "application/json");
     const QJsonObject body {
-        { QStringLiteral("client_name"), QStringLiteral("Kelo iOS") },
+        { QStringLiteral("client_name"), QString::fromLatin1(WireNames::oauthClientName) },
         { QStringLiteral("redirect_uris"), QJsonArray { redirectURI } },
         { QStringLiteral("grant_types"),
             QJsonArray { QStringLiteral("authorization_code"), QStringLiteral("refresh_token") } },
@@ -326,11 +335,11 @@ QCoro::Task<OAuthRegistrationResponse> MCPOAuthManager::registerClient(QUrl regi
     options.maxBodyBytes = maxDocumentBytes;
     const HttpReply reply = co_await m_http->post(request, JsonSupport::compact(body), options);
     if (!reply.isSuccess())
-        throw MCPOAuthError(MCPOAuthError::registrationFailed, failureDetail(reply));
+        throw MCPOAuthError(MCPOAuthError::registrationFailed, OAuthTokenEndpoint::failureDetail(reply));
     const auto object = JsonSupport::parseObject(reply.body);
     const auto registration = object ? OAuthRegistrationResponse::fromJson(*object) : std::nullopt;
     if (!registration || !registration->clientID || registration->clientID->isEmpty())
-        throw MCPOAuthError(MCPOAuthError::registrationFailed, failureDetail(reply));
+        throw MCPOAuthError(MCPOAuthError::registrationFailed, OAuthTokenEndpoint::failureDetail(reply));
     co_return *registration;
 }
 
@@ -351,37 +360,7 @@ QCoro::Task<QUrl> MCPOAuthManager::runWebAuthentication(QUrl url, QString state)
     co_return callback;
 }
 
-QCoro::Task<QString> MCPOAuthManager::exchangeCode(
-    QString code, QUrl tokenEndpoint, QString clientID, QString clientSecret, QString verifier, QString resource)
-{
-    QList<QPair<QString, QString>> form {
-        { QStringLiteral("grant_type"), QStringLiteral("authorization_code") },
-        { QStringLiteral("code"), code },
-        { QStringLiteral("redirect_uri"), redirectURI },
-        { QStringLiteral("client_id"), clientID },
-        { QStringLiteral("code_verifier"), verifier },
-        { QStringLiteral("resource"), resource },
-    };
-    if (!clientSecret.isEmpty())
-        form.append({ QStringLiteral("client_secret"), clientSecret });
-
-    QNetworkRequest request(tokenEndpoint);
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/x-www-form-urlencoded"));
-    request.setRawHeader("Accept", "application/json");
-    HttpClient::Options options;
-    options.timeoutMs = m_options.requestTimeoutMs;
-    options.maxBodyBytes = maxDocumentBytes;
-    const HttpReply reply = co_await m_http->post(request, encodedPairs(form), options);
-    if (!reply.isSuccess())
-        throw MCPOAuthError(MCPOAuthError::tokenExchangeFailed, failureDetail(reply));
-    const auto object = JsonSupport::parseObject(reply.body);
-    const auto token = object ? OAuthTokenResponse::fromJson(*object) : std::nullopt;
-    if (!token || !token->accessToken || token->accessToken->isEmpty())
-        throw MCPOAuthError(MCPOAuthError::tokenMissing);
-    co_return QString(*token->accessToken);
-}
-
-QCoro::Task<QString> MCPOAuthManager::runFlow(
+QCoro::Task<MCPOAuthManager::Connection> MCPOAuthManager::runFlow(
     MCPGalleryItem item, QString suppliedClientID, QString suppliedClientSecret)
 {
     setStatusText(QStringLiteral("Descopăr configurația OAuth…"));
@@ -408,23 +387,28 @@ QCoro::Task<QString> MCPOAuthManager::runFlow(
         clientSecret = registration.clientSecret.value_or(QString());
     }
 
+    const QString resource = resourceFor(item, discovery);
+    const QStringList scopes = scopesFor(item, discovery);
     const QString verifier = compactUuid() + compactUuid();
     const QString state = compactUuid();
-    QList<QPair<QString, QString>> query {
+    OAuthTokenEndpoint::Form query {
         { QStringLiteral("response_type"), QStringLiteral("code") },
         { QStringLiteral("client_id"), clientID },
         { QStringLiteral("redirect_uri"), redirectURI },
         { QStringLiteral("state"), state },
         { QStringLiteral("code_challenge"), codeChallenge(verifier) },
         { QStringLiteral("code_challenge_method"), QStringLiteral("S256") },
-        { QStringLiteral("resource"), item.endpoint },
+        { QStringLiteral("resource"), resource },
     };
-    if (!item.scopes.isEmpty())
-        query.append({ QStringLiteral("scope"), item.scopes.join(QLatin1Char(' ')) });
+    if (!scopes.isEmpty())
+        query.append({ QStringLiteral("scope"), scopes.join(QLatin1Char(' ')) });
+    // OpenID providers grant offline access (the refresh token) only with explicit consent.
+    if (scopes.contains(QLatin1String("offline_access")))
+        query.append({ QStringLiteral("prompt"), QStringLiteral("consent") });
     QUrl authorizationURL = authorizationEndpoint;
     const QByteArray existingQuery = authorizationEndpoint.query(QUrl::FullyEncoded).toLatin1();
-    authorizationURL.setQuery(
-        QString::fromLatin1((existingQuery.isEmpty() ? QByteArray() : existingQuery + '&') + encodedPairs(query)),
+    authorizationURL.setQuery(QString::fromLatin1((existingQuery.isEmpty() ? QByteArray() : existingQuery + '&')
+                                  + OAuthTokenEndpoint::formEncoded(query)),
         QUrl::StrictMode);
 
     setStatusText(QStringLiteral("Aștept autentificarea…"));
@@ -432,22 +416,50 @@ QCoro::Task<QString> MCPOAuthManager::runFlow(
     const QUrlQuery callbackQuery(callback);
     if (callbackQuery.queryItemValue(QStringLiteral("state"), QUrl::FullyDecoded) != state)
         throw MCPOAuthError(MCPOAuthError::stateMismatch);
+    const QString refusal = callbackText(callbackQuery, QStringLiteral("error"));
+    if (!refusal.isEmpty()) {
+        const QString description = callbackText(callbackQuery, QStringLiteral("error_description"));
+        throw MCPOAuthError(MCPOAuthError::authorizationRefused, description.isEmpty() ? refusal : description);
+    }
     const QString code = callbackQuery.queryItemValue(QStringLiteral("code"), QUrl::FullyDecoded);
     if (code.isEmpty())
         throw MCPOAuthError(MCPOAuthError::invalidCallback);
 
     setStatusText(QStringLiteral("Finalizez conexiunea…"));
-    co_return co_await exchangeCode(code, tokenEndpoint, clientID, clientSecret, verifier, item.endpoint);
+    OAuthTokenEndpoint::Form form {
+        { QStringLiteral("grant_type"), QStringLiteral("authorization_code") },
+        { QStringLiteral("code"), code },
+        { QStringLiteral("redirect_uri"), redirectURI },
+        { QStringLiteral("client_id"), clientID },
+        { QStringLiteral("code_verifier"), verifier },
+        { QStringLiteral("resource"), resource },
+    };
+    if (!clientSecret.isEmpty())
+        form.append({ QStringLiteral("client_secret"), clientSecret });
+    const OAuthTokenEndpoint tokens(m_http, m_options.requestTimeoutMs);
+    const HttpReply reply = co_await tokens.post(tokenEndpoint, form);
+    const OAuthTokenResponse token = OAuthTokenEndpoint::tokenFrom(reply);
+
+    Connection connection;
+    connection.accessToken = *token.accessToken;
+    connection.grant.tokenEndpoint = tokenEndpoint.toString(QUrl::FullyEncoded);
+    connection.grant.clientID = clientID;
+    connection.grant.clientSecret = clientSecret;
+    connection.grant.resource = resource;
+    connection.grant.refreshToken = token.refreshToken.value_or(QString());
+    if (token.expiresIn)
+        connection.grant.accessTokenExpiresAt = QDateTime::currentDateTimeUtc().addSecs(*token.expiresIn);
+    co_return connection;
 }
 
-QCoro::Task<QString> MCPOAuthManager::connect(
+QCoro::Task<MCPOAuthManager::Connection> MCPOAuthManager::connect(
     MCPGalleryItem item, QString suppliedClientID, QString suppliedClientSecret)
 {
     setRunning(true);
     std::exception_ptr error;
-    QString token;
+    Connection connection;
     try {
-        token = co_await runFlow(std::move(item), std::move(suppliedClientID), std::move(suppliedClientSecret));
+        connection = co_await runFlow(std::move(item), std::move(suppliedClientID), std::move(suppliedClientSecret));
     } catch (...) {
         error = std::current_exception();
     }
@@ -455,7 +467,7 @@ QCoro::Task<QString> MCPOAuthManager::connect(
     setRunning(false);
     if (error)
         std::rethrow_exception(error);
-    co_return token;
+    co_return connection;
 }
 
 void MCPOAuthManager::start(const QString &galleryID, const QString &clientID, const QString &clientSecret)
@@ -468,9 +480,9 @@ void MCPOAuthManager::start(const QString &galleryID, const QString &clientID, c
     [](MCPOAuthManager *self, MCPGalleryItem item, QString id, QString secret) -> QCoro::Task<> {
         QPointer<MCPOAuthManager> guard(self);
         try {
-            const QString token = co_await self->connect(std::move(item), std::move(id), std::move(secret));
+            const Connection connection = co_await self->connect(std::move(item), std::move(id), std::move(secret));
             if (guard)
-                Q_EMIT guard->connected(token);
+                Q_EMIT guard->connected(connection);
         } catch (...) {
             if (guard)
                 Q_EMIT guard->failed(describeException(std::current_exception()));

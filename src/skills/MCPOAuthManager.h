@@ -1,12 +1,14 @@
 #pragma once
 
 #include "MCPGalleryItem.h"
+#include "MCPOAuthGrant.h"
 #include "MCPServerConfig.h"
 #include "OAuthCallbackChannel.h"
 #include "OAuthRecords.h"
 #include "WebAuthenticationSession.h"
 
 #include <QCoroTask>
+#include <QDeadlineTimer>
 #include <QObject>
 #include <QPointer>
 #include <QUrl>
@@ -18,7 +20,8 @@ class HttpClient;
 
 // Connects an MCP service by OAuth: finds its authorization server, registers Kelo as a client when
 // the server allows it (or uses the client id the user typed), runs the authorization-code flow with
-// PKCE in the system browser and exchanges the code for the access token.
+// PKCE in the system browser and exchanges the code for the access token, keeping what renewing it
+// needs.
 class MCPOAuthManager : public QObject
 {
     Q_OBJECT
@@ -32,6 +35,8 @@ public:
     struct Options
     {
         int metadataTimeoutMs = 60'000;
+        // All of discovery together: an unresponsive provider fails the flow in seconds, not minutes.
+        int discoveryBudgetMs = 15'000;
         int requestTimeoutMs = 60'000;
         // How long the browser step may take before the flow gives up.
         int callbackTimeoutMs = 10 * 60'000;
@@ -39,13 +44,19 @@ public:
         WebAuthenticationSession::BrowserOpener openBrowser = WebAuthenticationSession::systemBrowser();
     };
 
+    struct Connection
+    {
+        QString accessToken;
+        MCPOAuthGrant grant;
+    };
+
     explicit MCPOAuthManager(QObject *parent = nullptr);
     explicit MCPOAuthManager(Options options, QObject *parent = nullptr);
     // Cancels a flow still waiting for the browser.
     ~MCPOAuthManager() override;
 
-    // Runs the whole flow and returns the access token. Empty supplied strings count as not supplied.
-    QCoro::Task<QString> connect(MCPGalleryItem item, QString suppliedClientID, QString suppliedClientSecret);
+    // Runs the whole flow. Empty supplied strings count as not supplied.
+    QCoro::Task<Connection> connect(MCPGalleryItem item, QString suppliedClientID, QString suppliedClientSecret);
 
     // For the interface: runs connect() for a gallery item and reports through connected()/failed().
     Q_INVOKABLE void start(const QString &galleryID, const QString &clientID, const QString &clientSecret);
@@ -58,8 +69,8 @@ public:
     // The server list after saving a connection of `item`: a server from the same gallery item (for an
     // item without an id: a manually added server with the same endpoint) is replaced in place,
     // otherwise the new one is appended.
-    static QList<MCPServerConfig> withConnection(
-        QList<MCPServerConfig> servers, const MCPGalleryItem &item, const QString &token, const QString &authLabel);
+    static QList<MCPServerConfig> withConnection(QList<MCPServerConfig> servers, const MCPGalleryItem &item,
+        const QString &token, const QString &authLabel, const MCPOAuthGrant &grant = {});
 
     // Known providers' endpoints for servers that publish no metadata (matched by host).
     static std::optional<OAuthAuthorizationServerMetadata> fallbackMetadata(const QUrl &endpoint);
@@ -72,20 +83,21 @@ public:
 Q_SIGNALS:
     void statusTextChanged();
     void runningChanged();
-    void connected(const QString &accessToken);
+    void connected(const MCPOAuthManager::Connection &connection);
     void failed(const QString &message);
 
 private:
-    QCoro::Task<QString> runFlow(MCPGalleryItem item, QString suppliedClientID, QString suppliedClientSecret);
+    QCoro::Task<Connection> runFlow(MCPGalleryItem item, QString suppliedClientID, QString suppliedClientSecret);
     QCoro::Task<DiscoveryResult> discoverOAuth(QUrl endpoint);
-    QCoro::Task<std::optional<OAuthProtectedResourceMetadata>> fetchProtectedResourceMetadata(QUrl endpoint);
+    QCoro::Task<std::optional<OAuthProtectedResourceMetadata>> fetchProtectedResourceMetadata(
+        QUrl endpoint, std::optional<QUrl> advertised);
     QCoro::Task<std::optional<OAuthAuthorizationServerMetadata>> fetchAuthorizationServerMetadata(QUrl issuer);
-    QCoro::Task<std::optional<QUrl>> resourceMetadataFromChallenge(QUrl endpoint);
+    QCoro::Task<OAuthBearerChallenge> probeChallenge(QUrl endpoint);
     QCoro::Task<std::optional<QJsonObject>> fetchJSON(QUrl url);
     QCoro::Task<OAuthRegistrationResponse> registerClient(QUrl registrationEndpoint);
     QCoro::Task<QUrl> runWebAuthentication(QUrl url, QString state);
-    QCoro::Task<QString> exchangeCode(
-        QString code, QUrl tokenEndpoint, QString clientID, QString clientSecret, QString verifier, QString resource);
+    // What is left of the discovery budget, within the per-request time-out.
+    int discoveryTimeoutMs() const;
 
     void setStatusText(const QString &text);
     void setRunning(bool running);
@@ -94,5 +106,6 @@ private:
     HttpClient *m_http;
     QString m_statusText;
     bool m_running = false;
+    QDeadlineTimer m_discoveryDeadline;
     QPointer<WebAuthenticationSession> m_webSession;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "MCPOAuthGrant.h"
+
 #include <QHashFunctions>
 #include <QJsonArray>
 #include <QJsonObject>
@@ -9,8 +11,9 @@
 
 #include <optional>
 
-// One MCP server the user added, from the gallery or by hand. The bearer token travels inside this
-// record and therefore inside the settings file.
+// One MCP server the user added, from the gallery or by hand. Its secrets (the bearer token and the
+// grant's refresh token and client secret) travel in this record in memory, but are stored in the
+// secure store; the settings file keeps the rest.
 class MCPServerConfig
 {
     Q_GADGET
@@ -20,6 +23,7 @@ class MCPServerConfig
     Q_PROPERTY(bool enabled MEMBER enabled)
     Q_PROPERTY(QString sourceID READ sourceIDOrEmpty)
     Q_PROPERTY(QString authLabel READ authLabelOrEmpty)
+    Q_PROPERTY(bool needsReconnect MEMBER needsReconnect)
 
 public:
     QUuid id;
@@ -29,17 +33,25 @@ public:
     bool enabled = true;
     std::optional<QString> sourceID;
     std::optional<QString> authLabel;
+    MCPOAuthGrant oauth;
+    // The provider refused to renew the access token: only connecting again helps.
+    bool needsReconnect = false;
+
+    enum class Secrets { included, omitted };
 
     QString idString() const { return id.toString(QUuid::WithoutBraces).toUpper(); }
     QString sourceIDOrEmpty() const { return sourceID.value_or(QString()); }
     QString authLabelOrEmpty() const { return authLabel.value_or(QString()); }
 
-    // Keys are the field names; absent optionals are left out.
-    QJsonObject toJson() const;
-    // The first five keys are required with the right types; "sourceID" and "authLabel" may be absent.
+    bool holdsSecrets() const;
+
+    // Keys are the field names; absent optionals, an empty grant and a false needsReconnect are left out.
+    QJsonObject toJson(Secrets secrets = Secrets::included) const;
+    // "id", "name", "endpoint" and "enabled" are required with the right types; the others may be
+    // absent ("bearerToken" is, once the token lives in the secure store).
     static std::optional<MCPServerConfig> fromJson(const QJsonValue &value);
 
-    static QJsonArray listToJson(const QList<MCPServerConfig> &servers);
+    static QJsonArray listToJson(const QList<MCPServerConfig> &servers, Secrets secrets = Secrets::included);
     // The whole list, or nothing when any entry fails to decode (as a strict decoder would).
     static std::optional<QList<MCPServerConfig>> listFromJson(const QByteArray &data);
 

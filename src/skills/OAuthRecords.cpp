@@ -1,20 +1,13 @@
 #include "OAuthRecords.h"
 
+#include "net/JsonSupport.h"
+
 #include <QJsonArray>
+#include <QRegularExpression>
 
 namespace {
 
-// Reads one optional member into `out`; false when it is present with the wrong type.
-bool readString(const QJsonObject &object, QLatin1StringView key, std::optional<QString> &out)
-{
-    const QJsonValue value = object.value(key);
-    if (value.isUndefined() || value.isNull())
-        return true;
-    if (!value.isString())
-        return false;
-    out = value.toString();
-    return true;
-}
+using JsonSupport::readOptionalString;
 
 bool readStrings(const QJsonObject &object, QLatin1StringView key, std::optional<QStringList> &out)
 {
@@ -33,12 +26,22 @@ bool readStrings(const QJsonObject &object, QLatin1StringView key, std::optional
     return true;
 }
 
+std::optional<qint64> positiveSeconds(const QJsonValue &value)
+{
+    constexpr qint64 tenYears = 10LL * 365 * 24 * 3600;
+    bool ok = value.isDouble();
+    const double number = ok ? value.toDouble() : value.toString().trimmed().toDouble(&ok);
+    if (!ok || !(number > 0) || number > double(tenYears))
+        return std::nullopt;
+    return qint64(number);
+}
+
 } // namespace
 
 std::optional<OAuthProtectedResourceMetadata> OAuthProtectedResourceMetadata::fromJson(const QJsonObject &object)
 {
     OAuthProtectedResourceMetadata m;
-    if (readString(object, QLatin1String("resource"), m.resource)
+    if (readOptionalString(object, QLatin1String("resource"), m.resource)
         && readStrings(object, QLatin1String("authorization_servers"), m.authorizationServers)
         && readStrings(object, QLatin1String("scopes_supported"), m.scopesSupported))
         return m;
@@ -48,10 +51,10 @@ std::optional<OAuthProtectedResourceMetadata> OAuthProtectedResourceMetadata::fr
 std::optional<OAuthAuthorizationServerMetadata> OAuthAuthorizationServerMetadata::fromJson(const QJsonObject &object)
 {
     OAuthAuthorizationServerMetadata m;
-    if (readString(object, QLatin1String("issuer"), m.issuer)
-        && readString(object, QLatin1String("authorization_endpoint"), m.authorizationEndpoint)
-        && readString(object, QLatin1String("token_endpoint"), m.tokenEndpoint)
-        && readString(object, QLatin1String("registration_endpoint"), m.registrationEndpoint)
+    if (readOptionalString(object, QLatin1String("issuer"), m.issuer)
+        && readOptionalString(object, QLatin1String("authorization_endpoint"), m.authorizationEndpoint)
+        && readOptionalString(object, QLatin1String("token_endpoint"), m.tokenEndpoint)
+        && readOptionalString(object, QLatin1String("registration_endpoint"), m.registrationEndpoint)
         && readStrings(object, QLatin1String("scopes_supported"), m.scopesSupported))
         return m;
     return std::nullopt;
@@ -60,8 +63,8 @@ std::optional<OAuthAuthorizationServerMetadata> OAuthAuthorizationServerMetadata
 std::optional<OAuthRegistrationResponse> OAuthRegistrationResponse::fromJson(const QJsonObject &object)
 {
     OAuthRegistrationResponse r;
-    if (readString(object, QLatin1String("client_id"), r.clientID)
-        && readString(object, QLatin1String("client_secret"), r.clientSecret))
+    if (readOptionalString(object, QLatin1String("client_id"), r.clientID)
+        && readOptionalString(object, QLatin1String("client_secret"), r.clientSecret))
         return r;
     return std::nullopt;
 }
@@ -69,9 +72,29 @@ std::optional<OAuthRegistrationResponse> OAuthRegistrationResponse::fromJson(con
 std::optional<OAuthTokenResponse> OAuthTokenResponse::fromJson(const QJsonObject &object)
 {
     OAuthTokenResponse r;
-    if (readString(object, QLatin1String("access_token"), r.accessToken)
-        && readString(object, QLatin1String("token_type"), r.tokenType)
-        && readString(object, QLatin1String("refresh_token"), r.refreshToken))
+    if (readOptionalString(object, QLatin1String("access_token"), r.accessToken)
+        && readOptionalString(object, QLatin1String("token_type"), r.tokenType)
+        && readOptionalString(object, QLatin1String("refresh_token"), r.refreshToken)) {
+        r.expiresIn = positiveSeconds(object.value(QLatin1String("expires_in")));
         return r;
+    }
     return std::nullopt;
+}
+
+OAuthBearerChallenge OAuthBearerChallenge::fromHeader(const QByteArray &header)
+{
+    const auto parameter = [text = QString::fromUtf8(header)](const QString &name) -> QString {
+        const QRegularExpression pattern(QStringLiteral(R"re((?:^|[\s,])%1\s*=\s*(?:"([^"]*)"|([^\s,]+)))re").arg(name),
+            QRegularExpression::CaseInsensitiveOption);
+        const QRegularExpressionMatch match = pattern.match(text);
+        if (!match.hasMatch())
+            return {};
+        return match.captured(1).isEmpty() ? match.captured(2) : match.captured(1);
+    };
+    OAuthBearerChallenge challenge;
+    const QString metadata = parameter(QStringLiteral("resource_metadata"));
+    if (!metadata.isEmpty())
+        challenge.resourceMetadata = metadata;
+    challenge.scopes = parameter(QStringLiteral("scope")).split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    return challenge;
 }

@@ -43,12 +43,26 @@ struct OAuthTokenResponse
     std::optional<QString> accessToken;
     std::optional<QString> tokenType;
     std::optional<QString> refreshToken;
+    // Seconds the access token lives. Some providers send it as text; a value that is no positive
+    // number is taken as unknown rather than failing the whole reply.
+    std::optional<qint64> expiresIn;
 
     static std::optional<OAuthTokenResponse> fromJson(const QJsonObject &object);
+};
+
+// What a Bearer challenge ("WWW-Authenticate") of a protected resource names, quoted or not.
+struct OAuthBearerChallenge
+{
+    std::optional<QString> resourceMetadata;
+    QStringList scopes;
+
+    static OAuthBearerChallenge fromHeader(const QByteArray &header);
 };
 
 struct DiscoveryResult
 {
     std::optional<OAuthProtectedResourceMetadata> resourceMetadata;
     OAuthAuthorizationServerMetadata metadata;
+    // The scopes the resource's challenge asked for, if it sent one.
+    QStringList challengeScopes;
 };

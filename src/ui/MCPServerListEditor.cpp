@@ -5,11 +5,11 @@
 #include <QUrl>
 #include <QUuid>
 
-QList<MCPServerConfig> MCPServerListEditor::withGalleryConnection(
-    QList<MCPServerConfig> servers, const MCPGalleryItem &item, const QString &token, const QString &authLabel)
+QList<MCPServerConfig> MCPServerListEditor::withGalleryConnection(QList<MCPServerConfig> servers,
+    const MCPGalleryItem &item, const QString &token, const QString &authLabel, const MCPOAuthGrant &grant)
 {
     // One saving rule for the app and the command line.
-    return MCPOAuthManager::withConnection(std::move(servers), item, token, authLabel);
+    return MCPOAuthManager::withConnection(std::move(servers), item, token, authLabel, grant);
 }
 
 MCPServerConfig MCPServerListEditor::manualServer(const QString &name, const QString &endpoint, const QString &token)

@@ -13,8 +13,8 @@ class MCPServerListEditor
 public:
     // A new server for the gallery item; an existing server from the same item is replaced in
     // place (keeping its position), so a service is never listed twice.
-    static QList<MCPServerConfig> withGalleryConnection(
-        QList<MCPServerConfig> servers, const MCPGalleryItem &item, const QString &token, const QString &authLabel);
+    static QList<MCPServerConfig> withGalleryConnection(QList<MCPServerConfig> servers, const MCPGalleryItem &item,
+        const QString &token, const QString &authLabel, const MCPOAuthGrant &grant = {});
     // A server added by hand: enabled, without a gallery source.
     static MCPServerConfig manualServer(const QString &name, const QString &endpoint, const QString &token);
     static QString manualAuthLabel(const QString &token);

@@ -33,9 +33,10 @@ RowLayout {
         }
         Label {
             objectName: "serverDetail"
-            text: [row.server.authLabel, Logic.serverStateText(row.server.enabled)]
+            text: [row.server.authLabel, Logic.serverStateText(row.server.enabled),
+                   row.server.needsReconnect ? "Trebuie conectat din nou" : ""]
                     .filter(function (part) { return part && part.length > 0 }).join(" · ")
-            color: Theme.secondaryText
+            color: row.server.needsReconnect ? Theme.danger : Theme.secondaryText
             font.pixelSize: 12
         }
     }

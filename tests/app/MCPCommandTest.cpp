@@ -1,4 +1,7 @@
+#include "AsyncTest.h"
+#include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
+#include "FakeOAuthMCPServer.h"
 #include "KeloProcess.h"
 #include "TemporaryHome.h"
 #include "skills/OAuthCallbackChannel.h"
@@ -9,6 +12,9 @@
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTcpSocket>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
@@ -26,13 +32,20 @@ class MCPCommandTest : public QObject
     QString m_browserLog;
     QNetworkAccessManager m_network;
 
-    Run kelo(const QStringList &arguments, const std::function<void()> &whileRunning = {})
+    Run kelo(const QStringList &arguments, const std::function<void()> &whileRunning = {},
+        const KeloProcess::Options &extra = {})
     {
-        KeloProcess::Options options;
-        options.environment = { { QStringLiteral("XDG_RUNTIME_DIR"), m_runtimeDir },
+        KeloProcess::Options options = extra;
+        options.environment += { { QStringLiteral("XDG_RUNTIME_DIR"), m_runtimeDir },
             { QStringLiteral("BROWSER"), m_home->path() + QStringLiteral("/browser.sh") } };
         options.whileRunning = whileRunning;
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, options);
+    }
+
+    QByteArray settingsFile() const
+    {
+        QFile file(m_home->configHome() + QStringLiteral("/Kelo/KeloCompanion.conf"));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
     QJsonArray storedServers()
@@ -41,7 +54,8 @@ class MCPCommandTest : public QObject
         return QJsonDocument::fromJson(run.out.toUtf8()).array();
     }
 
-    // The browser: once kelo has asked for a page, load it here and hand its redirect to kelo.
+    // The browser: once kelo has asked for a page, load it here, follow the provider's redirects
+    // (with its cookies) and hand the redirect to Kelo's address over to kelo.
     std::function<void()> browserThatApproves()
     {
         auto started = std::make_shared<bool>(false);
@@ -50,15 +64,54 @@ class MCPCommandTest : public QObject
             if (*started || !log.open(QIODevice::ReadOnly))
                 return;
             *started = true;
-            QNetworkRequest request(QUrl(QString::fromUtf8(log.readAll().trimmed())));
-            request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-            QNetworkReply *reply = m_network.get(request);
-            QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply] {
-                reply->deleteLater();
-                OAuthCallbackChannel::deliver(QUrl(QString::fromUtf8(reply->rawHeader("Location"))),
-                    m_runtimeDir + QStringLiteral("/kelo-oauth"));
-            });
+            follow(QUrl(QString::fromUtf8(log.readAll().trimmed())));
         };
+    }
+
+    void follow(const QUrl &url)
+    {
+        QNetworkRequest request(url);
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        QNetworkReply *reply = m_network.get(request);
+        QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply, url] {
+            reply->deleteLater();
+            const QUrl location = url.resolved(QUrl(QString::fromUtf8(reply->rawHeader("Location"))));
+            if (location.scheme() == QLatin1String("kelo"))
+                OAuthCallbackChannel::deliver(location, m_runtimeDir + QStringLiteral("/kelo-oauth"));
+            else if (!reply->rawHeader("Location").isEmpty())
+                follow(location);
+        });
+    }
+
+    // One `kelo chat` turn in which the model calls the echo tool twice ("unu", then "doi");
+    // `betweenCalls` runs just before the second call. The model's requests come back.
+    QList<FakeHttpServer::Request> chatTurnCallingEchoTwice(const std::function<void()> &betweenCalls)
+    {
+        FakeHttpServer model;
+        int completions = 0;
+        model.on("POST", "/chat/completions", [&](const FakeHttpServer::Request &) {
+            using namespace ChatCompletionReplies;
+            ++completions;
+            if (completions == 3)
+                return Reply::json(completion("Gata: unu, doi"));
+            if (completions == 2)
+                betweenCalls();
+            const QString word = completions == 1 ? "unu" : "doi";
+            return Reply::json(
+                completion(QString(), { toolCall(word, "mcp_127_0_0_1_echo", { { "message", word } }) }));
+        });
+        KeloProcess::Options chat;
+        chat.environment = { { "KELO_ZEN_BASE_URL", model.baseUrl() }, { "KELO_ZEN_API_KEY", "cheie" } };
+        chat.input = "spune unu și doi\n";
+        const Run turn = kelo({ "chat" }, {}, chat);
+        if (turn.exitCode != 0 || !turn.out.contains("Kelo: Gata: unu, doi"))
+            qWarning("%s", qPrintable(turn.out + turn.err));
+        return model.requests("/chat/completions");
+    }
+
+    static QString toolResultIn(const FakeHttpServer::Request &request)
+    {
+        return request.json()["messages"].toArray().last()["content"].toString();
     }
 
 private Q_SLOTS:
@@ -170,6 +223,134 @@ private Q_SLOTS:
         QCOMPARE(servers[0]["authLabel"].toString(), QString("OAuth"));
         QCOMPARE(servers[0]["endpoint"].toString(), endpoint);
         QCOMPARE(kelo({ "mcp", "connect", "nici-un-serviciu" }).exitCode, 2);
+    }
+
+    // Connected once; later its token expires and it forgets its session in the middle of a chat,
+    // and the tool still answers without a browser. No token is ever in the settings file.
+    void oneConnectionOutlivesExpiredTokensAndForgottenSessions()
+    {
+        FakeOAuthMCPServer service;
+        service.toolPages = { QJsonArray { QJsonObject { { "name", "echo" }, { "description", "Repetă" } } },
+            QJsonArray { QJsonObject { { "name", "ora" }, { "description", "Ora exactă" } } } };
+        QCOMPARE(kelo({ "mcp", "connect", service.endpoint() }, browserThatApproves()).exitCode, 0);
+        const QUrlQuery authorization = service.http.requests("/authorize").first().query;
+        QCOMPARE(authorization.queryItemValue("scope", QUrl::FullyDecoded), QString("tools offline_access"));
+        QCOMPARE(authorization.queryItemValue("resource", QUrl::FullyDecoded), service.endpoint());
+
+        const auto noSecretOnDisk = [&] {
+            const QByteArray file = settingsFile();
+            QVERIFY(file.contains("mcpServers"));
+            for (const char *secret : { "access-", "refresh-", "bearerToken" })
+                QVERIFY2(!file.contains(secret), secret);
+        };
+        noSecretOnDisk();
+        const Run shown = kelo({ "config", "get", "mcpServers" });
+        QVERIFY2(!shown.out.contains(service.accessToken) && !shown.out.contains(service.refreshToken),
+            qPrintable(shown.out));
+        QCOMPARE(storedServers().first()["oauth"]["refreshToken"].toString(), service.refreshToken);
+
+        const Run tools = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(tools.exitCode, 0);
+        QCOMPARE(tools.out.count('\n'), 2);
+        QVERIFY(tools.out.contains("ora\tmcp_127_0_0_1_ora"));
+
+        // The model calls the tool twice in one turn; between the calls the service expires the
+        // token again and forgets the session.
+        service.expireToken();
+        QFile::remove(m_browserLog);
+        const auto requests = chatTurnCallingEchoTwice([&service] {
+            service.expireToken();
+            service.forgetSessions();
+        });
+        QCOMPARE(requests.size(), 3);
+        QCOMPARE(toolResultIn(requests[1]), QString("ecou: unu"));
+        QCOMPARE(toolResultIn(requests[2]), QString("ecou: doi"));
+        QVERIFY(!QFile::exists(m_browserLog));
+        // `mcp tools`, the turn's first contact, and the one after the forgotten session.
+        QCOMPARE(service.sessionsStarted(), 3);
+        int renewals = 0;
+        for (const auto &request : service.http.requests("/token"))
+            renewals += request.body.contains("grant_type=refresh_token");
+        QCOMPARE(renewals, 2);
+        noSecretOnDisk();
+        QCOMPARE(storedServers().first()["oauth"]["refreshToken"].toString(), service.refreshToken);
+
+        // A refresh token the provider refuses: the row says to connect again, nothing else changes.
+        service.expireToken();
+        service.refreshReply = Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400);
+        const QJsonArray before = storedServers();
+        const Run denied = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(denied.exitCode, 1);
+        QVERIFY(denied.err.contains("MCP necesită autentificare sau tokenul a expirat."));
+        QVERIFY(kelo({ "mcp", "list" }).out.contains("\tOAuth\tTrebuie conectat din nou"));
+        QJsonArray after = storedServers();
+        QJsonObject marked = after[0].toObject();
+        QVERIFY(marked.take("needsReconnect").toBool());
+        QCOMPARE(marked, before[0].toObject());
+
+        // Connecting again clears the mark and replaces the server.
+        service.refreshReply.reset();
+        QCOMPARE(kelo({ "mcp", "connect", service.endpoint() }, browserThatApproves()).exitCode, 0);
+        QVERIFY(!kelo({ "mcp", "list" }).out.contains("Trebuie conectat din nou"));
+        QCOMPARE(storedServers().size(), 1);
+    }
+
+    // The same journey against a standards-strict authorization server from the npm registry, whose
+    // access tokens live two seconds and whose refresh tokens rotate.
+    void aRealAuthorizationServerKeepsTheConnectionAlive()
+    {
+        const QString provider
+            = qEnvironmentVariable("KELO_OAUTH_SERVER_DIR", QDir::homePath() + "/.cache/kelo/npm/oauth-server")
+            + "/node_modules/oidc-provider/lib/index.js";
+        const QString node = QStandardPaths::findExecutable("node");
+        if (node.isEmpty() || !QFile::exists(provider))
+            QSKIP("oidc-provider is not installed (scripts/prepare-mcp-server.sh)");
+        QProcess server;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("OIDC_PROVIDER", provider);
+        environment.insert("ACCESS_TOKEN_TTL", "2");
+        server.setProcessEnvironment(environment);
+        server.start(node, { QStringLiteral(KELO_OAUTH_SERVER_SCRIPT) });
+        QVERIFY(AsyncTest::waitUntil([&] { return server.canReadLine() || server.state() == QProcess::NotRunning; }));
+        const QString ready = QString::fromUtf8(server.readLine()).trimmed();
+        QVERIFY2(ready.startsWith("listening "), qPrintable(ready + server.readAllStandardError()));
+        const quint16 port = ready.section(' ', 1).toUShort();
+        const QString endpoint = QStringLiteral("http://127.0.0.1:%1/mcp").arg(port);
+
+        const Run connect = kelo({ "mcp", "connect", endpoint }, browserThatApproves());
+        QVERIFY2(connect.exitCode == 0, qPrintable(connect.err));
+        const QJsonObject grant = storedServers().first()["oauth"].toObject();
+        QCOMPARE(grant["resource"].toString(), QStringLiteral("http://localhost:%1/mcp").arg(port));
+        QVERIFY(!grant["refreshToken"].toString().isEmpty());
+        QVERIFY(!grant["accessTokenExpiresAt"].toString().isEmpty());
+
+        QTest::qWait(2'500); // the access token is dead now
+        const Run tools = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(tools.exitCode, 0);
+        QCOMPARE(tools.out.count('\n'), 2);
+        QVERIFY(storedServers().first()["oauth"]["refreshToken"] != grant["refreshToken"]);
+
+        QTest::qWait(2'500);
+        QFile::remove(m_browserLog);
+        const auto requests = chatTurnCallingEchoTwice([port] {
+            QTcpSocket control;
+            control.connectToHost(QHostAddress::LocalHost, port);
+            control.waitForConnected(2'000);
+            control.write("POST /test/forget-sessions HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 0\r\n"
+                          "Connection: close\r\n\r\n");
+            control.waitForReadyRead(2'000);
+        });
+        QCOMPARE(requests.size(), 3);
+        QCOMPARE(toolResultIn(requests[1]), QString("ecou: unu"));
+        QCOMPARE(toolResultIn(requests[2]), QString("ecou: doi"));
+        QVERIFY(!QFile::exists(m_browserLog));
+
+        const QJsonObject stored = storedServers().first().toObject();
+        const QByteArray file = settingsFile();
+        QVERIFY(!file.contains(stored["bearerToken"].toString().toUtf8()));
+        QVERIFY(!file.contains(stored["oauth"]["refreshToken"].toString().toUtf8()));
+        server.kill();
+        server.waitForFinished();
     }
 };
 

@@ -75,13 +75,13 @@ private Q_SLOTS:
         QCOMPARE(settings.mcpServerList().size(), 2);
         QCOMPARE(settings.mcpServerList().at(1).value<MCPServerConfig>().name, QStringLiteral("calendar"));
 
-        // The keys of the file, three of them not the property names; credentials stay out of it
-        // (MCP tokens excepted, they belong to the server list).
+        // The keys of the file, three of them not the property names; credentials, MCP tokens
+        // included, stay out of it.
         const QByteArray file = contents(settingsPath(secondRun));
         for (const char *line :
             { "\ninternet=false", "\nonDeviceSpeech=false", "\nbackgroundConversation=true", "\npersonality=Direct" })
             QVERIFY2(file.contains(line), line);
-        for (const char *absent : { "internetEnabled", "sk-zen", "g-key", "a-key", "e-key" })
+        for (const char *absent : { "internetEnabled", "sk-zen", "g-key", "a-key", "e-key", "tok=", "bearerToken" })
             QVERIFY2(!file.contains(absent), absent);
         // Without a keychain they are in the private secrets file, and the app says so.
         QVERIFY(settings.secretsInFile());
@@ -226,6 +226,74 @@ private Q_SLOTS:
         TemporaryHome next;
         copyConfig(home, next);
         QCOMPARE(AppSettings().mcpServers(), servers);
+    }
+
+    void mcpSecretsLiveInTheSecureStoreAndLeaveWithTheirServer()
+    {
+        TemporaryHome home;
+        MCPServerConfig connected = server(QStringLiteral("notite"), QStringLiteral("tok-A"));
+        connected.oauth = { QStringLiteral("https://auth.example.ro/token"), QStringLiteral("kelo"),
+            QStringLiteral("https://mcp.example.ro/notite"), QStringLiteral("ref-B"), QStringLiteral("sec-C"),
+            QDateTime::fromSecsSinceEpoch(QDateTime::currentSecsSinceEpoch() + 3600, Qt::UTC) };
+        const MCPServerConfig plain = server(QStringLiteral("calendar"), QString());
+        AppSettings(nullptr).setMcpServers({ connected, plain });
+        QByteArray file = contents(settingsPath(home));
+        for (const char *secret : { "tok-A", "ref-B", "sec-C" }) {
+            QVERIFY2(!file.contains(secret), secret);
+            QVERIFY2(contents(secretsPath(home)).contains(secret), secret);
+        }
+        QVERIFY(file.contains("auth.example.ro/token"));
+
+        TemporaryHome next;
+        copyConfig(home, next);
+        AppSettings settings;
+        QCOMPARE(settings.mcpServers(), QList<MCPServerConfig>({ connected, plain }));
+
+        // Renewed credentials change the credentials and nothing else.
+        MCPServerConfig renewed = connected;
+        renewed.name = QStringLiteral("altul");
+        renewed.bearerToken = QStringLiteral("tok-D");
+        renewed.needsReconnect = true;
+        settings.updateMcpServerCredentials(renewed);
+        QCOMPARE(settings.mcpServers().first().name, QStringLiteral("notite"));
+        QCOMPARE(settings.mcpServers().first().bearerToken, QStringLiteral("tok-D"));
+        QVERIFY(settings.mcpServers().first().needsReconnect);
+        QVERIFY(settings.mcpServerList().first().value<MCPServerConfig>().needsReconnect);
+        QVERIFY(contents(settingsPath(next)).contains("needsReconnect"));
+        QVERIFY(!contents(settingsPath(next)).contains("tok-D"));
+
+        settings.setMcpServers({ plain });
+        for (const char *secret : { "tok-D", "ref-B", "sec-C" })
+            QVERIFY2(!contents(secretsPath(next)).contains(secret), secret);
+        // Credentials of a server no longer listed are not brought back.
+        settings.updateMcpServerCredentials(renewed);
+        QCOMPARE(settings.mcpServers(), QList<MCPServerConfig>({ plain }));
+    }
+
+    void tokensOfAnOlderListMoveToTheSecureStore()
+    {
+        const QByteArray legacy = "[General]\nmcpServers=\"[{\\\"id\\\":\\\"6F9619FF-8B86-D011-B42D-00C04FC964FF\\\","
+                                  "\\\"name\\\":\\\"vechi\\\",\\\"endpoint\\\":\\\"https://m.example.ro/mcp\\\","
+                                  "\\\"bearerToken\\\":\\\"legacy-tok\\\",\\\"enabled\\\":true}]\"\n";
+        {
+            TemporaryHome home;
+            writeFile(settingsPath(home), legacy);
+            AppSettings settings;
+            QCOMPARE(settings.mcpServers().size(), 1);
+            QCOMPARE(settings.mcpServers().first().bearerToken, QStringLiteral("legacy-tok"));
+            QVERIFY(!contents(settingsPath(home)).contains("legacy-tok"));
+            QVERIFY(contents(settingsPath(home)).contains("vechi"));
+            QVERIFY(contents(secretsPath(home)).contains("legacy-tok"));
+        }
+        {
+            // The secure store cannot keep it: the file stays as it was, token and all.
+            TemporaryHome home;
+            writeFile(settingsPath(home), legacy);
+            QDir().mkpath(secretsPath(home));
+            AppSettings settings;
+            QCOMPARE(settings.mcpServers().first().bearerToken, QStringLiteral("legacy-tok"));
+            QCOMPARE(contents(settingsPath(home)), legacy);
+        }
     }
 
     void settingsFileIsPrivateFromTheStart()

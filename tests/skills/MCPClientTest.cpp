@@ -3,12 +3,15 @@
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
 #include "net/HeaderValueError.h"
+#include "FakeOAuthMCPServer.h"
 #include "net/URLError.h"
 #include "skills/MCPError.h"
+#include "skills/MCPEventStream.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTest>
+#include <QUrlQuery>
 
 using Reply = FakeHttpServer::Reply;
 Q_DECLARE_METATYPE(FakeHttpServer::Reply)
@@ -186,6 +189,16 @@ private Q_SLOTS:
         MCPClient client;
         QCOMPARE(AsyncTest::await(client.callTool(server(http.baseUrl() + "/mcp"), "t", {})), QString("răspuns"));
         QCOMPARE(http.requests("/mcp").last().header("Mcp-Session-Id"), QByteArray("sse"));
+
+        // The data lines of one event are one message; line ends may be CR LF.
+        const auto joined = MCPEventStream::firstReply(
+            "event: message\r\ndata: {\"jsonrpc\":\"2.0\",\r\ndata: \"id\":3,\r\ndata: \"result\":{}}\r\n\r\n");
+        QVERIFY(joined);
+        QCOMPARE(joined->value("id").toInt(), 3);
+        MCPEventStream stream;
+        QVERIFY(!stream.feed("data: {\"id\":4,\n"));
+        QVERIFY(!stream.feed("data: \"result\":{}}\n"));
+        QCOMPARE(stream.feed("\n")->value("id").toInt(), 4);
     }
 
     void aStreamLeftOpenEndsAtItsReplyOfMegabytes()
@@ -370,6 +383,195 @@ private Q_SLOTS:
             names.append(binding.definition.name);
         QCOMPARE(names, QStringList({ "mcp_slow_a1", "mcp_slow_a2", "mcp_fast_c1" }));
         QCOMPARE(failing.http.requestCount("/mcp"), 1);
+    }
+
+    void anExpiredTokenIsRenewedOnceForConcurrentRequests()
+    {
+        FakeOAuthMCPServer mcp;
+        MCPClient client;
+        QList<MCPServerConfig> changes;
+        QObject::connect(&client, &MCPClient::serverCredentialsChanged,
+            [&changes](const MCPServerConfig &server) { changes.append(server); });
+        const MCPServerConfig stale = mcp.connectedServer();
+        AsyncTest::await(client.initialize(stale));
+        mcp.expireToken();
+
+        auto first = client.callTool(stale, "echo", {});
+        auto second = client.callTool(stale, "echo", {});
+        auto third = client.callTool(stale, "echo", {});
+        for (auto *task : { &first, &second, &third })
+            QCOMPARE(AsyncTest::await(std::move(*task)), QString("ecou: ok"));
+        QCOMPARE(mcp.http.requestCount("/token"), 1);
+        const QUrlQuery form(QString::fromUtf8(mcp.http.requests("/token").first().body));
+        QCOMPARE(form.queryItems(QUrl::FullyDecoded),
+            (QList<QPair<QString, QString>> { { "grant_type", "refresh_token" }, { "refresh_token", "refresh-1" },
+                { "client_id", "kelo-client" }, { "resource", stale.endpoint } }));
+
+        QCOMPARE(changes.size(), 1);
+        const MCPServerConfig renewed = changes.first();
+        QCOMPARE(renewed.id, stale.id);
+        QCOMPARE(renewed.bearerToken, QString("access-2"));
+        QCOMPARE(renewed.oauth.refreshToken, QString("refresh-2"));
+        QVERIFY(qAbs(QDateTime::currentDateTimeUtc().secsTo(*renewed.oauth.accessTokenExpiresAt) - 3600) < 5);
+
+        // A caller still holding the old copy gets the renewed token without another renewal.
+        AsyncTest::await(client.callTool(stale, "echo", {}));
+        QCOMPARE(mcp.http.requests("/mcp").last().header("Authorization"), QByteArray("Bearer access-2"));
+        QCOMPARE(mcp.http.requestCount("/token"), 1);
+
+        // A token known to have expired is renewed before the server is asked at all.
+        MCPServerConfig expiring = renewed;
+        expiring.oauth.accessTokenExpiresAt = QDateTime::currentDateTimeUtc().addSecs(-5);
+        MCPClient restarted;
+        mcp.http.clearRequests();
+        AsyncTest::await(restarted.callTool(expiring, "echo", {}));
+        QCOMPARE(mcp.http.requestCount("/token"), 1);
+        for (const auto &request : mcp.http.requests("/mcp"))
+            QCOMPARE(request.header("Authorization"), QByteArray("Bearer access-3"));
+    }
+
+    void aFailedRenewalShowsTheUnauthorizedText_data()
+    {
+        QTest::addColumn<Reply>("refreshReply");
+        QTest::addColumn<bool>("marked");
+        QTest::newRow("refresh token refused")
+            << Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400) << true;
+        QTest::newRow("client refused") << Reply::json(QJsonObject { { "error", "invalid_client" } }, 401) << true;
+        QTest::newRow("html page") << Reply::text("<html><body>Login</body></html>", 200, "text/html") << false;
+        QTest::newRow("reply without access_token") << Reply::json(QJsonObject { { "token_type", "Bearer" } }) << false;
+        QTest::newRow("provider down") << Reply::text("oops", 503) << false;
+    }
+
+    void aFailedRenewalShowsTheUnauthorizedText()
+    {
+        QFETCH(Reply, refreshReply);
+        QFETCH(bool, marked);
+        FakeOAuthMCPServer mcp;
+        const MCPServerConfig config = mcp.connectedServer();
+        mcp.expireToken();
+        mcp.refreshReply = refreshReply;
+        MCPClient client;
+        QList<MCPServerConfig> changes;
+        QObject::connect(&client, &MCPClient::serverCredentialsChanged,
+            [&changes](const MCPServerConfig &server) { changes.append(server); });
+
+        const MCPError error = mcpError(client.callTool(config, "echo", {}));
+        QCOMPARE(error.kind(), MCPError::unauthorized);
+        QCOMPARE(error.description(), QString("MCP necesită autentificare sau tokenul a expirat."));
+        QCOMPARE(changes.size(), marked ? 1 : 0);
+        if (marked) {
+            // Marked, and nothing else changed: the user connects again.
+            MCPServerConfig expected = config;
+            expected.needsReconnect = true;
+            QCOMPARE(changes.first(), expected);
+        }
+        // A refused grant is not tried again; a provider that merely failed is.
+        QCOMPARE(mcpErrorOf(client.callTool(config, "echo", {})), MCPError::unauthorized);
+        QCOMPARE(mcp.http.requestCount("/token"), marked ? 1 : 2);
+    }
+
+    void aForgottenSessionIsStartedAgainOnce()
+    {
+        FakeOAuthMCPServer mcp;
+        MCPClient client;
+        const MCPServerConfig config = mcp.connectedServer();
+        AsyncTest::await(client.callTool(config, "echo", {}));
+        mcp.forgetSessions();
+        QCOMPARE(AsyncTest::await(client.callTool(config, "echo", {})), QString("ecou: ok"));
+        QCOMPARE(mcp.methods(),
+            QStringList({ "initialize", "notifications/initialized", "tools/call", "tools/call", "initialize",
+                "notifications/initialized", "tools/call" }));
+        const auto requests = mcp.http.requests("/mcp");
+        QCOMPARE(requests[3].header("Mcp-Session-Id"), QByteArray("session-1"));
+        QVERIFY(requests[4].header("Mcp-Session-Id").isEmpty());
+        QCOMPARE(requests[6].header("Mcp-Session-Id"), QByteArray("session-2"));
+        // The agreed version goes with every request after a handshake, not with the handshake.
+        QStringList versions;
+        for (const auto &request : requests)
+            versions.append(QString::fromUtf8(request.header("MCP-Protocol-Version")));
+        QCOMPARE(
+            versions, QStringList({ "", "2025-06-18", "2025-06-18", "2025-06-18", "", "2025-06-18", "2025-06-18" }));
+
+        // An expired token and a forgotten session at once: renewed, started again, answered.
+        mcp.expireToken();
+        mcp.forgetSessions();
+        QCOMPARE(AsyncTest::await(client.callTool(config, "echo", {})), QString("ecou: ok"));
+        QCOMPARE(mcp.http.requestCount("/token"), 1);
+
+        // A server that forgets every session gets one new handshake, then the error.
+        mcp.forgetsEverySession = true;
+        const int handshakes = mcp.sessionsStarted();
+        const MCPError error = mcpError(client.callTool(config, "echo", {}));
+        QCOMPARE(error.kind(), MCPError::sessionExpired);
+        QCOMPARE(error.description(), QString("Serverul MCP nu mai recunoaște sesiunea."));
+        QCOMPARE(mcp.sessionsStarted(), handshakes + 1);
+    }
+
+    void toolListsAreReadPageByPage_data()
+    {
+        QTest::addColumn<QJsonObject>("pages"); // cursor → result; "*" answers every other cursor
+        QTest::addColumn<QStringList>("expected");
+        QTest::addColumn<int>("requests");
+        const auto page = [](const QStringList &names, const QJsonValue &next = QJsonValue()) {
+            QJsonArray tools;
+            for (const QString &name : names)
+                tools.append(tool(name));
+            QJsonObject result { { "tools", tools } };
+            if (!next.isNull())
+                result.insert("nextCursor", next);
+            return result;
+        };
+        QTest::newRow("three pages") << QJsonObject { { "", page({ "a", "b" }, "c1") }, { "c1", page({ "c" }, "c2") },
+            { "c2", page({ "d" }) } } << QStringList({ "a", "b", "c", "d" })
+                                     << 3;
+        QTest::newRow("cursor that comes back")
+            << QJsonObject { { "", page({ "a" }, "c1") }, { "c1", page({ "b" }, "c1") } } << QStringList({ "a", "b" })
+            << 2;
+        QTest::newRow("cursor that is no text")
+            << QJsonObject { { "", page({ "a" }, 7) } } << QStringList({ "a" }) << 1;
+        QTest::newRow("endless pages") << QJsonObject { { "", page({ "a" }, "next") }, { "*", page({ "b" }, "next") } }
+                                       << QStringList() << MCPClient::maxToolPages;
+        QTest::newRow("page that is not an object")
+            << QJsonObject { { "", page({ "a" }, "c1") }, { "c1", "nu" } } << QStringList() << 2;
+    }
+
+    void toolListsAreReadPageByPage()
+    {
+        QFETCH(QJsonObject, pages);
+        QFETCH(QStringList, expected);
+        QFETCH(int, requests);
+        ScriptedServer mcp;
+        int served = 0;
+        QStringList cursors;
+        mcp.http.on("POST", "/mcp", [&](const FakeHttpServer::Request &request) {
+            const QJsonObject message = request.json();
+            if (message.value("method") != "tools/list")
+                return mcp.answer(message);
+            const QString cursor = message.value("params")["cursor"].toString();
+            cursors.append(cursor);
+            QJsonValue result = pages.value(cursor);
+            if (result.isUndefined()) // endless: every answer names a cursor never seen before
+                result = QJsonObject { { "tools", QJsonArray { tool("b") } },
+                    { "nextCursor", QStringLiteral("n%1").arg(++served) } };
+            return Reply::json(
+                QJsonObject { { "jsonrpc", "2.0" }, { "id", message.value("id") }, { "result", result } });
+        });
+        MCPClient client;
+        const MCPServerConfig config = server(mcp.endpoint());
+        if (QTest::currentDataTag() == QLatin1String("page that is not an object")) {
+            QCOMPARE(mcpErrorOf(client.listTools(config)), MCPError::invalidResponse);
+        } else {
+            const QList<QJsonObject> tools = AsyncTest::await(client.listTools(config));
+            QStringList names;
+            for (const QJsonObject &listed : tools)
+                names.append(listed.value("name").toString());
+            if (QTest::currentDataTag() == QLatin1String("endless pages"))
+                QCOMPARE(names.size(), MCPClient::maxToolPages);
+            else
+                QCOMPARE(names, expected);
+        }
+        QCOMPARE(cursors.size(), requests);
+        QCOMPARE(cursors.first(), QString());
     }
 
     void toolResultsAreFlattenedToText_data()

@@ -2,14 +2,17 @@
 
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
+#include "net/URLError.h"
 #include "skills/MCPOAuthError.h"
 #include "skills/WebAuthenticationError.h"
 
 #include <QCryptographicHash>
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -166,7 +169,14 @@ private Q_SLOTS:
         QObject::connect(&manager, &MCPOAuthManager::statusTextChanged, [&] { statuses.append(manager.statusText()); });
         QSignalSpy running(&manager, &MCPOAuthManager::runningChanged);
 
-        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")), QString("tok-123"));
+        const MCPOAuthManager::Connection connection = AsyncTest::await(manager.connect(itemFor(endpoint), "", ""));
+        QCOMPARE(connection.accessToken, QString("tok-123"));
+        // What renewing the token needs is kept; this provider states no lifetime.
+        QCOMPARE(connection.grant.refreshToken, QString("r"));
+        QCOMPARE(connection.grant.tokenEndpoint, auth.base() + "/token");
+        QCOMPARE(connection.grant.clientID, QString("dyn-client"));
+        QCOMPARE(connection.grant.resource, endpoint);
+        QCOMPARE(connection.grant.accessTokenExpiresAt, std::nullopt);
         QCOMPARE(statuses,
             QStringList({ "Descopăr configurația OAuth…", "Înregistrez Kelo la provider…", "Aștept autentificarea…",
                 "Finalizez conexiunea…", "" }));
@@ -206,7 +216,8 @@ private Q_SLOTS:
         auth.publishMetadata();
         MCPOAuthManager manager(options());
         const MCPGalleryItem item = itemFor(auth.base() + "/mcp/", { "drive.readonly", "mail read" });
-        QCOMPARE(AsyncTest::await(manager.connect(item, "  my-client ", "s3cr&t")), QString("tok-123"));
+        const auto connection = AsyncTest::await(manager.connect(item, "  my-client ", "s3cr&t"));
+        QCOMPARE(connection.grant.clientSecret, QString("s3cr&t"));
         QCOMPARE(auth.http.requestCount("/register"), 0);
         QCOMPARE(auth.lastAuthorization.queryItemValue("client_id"), QString("my-client"));
         QCOMPARE(
@@ -221,8 +232,8 @@ private Q_SLOTS:
         for (const auto &request : auth.http.requests())
             paths.append(request.method + ' ' + request.path);
         QCOMPARE(paths.mid(0, 4),
-            QStringList({ "GET /.well-known/oauth-protected-resource", "GET /.well-known/oauth-protected-resource/mcp/",
-                "POST /mcp/", "GET /.well-known/oauth-authorization-server" }));
+            QStringList({ "POST /mcp/", "GET /.well-known/oauth-protected-resource",
+                "GET /.well-known/oauth-protected-resource/mcp/", "GET /.well-known/oauth-authorization-server" }));
     }
 
     void findsMetadataWhereRealServersPutIt_data()
@@ -262,7 +273,7 @@ private Q_SLOTS:
             mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
         }
         MCPOAuthManager manager(options());
-        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")), QString("tok-123"));
+        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")).accessToken, QString("tok-123"));
         for (const auto &request : auth.http.requests() + mcp.requests())
             QVERIFY2(!request.path.contains("//"), qPrintable(request.path));
     }
@@ -273,10 +284,21 @@ private Q_SLOTS:
         auth.publishMetadata();
         const MCPGalleryItem item = itemFor(auth.base() + "/mcp");
         {
+            // The provider's own words reach the user, else its error code.
             auth.redirect = [](const QUrlQuery &query) {
                 return "kelo://oauth?error=access_denied&state=" + query.queryItemValue("state");
             };
             MCPOAuthManager manager(options());
+            QCOMPARE(expectError<MCPOAuthError>(manager, item).description(),
+                QString("Providerul a refuzat autentificarea: access_denied"));
+            auth.redirect = [](const QUrlQuery &query) {
+                return "kelo://oauth?error=invalid_scope&error_description=Scope+%22x%22%0Anu+e%C8%99ti&state="
+                    + query.queryItemValue("state");
+            };
+            QCOMPARE(expectError<MCPOAuthError>(manager, item).description(),
+                QString("Providerul a refuzat autentificarea: Scope \"x\" nu ești"));
+            auth.redirect
+                = [](const QUrlQuery &query) { return "kelo://oauth?state=" + query.queryItemValue("state"); };
             QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::invalidCallback);
         }
         {
@@ -295,6 +317,87 @@ private Q_SLOTS:
             QCOMPARE(manager.statusText(), QString());
         }
         QCOMPARE(auth.http.requestCount("/token"), 0);
+    }
+
+    void scopeAndResourceComeFromWhatTheServerPublishes_data()
+    {
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<QString>("expectedScope");
+        QTest::newRow("challenge") << "challenge"
+                                   << "mcp:read mcp:write";
+        QTest::newRow("resource metadata") << "resource"
+                                           << "files offline_access";
+        QTest::newRow("authorization server") << "server"
+                                              << "openid offline_access";
+    }
+
+    void scopeAndResourceComeFromWhatTheServerPublishes()
+    {
+        QFETCH(QString, source);
+        QFETCH(QString, expectedScope);
+        AuthServer auth;
+        QJsonObject metadata = auth.metadata();
+        metadata.insert("scopes_supported", QJsonArray { "openid", "offline_access" });
+        auth.http.on("GET", "/.well-known/oauth-authorization-server", Reply::json(metadata));
+        auth.http.enqueue("POST", "/token",
+            Reply::json(QJsonObject { { "access_token", "a" }, { "refresh_token", "r" }, { "expires_in", "3600" } }));
+        FakeHttpServer mcp;
+        // The resource names itself with another spelling of the host than the one typed.
+        const QString declared = QStringLiteral("http://localhost:%1/mcp").arg(mcp.port());
+        QJsonObject resource { { "resource", declared }, { "authorization_servers", QJsonArray { auth.base() } } };
+        if (source != "server")
+            resource.insert("scopes_supported", QJsonArray { "files", "offline_access" });
+        mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
+        if (source == "challenge") {
+            Reply challenge = Reply::text({}, 401);
+            challenge.headers.append(qMakePair(QByteArray("WWW-Authenticate"),
+                QByteArray(R"(Bearer realm="mcp", scope="mcp:read mcp:write", error="invalid_token")")));
+            mcp.on("POST", "/mcp", challenge);
+        }
+
+        MCPOAuthManager manager(options());
+        const QDateTime before = QDateTime::currentDateTimeUtc();
+        const auto connection = AsyncTest::await(manager.connect(itemFor(mcp.baseUrl() + "/mcp"), "", ""));
+        QCOMPARE(auth.lastAuthorization.queryItemValue("scope", QUrl::FullyDecoded), expectedScope);
+        QCOMPARE(auth.lastAuthorization.queryItemValue("resource", QUrl::FullyDecoded), declared);
+        const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
+        QCOMPARE(form.queryItemValue("resource", QUrl::FullyDecoded), declared);
+        QCOMPARE(connection.grant.resource, declared);
+        QVERIFY(connection.grant.accessTokenExpiresAt);
+        QVERIFY(qAbs(before.secsTo(*connection.grant.accessTokenExpiresAt) - 3600) < 5);
+    }
+
+    void discoveryFailsFastWhenTheServerIsOutOfReach()
+    {
+        // Nothing listens on this port: the network error is the answer, at once.
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        const quint16 port = closed.serverPort();
+        closed.close();
+        MCPOAuthManager manager(options());
+        QElapsedTimer clock;
+        clock.start();
+        const auto unreachable
+            = expectError<URLError>(manager, itemFor(QStringLiteral("http://127.0.0.1:%1/mcp").arg(port)));
+        QCOMPARE(unreachable.code(), URLError::cannotConnectToHost);
+        QVERIFY(clock.elapsed() < 2'000);
+
+        // A server that answers the first contact but never its metadata costs the budget, not a
+        // minute per document.
+        FakeHttpServer silent;
+        Reply never;
+        never.neverAnswer = true;
+        for (const char *path : { "/.well-known/oauth-protected-resource", "/.well-known/oauth-protected-resource/mcp",
+                 "/.well-known/oauth-authorization-server", "/.well-known/openid-configuration" })
+            silent.on("GET", path, never);
+        MCPOAuthManager::Options budgeted = options();
+        budgeted.metadataTimeoutMs = 60'000;
+        budgeted.discoveryBudgetMs = 1'500;
+        MCPOAuthManager patient(budgeted);
+        clock.restart();
+        QCOMPARE(expectError<MCPOAuthError>(patient, itemFor(silent.baseUrl() + "/mcp")).kind(),
+            MCPOAuthError::metadataUnavailable);
+        QVERIFY2(clock.elapsed() < 4'000, qPrintable(QString::number(clock.elapsed())));
     }
 
     void providersWithoutMetadataUseTheFallbackTable()
@@ -366,8 +469,14 @@ private Q_SLOTS:
     {
         const MCPGalleryItem linear = *MCPGalleryItem::find("linear");
         const MCPServerConfig manual { QUuid::createUuid(), "Manual", "https://m.example/mcp", "", true, {}, {} };
-        QList<MCPServerConfig> servers = MCPOAuthManager::withConnection({ manual }, linear, "t1", "OAuth");
+        MCPOAuthGrant grant;
+        grant.refreshToken = "r1";
+        QList<MCPServerConfig> servers = MCPOAuthManager::withConnection({ manual }, linear, "t1", "OAuth", grant);
+        QCOMPARE(servers[1].oauth, grant);
+        servers[1].needsReconnect = true;
         servers = MCPOAuthManager::withConnection(servers, linear, "t2", "Token");
+        QVERIFY(servers[1].oauth.isEmpty());
+        QVERIFY(!servers[1].needsReconnect);
         QCOMPARE(servers.size(), 2);
         QCOMPARE(servers[0], manual);
         QCOMPARE(servers[1].bearerToken, QString("t2"));

@@ -5,6 +5,7 @@
 #include "conversation/ChatStore.h"
 #include "conversation/ConversationMemoryStore.h"
 #include "settings/AppSettings.h"
+#include "skills/MCPClient.h"
 
 CliSession::CliSession() = default;
 CliSession::~CliSession() = default;
@@ -13,6 +14,9 @@ ChatStore &CliSession::store()
 {
     if (!m_store) {
         m_store = std::make_unique<ChatStore>();
+        // Renewed MCP tokens outlive this run.
+        QObject::connect(m_store->mcp(), &MCPClient::serverCredentialsChanged, m_store->settings(),
+            &AppSettings::updateMcpServerCredentials);
         warnAboutStorage();
     }
     return *m_store;

@@ -76,8 +76,11 @@ QString serversJson(const AppSettings &settings, bool showSecrets)
 {
     QList<MCPServerConfig> servers = settings.mcpServers();
     if (!showSecrets) {
-        for (MCPServerConfig &server : servers)
+        for (MCPServerConfig &server : servers) {
             server.bearerToken = mask(server.bearerToken);
+            server.oauth.refreshToken = mask(server.oauth.refreshToken);
+            server.oauth.clientSecret = mask(server.oauth.clientSecret);
+        }
     }
     return QString::fromUtf8(QJsonDocument(MCPServerConfig::listToJson(servers)).toJson(QJsonDocument::Compact));
 }

@@ -123,6 +123,8 @@ int MCPCommand::list(const AppSettings &settings)
             server.enabled ? QStringLiteral("Activ") : QStringLiteral("Oprit") };
         if (server.authLabel)
             fields.append(*server.authLabel);
+        if (server.needsReconnect)
+            fields.append(QStringLiteral("Trebuie conectat din nou"));
         Terminal::out(fields.join(QLatin1Char('\t')));
     }
     return ExitCode::success;
@@ -243,11 +245,11 @@ QCoro::Task<int> MCPCommand::connect(AppSettings &settings, QStringList words)
             Terminal::err(oauth.statusText());
     });
     try {
-        const QString token
+        const MCPOAuthManager::Connection connection
             = co_await oauth.connect(item, parsed->value(QStringLiteral("--client-id")).value_or(QString()),
                 parsed->value(QStringLiteral("--client-secret")).value_or(QString()));
-        settings.setMcpServers(
-            MCPOAuthManager::withConnection(settings.mcpServers(), item, token, QStringLiteral("OAuth")));
+        settings.setMcpServers(MCPOAuthManager::withConnection(
+            settings.mcpServers(), item, connection.accessToken, QStringLiteral("OAuth"), connection.grant));
         if (CliSession::changeSaved(settings) != ExitCode::success)
             co_return ExitCode::failure;
         Terminal::err(QStringLiteral("Conectat: %1").arg(item.name));

@@ -151,9 +151,13 @@ void CompanionActions::saveGalleryConnection(const QString &itemID, const QStrin
     const MCPGalleryItem *item = MCPGalleryItem::find(itemID);
     if (!item)
         return;
+    const bool fromOAuth = itemID == m_connectedItemID && !token.isEmpty() && token == m_connection.accessToken;
+    const MCPOAuthGrant grant = fromOAuth ? m_connection.grant : MCPOAuthGrant();
+    m_connectedItemID.clear();
+    m_connection = {};
     AppSettings *settings = m_store->settings();
     settings->setMcpServers(
-        MCPServerListEditor::withGalleryConnection(settings->mcpServers(), *item, token, authLabel));
+        MCPServerListEditor::withGalleryConnection(settings->mcpServers(), *item, token, authLabel, grant));
     serversChanged();
 }
 
@@ -182,11 +186,15 @@ void CompanionActions::connectOAuth(const QString &itemID, const QString &client
             Q_EMIT oauthStatusChanged(oauth->statusText());
     });
     // A cancelled flow still reports its failure; only the current flow speaks to the sheet.
-    connect(oauth, &MCPOAuthManager::connected, this, [this, oauth, itemID](const QString &token) {
-        if (m_oauth == oauth)
-            Q_EMIT oauthFinished(itemID, token, QString());
-        oauth->deleteLater();
-    });
+    connect(
+        oauth, &MCPOAuthManager::connected, this, [this, oauth, itemID](const MCPOAuthManager::Connection &connection) {
+            if (m_oauth == oauth) {
+                m_connectedItemID = itemID;
+                m_connection = connection;
+                Q_EMIT oauthFinished(itemID, connection.accessToken, QString());
+            }
+            oauth->deleteLater();
+        });
     connect(oauth, &MCPOAuthManager::failed, this, [this, oauth, itemID](const QString &message) {
         if (m_oauth == oauth)
             Q_EMIT oauthFinished(itemID, QString(), message);

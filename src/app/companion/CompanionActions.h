@@ -1,6 +1,7 @@
 #pragma once
 
 #include "system/SystemDoctor.h"
+#include "skills/MCPOAuthManager.h"
 
 #include <QCoroTask>
 #include <QObject>
@@ -8,7 +9,6 @@
 #include <QVariantList>
 
 class ChatStore;
-class MCPOAuthManager;
 
 // What the views ask of the core beyond reading its properties: the store's and the speech
 // service's asynchronous operations started without waiting, and the edits of the MCP server list.
@@ -62,4 +62,8 @@ private:
     ChatStore *m_store;
     QPointer<MCPOAuthManager> m_oauth;
     SystemDoctor *m_doctor;
+    // The last OAuth connection: its token comes back through the view to be saved, its grant
+    // (what renewing the token needs) is added here.
+    QString m_connectedItemID;
+    MCPOAuthManager::Connection m_connection;
 };
