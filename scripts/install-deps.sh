@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   # build: clang 16 (g++ 12 miscompiles coroutines), its sanitizer and libFuzzer runtimes
-  build-essential cmake ninja-build ccache pkg-config clang-16 libclang-rt-16-dev libfuzzer-16-dev
+  build-essential cmake ninja-build ccache pkg-config clang-16 libclang-rt-16-dev libfuzzer-16-dev llvm-16
   clang-format-16 git
   # the coroutine rules check (scripts/check-coroutines.py)
   python3

@@ -20,6 +20,7 @@ kelo_start_services
 ctest --test-dir "${KELO_BUILD_DIR:-build}" --output-on-failure -j"$(nproc)" "$@"
 if [ "${KELO_SKIP_SANITIZERS:-0}" != 1 ]; then
   echo "kelo: din nou, sub AddressSanitizer și UndefinedBehaviorSanitizer" >&2
+  ASAN_SYMBOLIZER_PATH=${ASAN_SYMBOLIZER_PATH:-/usr/lib/llvm-16/bin/llvm-symbolizer} \
   ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1:strict_string_checks=1} \
   LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/scripts/sanitizer/lsan.supp:print_suppressions=0} \
   UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} \
