@@ -12,6 +12,7 @@
 #include <QCoroTimer>
 #include <QJsonDocument>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTimer>
 
 namespace {
@@ -120,6 +121,17 @@ ChatStore::ChatStore(QObject *parent)
     });
     // The next turn must offer the servers as they are now, not the cached tools.
     connect(m_settings, &AppSettings::mcpServersChanged, this, &ChatStore::invalidateMCPBindings);
+    // A save that failed is told where the user looks: the status line.
+    connect(m_memory, &ConversationMemoryStore::saveErrorChanged, this, [this] {
+        if (!m_memory->saveError().isEmpty())
+            showTemporaryStatus(m_memory->saveError());
+    });
+    connect(m_settings, &AppSettings::saveErrorChanged, this, [this] {
+        if (!m_settings->saveError().isEmpty())
+            showTemporaryStatus(m_settings->saveError());
+    });
+    // Renewed MCP tokens outlive this run.
+    connect(m_mcp, &MCPClient::serverCredentialsChanged, m_settings, &AppSettings::updateMcpServerCredentials);
     m_speech->onAutomaticTranscript = [this](const QString &text) { onAutomaticTranscript(text); };
     m_speech->onPlaybackFinished = [this] { scheduleHandsFreeListening(); };
 
@@ -446,10 +458,13 @@ QList<MCPServerConfig> ChatStore::enabledMCPServers() const
 
 QList<MCPToolBinding> ChatStore::bindingsOfEnabledServers(const QList<MCPToolBinding> &bindings) const
 {
-    const QList<MCPServerConfig> enabled = enabledMCPServers();
+    // By id: a server whose token was renewed meanwhile is still the same server.
+    QSet<QUuid> enabled;
+    for (const MCPServerConfig &server : enabledMCPServers())
+        enabled.insert(server.id);
     QList<MCPToolBinding> kept;
     for (const MCPToolBinding &binding : bindings) {
-        if (enabled.contains(binding.server))
+        if (enabled.contains(binding.server.id))
             kept.append(binding);
     }
     return kept;

@@ -14,9 +14,6 @@ ChatStore &CliSession::store()
 {
     if (!m_store) {
         m_store = std::make_unique<ChatStore>();
-        // Renewed MCP tokens outlive this run.
-        QObject::connect(m_store->mcp(), &MCPClient::serverCredentialsChanged, m_store->settings(),
-            &AppSettings::updateMcpServerCredentials);
         warnAboutStorage();
     }
     return *m_store;

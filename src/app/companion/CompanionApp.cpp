@@ -39,11 +39,7 @@ CompanionApp::CompanionApp()
     , m_actions(std::make_unique<CompanionActions>(m_store.get()))
     , m_liveActivity(std::make_unique<LiveActivityManager>())
     , m_feed(std::make_unique<LiveActivityFeed>(m_store.get(), m_liveActivity.get()))
-{
-    // Renewed MCP tokens outlive this run.
-    QObject::connect(m_store->mcp(), &MCPClient::serverCredentialsChanged, m_store->settings(),
-        &AppSettings::updateMcpServerCredentials);
-}
+{ }
 
 CompanionApp::~CompanionApp()
 {
