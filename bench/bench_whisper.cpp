@@ -3,7 +3,8 @@
 //   - release → final transcript for a 5-second utterance fed at real time (partials running);
 //   - the cost of one partial over the whole 5 seconds;
 //   - peak resident memory.
-// Usage: bench_whisper [--model PATH] [--runs N]
+// Usage: bench_whisper [--model PATH] [--runs N]   (a PATH that does not exist yet is generated there and
+// kept, so later runs skip the generation)
 
 #include "RandomWhisperModel.h"
 #include "voice/AudioMath.h"
@@ -16,6 +17,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QEventLoop>
 #include <QProcess>
 #include <QStandardPaths>
@@ -115,8 +117,9 @@ int main(int argc, char **argv)
 
     QTemporaryDir dir;
     QElapsedTimer timer;
-    if (modelPath.isEmpty()) {
+    if (modelPath.isEmpty())
         modelPath = dir.filePath(QStringLiteral("ggml-base-shaped.bin"));
+    if (!QFileInfo::exists(modelPath)) {
         timer.start();
         RandomWhisperModel::write(modelPath, RandomWhisperModel::base());
         std::printf("generated base-shaped model in %.2f s\n", timer.nsecsElapsed() / 1e9);
