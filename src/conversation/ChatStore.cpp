@@ -121,15 +121,6 @@ ChatStore::ChatStore(QObject *parent)
     });
     // The next turn must offer the servers as they are now, not the cached tools.
     connect(m_settings, &AppSettings::mcpServersChanged, this, &ChatStore::invalidateMCPBindings);
-    // A save that failed is told where the user looks: the status line.
-    connect(m_memory, &ConversationMemoryStore::saveErrorChanged, this, [this] {
-        if (!m_memory->saveError().isEmpty())
-            showTemporaryStatus(m_memory->saveError());
-    });
-    connect(m_settings, &AppSettings::saveErrorChanged, this, [this] {
-        if (!m_settings->saveError().isEmpty())
-            showTemporaryStatus(m_settings->saveError());
-    });
     // Renewed MCP tokens outlive this run.
     connect(m_mcp, &MCPClient::serverCredentialsChanged, m_settings, &AppSettings::updateMcpServerCredentials);
     m_speech->onAutomaticTranscript = [this](const QString &text) { onAutomaticTranscript(text); };

@@ -129,6 +129,13 @@ template<typename T> bool assign(T &member, const T &value)
     return true;
 }
 
+// The stored form of the list: everything but the secrets.
+QString serverListText(const QList<MCPServerConfig> &servers)
+{
+    const QJsonArray list = MCPServerConfig::listToJson(servers, MCPServerConfig::Secrets::omitted);
+    return QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Compact));
+}
+
 QList<MCPServerConfig> readServers(const QSettings &settings)
 {
     const QVariant value = settings.value(Key::mcpServers);
@@ -460,7 +467,11 @@ QList<MCPServerConfig> AppSettings::loadServers()
         if (server.holdsSecrets()) {
             // Written before secrets moved to the secure store: they move now.
             migrating = true;
-            everySecretStored = storeSecrets(server) && everySecretStored;
+            try {
+                everySecretStored = storeSecrets(server) && everySecretStored;
+            } catch (const FileSaveError &) {
+                everySecretStored = false; // the file keeps them until a later start can move them
+            }
         } else {
             loadSecrets(server);
         }
@@ -471,6 +482,7 @@ QList<MCPServerConfig> AppSettings::loadServers()
     return servers;
 }
 
+// Throws FileSaveError when the secure store's fallback file cannot be written.
 bool AppSettings::storeSecrets(const MCPServerConfig &server)
 {
     bool stored = true;
@@ -495,23 +507,27 @@ void AppSettings::persistServers(const QList<MCPServerConfig> &previous)
     QHash<QUuid, const MCPServerConfig *> before;
     for (const MCPServerConfig &server : previous)
         before.insert(server.id, &server);
-    for (const MCPServerConfig &server : std::as_const(m_mcpServers)) {
-        const MCPServerConfig *old = before.take(server.id);
-        if (!old || Account::mcpSecrets(*old) != Account::mcpSecrets(server))
-            storeSecrets(server);
-    }
-    // What is left was removed: its secrets go with it.
-    for (const MCPServerConfig *removed : std::as_const(before)) {
-        for (const auto &[account, value] : Account::mcpSecrets(*removed))
-            m_secureStore.write(QString(), account);
-    }
-    writeServerList(m_mcpServers);
+    // The list on disk never names a server whose secrets are not safely stored: it would lose them.
+    save([&] {
+        for (const MCPServerConfig &server : std::as_const(m_mcpServers)) {
+            const MCPServerConfig *old = before.take(server.id);
+            if ((!old || Account::mcpSecrets(*old) != Account::mcpSecrets(server)) && !storeSecrets(server))
+                throw FileSaveError(FileSaveError::Kind::other,
+                    QStringLiteral("secretele serverului MCP %1").arg(server.name),
+                    QStringLiteral("serviciul de chei nu le-a păstrat"));
+        }
+        // What is left was removed: its secrets go with it.
+        for (const MCPServerConfig *removed : std::as_const(before)) {
+            for (const auto &[account, value] : Account::mcpSecrets(*removed))
+                m_secureStore.write(QString(), account);
+        }
+        SettingsFile::store(Key::mcpServers, serverListText(m_mcpServers));
+    });
 }
 
 void AppSettings::writeServerList(const QList<MCPServerConfig> &servers)
 {
-    const QJsonArray list = MCPServerConfig::listToJson(servers, MCPServerConfig::Secrets::omitted);
-    persist(Key::mcpServers, QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Compact)));
+    persist(Key::mcpServers, serverListText(servers));
 }
 
 template<typename Save> void AppSettings::save(Save &&write)

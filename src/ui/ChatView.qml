@@ -150,6 +150,21 @@ FocusScope {
             text: view.store ? view.store.activityText : ""
         }
 
+        // A save that failed stays in sight until a later one succeeds.
+        Label {
+            objectName: "saveError"
+            readonly property string message: view.store && view.store.memory && view.store.memory.saveError
+                ? view.store.memory.saveError
+                : (view.store && view.store.settings && view.store.settings.saveError ? view.store.settings.saveError : "")
+            visible: message.length > 0
+            text: message
+            Layout.fillWidth: true
+            horizontalAlignment: Text.AlignHCenter
+            wrapMode: Text.Wrap
+            color: Theme.warning
+            font.pixelSize: 13
+        }
+
         Card {
             id: answerCard
             objectName: "answerCard"

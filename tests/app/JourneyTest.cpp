@@ -232,7 +232,7 @@ private Q_SLOTS:
         QCOMPARE(handOff->exitCode, 0); // handed over, not killed after the time-out
         QVERIFY(handOff->elapsedMs < 5'000);
         QCOMPARE(connect.exitCode, 1);
-        QVERIFY2(connect.lastErrorLine().contains("OAuth"), qPrintable(connect.err));
+        QVERIFY2(connect.lastErrorLine().contains("access_denied"), qPrintable(connect.err));
         QCOMPARE(kelo({ "mcp", "list" }).out, QString());
     }
 
