@@ -17,6 +17,7 @@ if [ "${KELO_SANITIZE:-0}" = 1 ]; then
   cmake_args=(-DCMAKE_BUILD_TYPE=Debug -DKELO_SANITIZE=ON -DKELO_BUILD_FUZZERS=ON -DKELO_BUILD_BENCHMARKS=OFF)
 fi
 
+prefix=${KELO_PREFIX_PATH:-$HOME/.cache/kelo/whisper-prefix}
 export CCACHE_DIR=${CCACHE_DIR:-$HOME/.cache/kelo/ccache}
 # Paths relative to the checkout, so clones and worktrees share one cache.
 export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD} CCACHE_NOHASHDIR=1
@@ -24,9 +25,11 @@ export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$PWD} CCACHE_NOHASHDIR=1
 if [ -f "$build_dir/CMakeCache.txt" ] && ! grep -q '^CMAKE_CXX_COMPILER:[A-Z]*=.*clang++-16$' "$build_dir/CMakeCache.txt"; then
   rm -rf "$build_dir"
 fi
-if [ ! -f "$build_dir/build.ninja" ]; then
+# Configured anew when there is no tree yet, or when it looks for whisper.cpp somewhere else.
+if [ ! -f "$build_dir/build.ninja" ] || ! grep -qx "CMAKE_PREFIX_PATH:[A-Z]*=$prefix" "$build_dir/CMakeCache.txt"; then
+  # The packages found in the old prefix are forgotten, or CMake would keep using them.
   cmake -S . -B "$build_dir" -G Ninja -DCMAKE_C_COMPILER=clang-16 -DCMAKE_CXX_COMPILER=clang++-16 "${cmake_args[@]}" \
-    -DCMAKE_PREFIX_PATH="${KELO_PREFIX_PATH:-$HOME/.cache/kelo/prefix}" >/dev/null
+    -DCMAKE_PREFIX_PATH="$prefix" -Uwhisper_DIR -Uggml_DIR >/dev/null
 fi
 # AUTOMOC sometimes misses headers that arrive with a merge; dropping its stamp makes it look again
 # (cheap: only changed headers are run through moc).

@@ -9,11 +9,13 @@ version=0.3.1
 integrity='sha512-ceoilUVraRuR5FnNyXpGQT2auAR48Oc3AQBEmkXnVpSn9iN6yVRzQBFCqVTGWbk6Wdi95NhvwXNzFvuR7erLWw=='
 
 cache=${KELO_CACHE_DIR:-$HOME/.cache/kelo}
-prefix=${KELO_PREFIX_PATH:-$cache/prefix}
+prefix=${KELO_PREFIX_PATH:-$cache/whisper-prefix}
 stamp="$prefix/share/kelo/whisper.stamp"
 # The build options belong to the stamp: a cache built with other options is rebuilt.
-# OpenMP threads spin-wait and made recognition 5–20× slower on a busy machine; ggml's own pool does not.
-options=(-DGGML_OPENMP=${KELO_WHISPER_OPENMP:-OFF})
+# OpenMP through LLVM's libomp (clang's own runtime): measured on a busy 2-core machine, ggml's own
+# thread pool made a partial transcript 6–10× slower than libomp (its workers spin on each other when
+# descheduled), while libomp yields after a short spin. KELO_WHISPER_OPENMP=OFF builds the other way.
+options=(-DGGML_OPENMP=${KELO_WHISPER_OPENMP:-ON})
 compilers=(-DCMAKE_C_COMPILER=clang-16 -DCMAKE_CXX_COMPILER=clang++-16)
 wanted="$package@$version $integrity ${options[*]} ${compilers[*]}"
 
