@@ -5,12 +5,6 @@
 #include "voice/CloudVoiceCatalog.h"
 #include "voice/ProviderError.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzEnvironment::initialize();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray body = FuzzEnvironment::bytes(data, size);

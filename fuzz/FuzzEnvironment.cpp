@@ -60,3 +60,25 @@ void FuzzEnvironment::fail(const char *what)
     std::fprintf(stderr, "fuzz expectation failed: %s\n", what);
     std::abort();
 }
+
+void FuzzEnvironment::writeFile(const QString &path, QByteArrayView bytes)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        || file.write(bytes.data(), bytes.size()) != bytes.size())
+        fail("cannot write a file in the private directory");
+}
+
+QByteArray FuzzEnvironment::readFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return file.readAll();
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    FuzzEnvironment::initialize();
+    return 0;
+}

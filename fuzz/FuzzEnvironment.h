@@ -15,8 +15,8 @@
 class FuzzEnvironment
 {
 public:
-    // Call from LLVMFuzzerInitialize. KELO_FUZZ_VERBOSE=1 lets Qt's messages through, and with them
-    // the reason each rejected input was rejected.
+    // Done once before the first input (this library defines LLVMFuzzerInitialize for every target).
+    // KELO_FUZZ_VERBOSE=1 lets Qt's messages through, and with them why each input was rejected.
     static void initialize();
     // The private directory, removed when the target exits normally.
     static QString temporaryPath();
@@ -40,6 +40,11 @@ public:
             qDebug("rejected: %s", qPrintable(description));
         }
     }
+
+    // For the targets that go through files: failing to write is the harness's fault, never a finding.
+    static void writeFile(const QString &path, QByteArrayView bytes);
+    // The file's contents; empty when it cannot be read.
+    static QByteArray readFile(const QString &path);
 
     // A violated expectation: abort, so libFuzzer keeps the input.
     [[noreturn]] static void fail(const char *what);

@@ -34,12 +34,6 @@ void checkArrivalPredicate(const QByteArray &body)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzEnvironment::initialize();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray body = FuzzEnvironment::bytes(data, size);

@@ -4,17 +4,8 @@
 #include "conversation/ConversationMemoryStore.h"
 
 #include <QDir>
-#include <QFile>
 
 namespace {
-
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return file.readAll();
-}
 
 // A message read from the file comes back the same after the next write.
 void checkRoundTrip(const ChatMessage &message)
@@ -26,12 +17,6 @@ void checkRoundTrip(const ChatMessage &message)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzEnvironment::initialize();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray bytes = FuzzEnvironment::bytes(data, size);
@@ -39,19 +24,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     QDir(directory).removeRecursively();
     QDir().mkpath(directory);
     const QString path = directory + QStringLiteral("/conversation-memory.json");
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-        FuzzEnvironment::fail("cannot write the memory file");
-    file.close();
+    FuzzEnvironment::writeFile(path, bytes);
 
     {
         ConversationMemoryStore store(directory, nullptr);
         for (const ChatMessage &message : store.messages())
             checkRoundTrip(message);
-        if (!store.recoveredCopyPath().isEmpty() && contentsOf(store.recoveredCopyPath()) != bytes)
+        if (!store.recoveredCopyPath().isEmpty() && FuzzEnvironment::readFile(store.recoveredCopyPath()) != bytes)
             FuzzEnvironment::fail("the copy of an unreadable memory file differs from it");
     }
-    if (contentsOf(path) != bytes)
+    if (FuzzEnvironment::readFile(path) != bytes)
         FuzzEnvironment::fail("reading the memory file changed it");
     return 0;
 }

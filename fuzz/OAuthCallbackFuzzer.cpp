@@ -5,52 +5,51 @@
 #include "skills/OAuthCallbackChannel.h"
 
 #include <QCoreApplication>
-#include <QDir>
 
 namespace {
 
-struct Listener
+// The flow that waits, created with the first input and kept for the whole run.
+class WaitingFlow
 {
-    OAuthCallbackChannel *channel = nullptr;
-    int received = 0;
-};
+public:
+    static WaitingFlow &instance()
+    {
+        static WaitingFlow flow;
+        return flow;
+    }
 
-Listener &listener()
-{
-    static Listener waiting = [] {
-        const QString directory = FuzzEnvironment::temporaryPath() + QStringLiteral("/oauth");
-        Listener created { new OAuthCallbackChannel(directory, nullptr), 0 };
-        if (!created.channel->listen())
+    static QString directory() { return FuzzEnvironment::temporaryPath() + QStringLiteral("/oauth"); }
+    int received() const { return m_received; }
+
+private:
+    WaitingFlow()
+        : m_channel(directory())
+    {
+        if (!m_channel.listen())
             FuzzEnvironment::fail("the callback channel cannot listen");
-        created.channel->addPendingState(QStringLiteral("8D0C3F1A2B4E4F6A9C7D"));
-        return created;
-    }();
-    return waiting;
-}
+        m_channel.addPendingState(QStringLiteral("8D0C3F1A2B4E4F6A9C7D"));
+        QObject::connect(&m_channel, &OAuthCallbackChannel::callbackReceived, &m_channel, [this](const QUrl &url) {
+            if (!OAuthCallbackChannel::isCallbackURL(url))
+                FuzzEnvironment::fail("a flow was handed something that is not a callback URL");
+            ++m_received;
+        });
+    }
+
+    OAuthCallbackChannel m_channel;
+    int m_received = 0;
+};
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzEnvironment::initialize();
-    Listener &waiting = listener();
-    QObject::connect(waiting.channel, &OAuthCallbackChannel::callbackReceived, waiting.channel, [](const QUrl &url) {
-        if (!OAuthCallbackChannel::isCallbackURL(url))
-            FuzzEnvironment::fail("a flow was handed something that is not a callback URL");
-        ++listener().received;
-    });
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    Listener &waiting = listener();
+    WaitingFlow &flow = WaitingFlow::instance();
     const QString argument = QString::fromUtf8(FuzzEnvironment::bytes(data, size));
-    const int receivedBefore = waiting.received;
+    const int receivedBefore = flow.received();
     const int exitCode = OAuthCallbackChannel::handOffArguments(
-        { QStringLiteral("kelo-companion"), argument }, FuzzEnvironment::temporaryPath() + QStringLiteral("/oauth"));
+        { QStringLiteral("kelo-companion"), argument }, WaitingFlow::directory());
     const bool isCallback = OAuthCallbackChannel::isCallbackURL(QUrl(argument, QUrl::StrictMode));
-    if (isCallback != (exitCode == 0) || (exitCode == 0) != (waiting.received == receivedBefore + 1))
+    if (isCallback != (exitCode == 0) || (exitCode == 0) != (flow.received() == receivedBefore + 1))
         FuzzEnvironment::fail("a callback URL was lost, or something else was handed over");
     // Sockets closed during the hand-off are deleted here, not at the end of the run.
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);

@@ -2,12 +2,6 @@
 #include "FuzzEnvironment.h"
 #include "skills/WebSkillService.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzEnvironment::initialize();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QString text = WebSkillService::readableText(FuzzEnvironment::bytes(data, size));

@@ -13,21 +13,6 @@
 
 namespace {
 
-QByteArray contentsOf(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return file.readAll();
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-        FuzzEnvironment::fail("cannot write a settings file");
-}
-
 void setModificationTime(const QString &path, qint64 seconds)
 {
     QFile file(path);
@@ -37,12 +22,6 @@ void setModificationTime(const QString &path, qint64 seconds)
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzEnvironment::initialize();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
@@ -59,11 +38,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QString secretsPath = configHome + QStringLiteral("/Kelo/secrets.json");
     // QSettings reads a file again only when its size or time changed; every input gets its own time.
     static qint64 run = 0;
-    writeFile(settingsPath, settingsFile);
+    FuzzEnvironment::writeFile(settingsPath, settingsFile);
     setModificationTime(settingsPath, ++run);
     QFile::remove(secretsPath);
     if (separator >= 0)
-        writeFile(secretsPath, secretsFile);
+        FuzzEnvironment::writeFile(secretsPath, secretsFile);
 
     {
         AppSettings settings;
@@ -75,9 +54,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         }
         settings.systemPrompt(QStringLiteral("Memorie."));
     }
-    if (contentsOf(settingsPath) != settingsFile)
+    if (FuzzEnvironment::readFile(settingsPath) != settingsFile)
         FuzzEnvironment::fail("reading the settings changed the settings file");
-    if (separator >= 0 && contentsOf(secretsPath) != secretsFile)
+    if (separator >= 0 && FuzzEnvironment::readFile(secretsPath) != secretsFile)
         FuzzEnvironment::fail("reading the settings changed the secrets file");
     return 0;
 }

@@ -3,23 +3,11 @@
 #include "FuzzEnvironment.h"
 #include "voice/WhisperModelFile.h"
 
-#include <QFile>
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzEnvironment::initialize();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     // The check reads a file, mapped into memory, as the recognizer does.
     const QString path = FuzzEnvironment::temporaryPath() + QStringLiteral("/ggml-fuzz.bin");
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)
-        || file.write(reinterpret_cast<const char *>(data), qint64(size)) != qint64(size))
-        FuzzEnvironment::fail("cannot write the model file");
-    file.close();
+    FuzzEnvironment::writeFile(path, FuzzEnvironment::bytes(data, size));
 
     FuzzEnvironment::expectCleanRejection([&] {
         const WhisperModelFile model = WhisperModelFile::inspect(path);

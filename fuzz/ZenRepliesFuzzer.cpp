@@ -5,12 +5,6 @@
 #include "conversation/ZenAPIService.h"
 #include "net/HttpReply.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    FuzzEnvironment::initialize();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     HttpReply reply { 200, FuzzEnvironment::bytes(data, size) };

@@ -23,6 +23,7 @@ trap 'rm -rf "$work"' EXIT
 # The targets keep their private temporary files inside the work directory.
 export TMPDIR=$work QT_QPA_PLATFORM=offscreen
 
+base_asan_options=${ASAN_OPTIONS:-}
 mapfile -t targets < <(cd fuzz/corpus && ls -d fuzz_* | sort)
 failed=0
 for target in "${targets[@]}"; do
@@ -33,6 +34,9 @@ for target in "${targets[@]}"; do
     continue
   fi
   kept=$artifacts/$target
+  # A target may need its own sanitizer options; the file says why.
+  options=$(grep -v '^#' "fuzz/asan-options/$target" 2>/dev/null | tr -d '\n' || true)
+  export ASAN_OPTIONS=${base_asan_options}${options:+${base_asan_options:+:}$options}
   mkdir -p "$kept" "$work/corpus/$target"
   log=$work/$target.log
 
