@@ -20,6 +20,10 @@ scratch=${KELO_FUZZ_TMPDIR:-${TMPDIR:-/tmp}}
 work=$(mktemp -d "$scratch/kelo-fuzz.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
+# Reports with symbols, and the same leak suppressions as the sanitizer test run.
+export ASAN_SYMBOLIZER_PATH=${ASAN_SYMBOLIZER_PATH:-/usr/lib/llvm-16/bin/llvm-symbolizer}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/scripts/sanitizer/lsan.supp:print_suppressions=0}
 # The targets keep their private temporary files inside the work directory.
 export TMPDIR=$work QT_QPA_PLATFORM=offscreen
 
