@@ -1,8 +1,12 @@
 #include "ChatMessage.h"
 
+#include <cmath>
+
 namespace {
 const QDateTime referenceDate(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
-}
+// About 31,700 years either way: far beyond any message, well inside what milliseconds in 64 bits hold.
+constexpr double maxReferenceSeconds = 1e12;
+} // namespace
 
 namespace ReferenceDate {
 
@@ -13,6 +17,8 @@ double secondsSinceReference(const QDateTime &date)
 
 QDateTime fromSecondsSinceReference(double seconds)
 {
+    if (!(std::abs(seconds) <= maxReferenceSeconds))
+        return {};
     return referenceDate.addMSecs(qRound64(seconds * 1000.0));
 }
 
@@ -20,7 +26,7 @@ QDateTime fromSecondsSinceReference(double seconds)
 
 ChatMessage ChatMessage::make(Role role, QString text)
 {
-    return ChatMessage{QUuid::createUuid(), role, std::move(text), QDateTime::currentDateTimeUtc()};
+    return ChatMessage { QUuid::createUuid(), role, std::move(text), QDateTime::currentDateTimeUtc() };
 }
 
 QString ChatMessage::idString() const
@@ -43,7 +49,7 @@ QString ChatMessage::rawValue(Role role)
 
 std::optional<ChatMessage::Role> ChatMessage::roleFromRawValue(const QString &raw)
 {
-    for (Role role : {Role::user, Role::assistant, Role::system}) {
+    for (Role role : { Role::user, Role::assistant, Role::system }) {
         if (rawValue(role) == raw)
             return role;
     }
@@ -52,11 +58,11 @@ std::optional<ChatMessage::Role> ChatMessage::roleFromRawValue(const QString &ra
 
 QJsonObject ChatMessage::toJson() const
 {
-    return QJsonObject{
-        {QStringLiteral("id"), idString()},
-        {QStringLiteral("role"), rawValue(role)},
-        {QStringLiteral("text"), text},
-        {QStringLiteral("createdAt"), ReferenceDate::secondsSinceReference(createdAt)},
+    return QJsonObject {
+        { QStringLiteral("id"), idString() },
+        { QStringLiteral("role"), rawValue(role) },
+        { QStringLiteral("text"), text },
+        { QStringLiteral("createdAt"), ReferenceDate::secondsSinceReference(createdAt) },
     };
 }
 
@@ -74,8 +80,10 @@ std::optional<ChatMessage> ChatMessage::fromJson(const QJsonValue &value)
     const QUuid id = QUuid::fromString(object.value(QLatin1String("id")).toString());
     if (!id.isNull())
         message.id = id;
-    const QJsonValue created = object.value(QLatin1String("createdAt"));
-    if (created.isDouble())
-        message.createdAt = ReferenceDate::fromSecondsSinceReference(created.toDouble());
+    // A date that cannot be one (a huge number) counts as missing.
+    const QDateTime created
+        = ReferenceDate::fromSecondsSinceReference(object.value(QLatin1String("createdAt")).toDouble(NAN));
+    if (created.isValid())
+        message.createdAt = created;
     return message;
 }

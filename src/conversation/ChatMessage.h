@@ -46,5 +46,6 @@ Q_DECLARE_METATYPE(ChatMessage)
 // Dates are stored the way the original encoder wrote them: seconds since 2001-01-01T00:00:00Z.
 namespace ReferenceDate {
 double secondsSinceReference(const QDateTime &date);
+// Invalid for a number that is no date: not finite, or tens of thousands of years away.
 QDateTime fromSecondsSinceReference(double seconds);
 } // namespace ReferenceDate

@@ -296,7 +296,11 @@ QCoro::Task<QList<ZenModel>> ZenAPIService::fetchModels(QString apiKey)
     const QString key = trimmedKeyOrThrow(apiKey);
     const HttpReply reply = co_await m_http->get(makeRequest(m_baseURL + QStringLiteral("/models"), key, false),
         optionsWithLimits(modelListTimeoutMs, modelListDeadlineMs));
+    co_return parseModelList(reply);
+}
 
+QList<ZenModel> ZenAPIService::parseModelList(const HttpReply &reply)
+{
     QList<ZenModel> models;
     for (const QJsonValue &entry : modelArray(replyObject(reply))) {
         if (auto model = modelFromEntry(entry))
@@ -307,7 +311,7 @@ QCoro::Task<QList<ZenModel>> ZenAPIService::fetchModels(QString apiKey)
     if (!listsBigPickle)
         models.append(ZenModel::bigPickle());
     sortForDisplay(models);
-    co_return models;
+    return models;
 }
 
 QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(
@@ -329,13 +333,17 @@ QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(
     const HttpReply reply
         = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/chat/completions"), key, true),
             JsonSupport::compact(body), optionsWithLimits(chatTimeoutMs, chatDeadlineMs));
+    co_return parseChatCompletion(reply);
+}
 
+ZenAPIService::AssistantResult ZenAPIService::parseChatCompletion(const HttpReply &reply)
+{
     const QJsonValue choices = replyObject(reply).value(QLatin1String("choices"));
     const QJsonValue message = choices.toArray().at(0).toObject().value(QLatin1String("message"));
     if (!message.isObject())
         throw ZenAPIError::makeInvalidResponse();
     const QJsonObject messageObject = message.toObject();
-    co_return AssistantResult { extractText(messageObject.value(QLatin1String("content"))),
+    return AssistantResult { extractText(messageObject.value(QLatin1String("content"))),
         parseToolCalls(messageObject.value(QLatin1String("tool_calls"))) };
 }
 
@@ -347,7 +355,12 @@ QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeResponses(
         { QStringLiteral("input"), responsesInput(messages) } };
     const HttpReply reply = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/responses"), key, true),
         JsonSupport::compact(body), optionsWithLimits(chatTimeoutMs, chatDeadlineMs));
-    co_return AssistantResult { responsesText(replyObject(reply)), {} };
+    co_return parseResponsesReply(reply);
+}
+
+ZenAPIService::AssistantResult ZenAPIService::parseResponsesReply(const HttpReply &reply)
+{
+    return AssistantResult { responsesText(replyObject(reply)), {} };
 }
 
 QCoro::Task<QString> ZenAPIService::summarizeMemory(

@@ -33,9 +33,15 @@ public:
 
     QCoro::Task<QList<ZenModel>> fetchModels(QString apiKey);
     // `messages` are chat-completions message objects, already shaped by the caller.
-    QCoro::Task<AssistantResult> completeChat(QString apiKey, QString modelID, QJsonArray messages,
-                                              QList<ZenToolDefinition> tools);
+    QCoro::Task<AssistantResult> completeChat(
+        QString apiKey, QString modelID, QJsonArray messages, QList<ZenToolDefinition> tools);
     QCoro::Task<QString> summarizeMemory(QString apiKey, QString modelID, QString previousSummary, QString transcript);
+
+    // The readers of the service's replies; each throws ZenAPIError for a failed status or a body
+    // that is not the expected document.
+    static QList<ZenModel> parseModelList(const HttpReply &reply);
+    static AssistantResult parseChatCompletion(const HttpReply &reply);
+    static AssistantResult parseResponsesReply(const HttpReply &reply);
 
 private:
     QCoro::Task<AssistantResult> completeResponses(QString apiKey, QString modelID, QJsonArray messages);

@@ -1,8 +1,8 @@
 #include "MCPClient.h"
 
 #include "MCPError.h"
-#include "net/HeaderValues.h"
 #include "MCPEventStream.h"
+#include "net/HeaderValues.h"
 #include "net/HttpClient.h"
 
 #include <QJsonArray>
@@ -44,22 +44,6 @@ bool isValidEndpoint(const QUrl &url)
         && !url.host().isEmpty();
 }
 
-std::optional<QJsonObject> decodeBody(const QByteArray &body)
-{
-    if (body.isEmpty())
-        return std::nullopt;
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(body, &error);
-    if (error.error == QJsonParseError::NoError && document.isObject())
-        return document.object();
-    // An event stream is text; a body that is not UTF-8 is no reply at all.
-    QStringDecoder utf8(QStringDecoder::Utf8);
-    [[maybe_unused]] const QString text = utf8(body);
-    if (utf8.hasError())
-        return std::nullopt;
-    return MCPEventStream::firstReply(body);
-}
-
 // The version the server chose in its handshake when it is a plausible header value, else ours.
 QString agreedVersion(const QJsonObject &initializeResult)
 {
@@ -83,6 +67,22 @@ MCPClient::MCPClient(int timeoutMs, QObject *parent)
 { }
 
 MCPClient::~MCPClient() = default;
+
+std::optional<QJsonObject> MCPClient::decodeReplyBody(const QByteArray &body)
+{
+    if (body.isEmpty())
+        return std::nullopt;
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(body, &error);
+    if (error.error == QJsonParseError::NoError && document.isObject())
+        return document.object();
+    // An event stream is text; a body that is not UTF-8 is no reply at all.
+    QStringDecoder utf8(QStringDecoder::Utf8);
+    [[maybe_unused]] const QString text = utf8(body);
+    if (utf8.hasError())
+        return std::nullopt;
+    return MCPEventStream::firstReply(body);
+}
 
 QCoro::Task<QJsonObject> MCPClient::post(const MCPServerConfig &server, const QJsonObject &payload, bool allowEmpty)
 {
@@ -129,7 +129,7 @@ QCoro::Task<QJsonObject> MCPClient::post(const MCPServerConfig &server, const QJ
     if (!newSessionID.isEmpty())
         m_sessionIDs.insert(server.endpoint, QString::fromUtf8(newSessionID));
 
-    if (auto object = decodeBody(reply.body))
+    if (auto object = decodeReplyBody(reply.body))
         co_return *object;
     if (allowEmpty)
         co_return QJsonObject();
@@ -217,6 +217,11 @@ QCoro::Task<QJsonObject> MCPClient::rpc(const MCPServerConfig &server, const QSt
         { QStringLiteral("params"), params },
     };
     const QJsonObject reply = co_await authorizedPost(server, payload, false);
+    co_return resultOf(reply);
+}
+
+QJsonObject MCPClient::resultOf(const QJsonObject &reply)
+{
     if (reply.contains(QLatin1String("error"))) {
         const QJsonValue message = reply.value(QLatin1String("error")).toObject().value(QLatin1String("message"));
         throw MCPError(
@@ -225,7 +230,7 @@ QCoro::Task<QJsonObject> MCPClient::rpc(const MCPServerConfig &server, const QSt
     const QJsonValue result = reply.value(QLatin1String("result"));
     if (!result.isObject())
         throw MCPError(MCPError::invalidResponse);
-    co_return result.toObject();
+    return result.toObject();
 }
 
 QCoro::Task<> MCPClient::notification(const MCPServerConfig &server, const QString &method, const QJsonObject &params)
@@ -295,12 +300,10 @@ QCoro::Task<QList<QJsonObject>> MCPClient::listTools(MCPServerConfig server)
         if (!cursor.isEmpty())
             params.insert(QStringLiteral("cursor"), cursor);
         const QJsonObject result = co_await request(server, QStringLiteral("tools/list"), params);
-        const QJsonValue tools = result.value(QLatin1String("tools"));
-        for (const QJsonValue &tool : tools.toArray()) {
-            if (!tool.isObject())
-                co_return QList<QJsonObject>();
-            objects.append(tool.toObject());
-        }
+        const auto tools = toolsOfPage(result);
+        if (!tools)
+            co_return QList<QJsonObject>();
+        objects.append(*tools);
         const QJsonValue next = result.value(QLatin1String("nextCursor"));
         cursor = next.toString();
         // A cursor seen before would list the same pages again.
@@ -309,6 +312,17 @@ QCoro::Task<QList<QJsonObject>> MCPClient::listTools(MCPServerConfig server)
         seenCursors.insert(cursor);
     }
     co_return objects;
+}
+
+std::optional<QList<QJsonObject>> MCPClient::toolsOfPage(const QJsonObject &result)
+{
+    QList<QJsonObject> objects;
+    for (const QJsonValue &tool : result.value(QLatin1String("tools")).toArray()) {
+        if (!tool.isObject())
+            return std::nullopt;
+        objects.append(tool.toObject());
+    }
+    return objects;
 }
 
 QString MCPClient::modelToolName(const QString &serverName, const QString &toolName)

@@ -53,6 +53,12 @@ public:
     static QList<MCPToolBinding> bindingsFor(const MCPServerConfig &server, const QList<QJsonObject> &tools);
     // A "tools/call" result as text for the model.
     static QString flattenToolResult(const QJsonObject &result);
+    // The JSON-RPC message of a reply body: a JSON object, or the first reply in an event stream.
+    static std::optional<QJsonObject> decodeReplyBody(const QByteArray &body);
+    // The "result" of a JSON-RPC reply; throws MCPError for an error reply or a missing result.
+    static QJsonObject resultOf(const QJsonObject &reply);
+    // The tools of one "tools/list" page; nothing when the page lists anything but objects.
+    static std::optional<QList<QJsonObject>> toolsOfPage(const QJsonObject &result);
 Q_SIGNALS:
     // A server's credentials changed: renewed tokens, or the mark that it must be connected again.
     void serverCredentialsChanged(const MCPServerConfig &server);

@@ -73,7 +73,7 @@ QString searchLine(const SearchPage &page)
     return QStringLiteral("• ") + page.title + QStringLiteral(": ") + text;
 }
 
-QString searchDigest(const QList<SearchPage> &pages)
+QString digestOf(const QList<SearchPage> &pages)
 {
     if (pages.isEmpty())
         return QStringLiteral("Nu am găsit rezultate relevante.");
@@ -177,7 +177,7 @@ QCoro::Task<QString> WebSkillService::searchRomanianWeb(QString query)
     const HttpReply reply = co_await m_http->get(request, options);
     if (!reply.isSuccess())
         throw URLError(URLError::badServerResponse);
-    co_return searchDigest(decodeSearchPages(reply.body));
+    co_return searchDigest(reply.body);
 }
 
 QCoro::Task<QString> WebSkillService::fetchURL(QString urlString)
@@ -206,4 +206,9 @@ QString WebSkillService::readableText(const QByteArray &body)
     text.replace(tags(), space);
     text.replace(whiteSpaceRuns(), space);
     return leftCodePoints(text, maxPageCharacters);
+}
+
+QString WebSkillService::searchDigest(const QByteArray &body)
+{
+    return digestOf(decodeSearchPages(body));
 }

@@ -26,6 +26,9 @@ public:
     // The page reader's cleaning of a downloaded body: at most 80,000 bytes in, scripts, styles,
     // tags and runs of white space out, at most 14,000 characters back.
     static QString readableText(const QByteArray &body);
+    // The model's digest of an encyclopedia search reply: the first five pages, one line each.
+    // Throws DecodingError when the reply is not the search document.
+    static QString searchDigest(const QByteArray &body);
 
 private:
     HttpClient *m_http;

@@ -53,21 +53,6 @@ QByteArray elevenLabsBody(const QString &text)
     return JsonSupport::compact(body);
 }
 
-QByteArray googleAudio(const QByteArray &body)
-{
-    const std::optional<QJsonObject> object = JsonSupport::parseObject(body);
-    if (!object)
-        throw URLError(URLError::cannotDecodeContentData);
-    const std::optional<QString> content = JsonSupport::string(*object, QLatin1StringView("audioContent"));
-    if (!content)
-        throw URLError(URLError::cannotDecodeContentData);
-    // Characters outside Latin-1 become '?', which is itself invalid base64.
-    const auto decoded = QByteArray::fromBase64Encoding(content->toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
-    if (!decoded)
-        throw URLError(URLError::cannotDecodeContentData);
-    return *decoded;
-}
-
 } // namespace
 
 CloudSpeechClient::CloudSpeechClient(QObject *parent)
@@ -131,6 +116,21 @@ QString CloudSpeechClient::azureBaseURL(const QString &region)
     if (!hostLabel.match(region).hasMatch())
         throw URLError(URLError::badURL, region);
     return Endpoints::azureTTSBaseURL(region);
+}
+
+QByteArray CloudSpeechClient::googleAudio(const QByteArray &body)
+{
+    const std::optional<QJsonObject> object = JsonSupport::parseObject(body);
+    if (!object)
+        throw URLError(URLError::cannotDecodeContentData);
+    const std::optional<QString> content = JsonSupport::string(*object, QLatin1StringView("audioContent"));
+    if (!content)
+        throw URLError(URLError::cannotDecodeContentData);
+    // Characters outside Latin-1 become '?', which is itself invalid base64.
+    const auto decoded = QByteArray::fromBase64Encoding(content->toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
+    if (!decoded)
+        throw URLError(URLError::cannotDecodeContentData);
+    return *decoded;
 }
 
 QCoro::Task<HttpReply> CloudSpeechClient::post(QNetworkRequest request, QByteArray body)

@@ -39,6 +39,8 @@ public:
     // The regional base, refusing regions that are not a plain host label (they would redirect the
     // key to another host).
     static QString azureBaseURL(const QString &region);
+    // The MP3 carried base64-encoded in Google's synthesis reply; throws URLError when there is none.
+    static QByteArray googleAudio(const QByteArray &body);
 
 private:
     QCoro::Task<HttpReply> post(QNetworkRequest request, QByteArray body);

@@ -70,6 +70,11 @@ QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::googleVoices(QString apiKey)
     const QString url = Endpoints::googleTTSBaseURL() + QStringLiteral("/v1/voices?key=")
         + QString::fromLatin1(QUrl::toPercentEncoding(apiKey));
     const QByteArray body = co_await fetch(QNetworkRequest(QUrl(url)), CloudSpeechClient::googleProvider());
+    co_return parseGoogleVoices(body);
+}
+
+QList<CloudVoice> CloudVoiceCatalog::parseGoogleVoices(const QByteArray &body)
+{
     const QJsonDocument document = parse(body);
     if (!document.isObject())
         throw URLError(URLError::cannotDecodeContentData);
@@ -91,7 +96,7 @@ QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::googleVoices(QString apiKey)
         voice.detail = googleFamily(name);
         voices.append(voice);
     }
-    co_return sortedByName(voices);
+    return sortedByName(voices);
 }
 
 QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::azureVoices(QString apiKey, QString region)
@@ -101,6 +106,11 @@ QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::azureVoices(QString apiKey, QS
     HeaderValues::set(request, "Ocp-Apim-Subscription-Key", apiKey.toUtf8());
     request.setRawHeader("User-Agent", "KeloCompanion");
     const QByteArray body = co_await fetch(request, CloudSpeechClient::azureProvider());
+    co_return parseAzureVoices(body);
+}
+
+QList<CloudVoice> CloudVoiceCatalog::parseAzureVoices(const QByteArray &body)
+{
     const QJsonDocument document = parse(body);
     if (!document.isArray())
         throw URLError(URLError::cannotDecodeContentData);
@@ -120,7 +130,7 @@ QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::azureVoices(QString apiKey, QS
         voice.detail = nonEmpty(object.value(QLatin1StringView("VoiceType")).toString());
         voices.append(voice);
     }
-    co_return sortedByName(voices);
+    return sortedByName(voices);
 }
 
 QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::elevenVoices(QString apiKey)
@@ -129,6 +139,11 @@ QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::elevenVoices(QString apiKey)
     HeaderValues::set(request, "xi-api-key", apiKey.toUtf8());
     request.setRawHeader("Accept", "application/json");
     const QByteArray body = co_await fetch(request, CloudSpeechClient::elevenLabsProvider());
+    co_return parseElevenVoices(body);
+}
+
+QList<CloudVoice> CloudVoiceCatalog::parseElevenVoices(const QByteArray &body)
+{
     const QJsonDocument document = parse(body);
     if (!document.isObject())
         throw URLError(URLError::cannotDecodeContentData);
@@ -146,7 +161,7 @@ QCoro::Task<QList<CloudVoice>> CloudVoiceCatalog::elevenVoices(QString apiKey)
         voice.detail = nonEmpty(neural->category);
         voices.append(voice);
     }
-    co_return sortedByName(voices);
+    return sortedByName(voices);
 }
 
 std::optional<QString> CloudVoiceCatalog::genderLabel(const QString &providerValue)

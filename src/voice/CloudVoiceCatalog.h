@@ -29,6 +29,12 @@ public:
     // the value is unknown or empty.
     static std::optional<QString> genderLabel(const QString &providerValue);
 
+    // The readers of each provider's voice list; they throw URLError(cannotDecodeContentData) for a
+    // body that is not the provider's document.
+    static QList<CloudVoice> parseGoogleVoices(const QByteArray &body);
+    static QList<CloudVoice> parseAzureVoices(const QByteArray &body);
+    static QList<CloudVoice> parseElevenVoices(const QByteArray &body);
+
 private:
     QCoro::Task<QByteArray> fetch(QNetworkRequest request, QString provider);
 

@@ -43,6 +43,13 @@ private Q_SLOTS:
         QVERIFY(bare);
         QVERIFY(!bare->id.isNull());
         QVERIFY(bare->createdAt >= before);
+        // A date no clock can hold counts as missing rather than overflowing.
+        for (double impossible : { -1e300, 1e19, 1e13 }) {
+            const auto far = ChatMessage::fromJson(
+                QJsonObject { { "role", "user" }, { "text", "salut" }, { "createdAt", impossible } });
+            QVERIFY(far);
+            QVERIFY(far->createdAt >= before);
+        }
 
         for (const QJsonValue &bad : { QJsonValue(QJsonObject { { "role", "tool" }, { "text", "x" } }),
                  QJsonValue(QJsonObject { { "role", "user" } }),
