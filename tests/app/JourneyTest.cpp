@@ -1,5 +1,7 @@
+#include "AsyncTest.h"
 #include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
+#include "FakeOAuthMCPServer.h"
 #include "KeloProcess.h"
 #include "TemporaryHome.h"
 
@@ -63,15 +65,6 @@ void serveSlowMCP(FakeHttpServer &server, int listDelayMs)
             reply.delayMs = listDelayMs;
         return reply;
     });
-}
-
-bool waitUntil(const std::function<bool()> &condition, int timeoutMs)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!condition() && clock.elapsed() < timeoutMs)
-        QTest::qWait(20);
-    return condition();
 }
 
 } // namespace
@@ -177,12 +170,13 @@ private Q_SLOTS:
             }
             return false;
         };
-        QVERIFY(waitUntil(listed, 20'000));
+        QVERIFY(AsyncTest::waitUntil(listed, 20'000));
         QCOMPARE(kelo({ "mcp", "disable", "Slow" }).exitCode, 0);
-        QVERIFY(waitUntil([this] { return m_model->requestCount("/chat/completions") >= 1; }, 20'000));
-        QVERIFY(waitUntil([&chat] { return chat.bytesAvailable() > 0 || chat.state() != QProcess::Running; }, 20'000));
+        QVERIFY(AsyncTest::waitUntil([this] { return m_model->requestCount("/chat/completions") >= 1; }, 20'000));
+        QVERIFY(AsyncTest::waitUntil(
+            [&chat] { return chat.bytesAvailable() > 0 || chat.state() != QProcess::Running; }, 20'000));
         chat.write("al doilea\n/quit\n");
-        QVERIFY(waitUntil([&chat] { return chat.state() == QProcess::NotRunning; }, 30'000));
+        QVERIFY(AsyncTest::waitUntil([&chat] { return chat.state() == QProcess::NotRunning; }, 30'000));
         const QString out = QString::fromUtf8(chat.readAllStandardOutput());
         QCOMPARE(chat.exitCode(), 0);
 
@@ -196,12 +190,7 @@ private Q_SLOTS:
     // leaves at once, and the waiting `kelo mcp connect` fails with nothing saved.
     void aRefusedAuthorizationEndsBothProcesses()
     {
-        FakeHttpServer auth;
-        const QString base = auth.baseUrl();
-        auth.on("GET", "/.well-known/oauth-authorization-server",
-            Reply::json(QJsonObject { { "issuer", base }, { "authorization_endpoint", base + "/authorize" },
-                { "token_endpoint", base + "/token" }, { "registration_endpoint", base + "/register" } }));
-        auth.on("POST", "/register", Reply::json(QJsonObject { { "client_id", "dyn" } }));
+        FakeOAuthMCPServer service;
         const QString opened = m_home->path() + "/opened.txt";
         QFile browser(m_home->path() + "/browser.sh");
         QVERIFY(browser.open(QIODevice::WriteOnly));
@@ -226,7 +215,7 @@ private Q_SLOTS:
             handOff = KeloProcess::run(QStringLiteral(KELO_COMPANION_PATH), { callback }, companion);
         };
         const Run connect
-            = KeloProcess::run(QStringLiteral(KELO_CLI_PATH), { "mcp", "connect", base + "/mcp" }, options);
+            = KeloProcess::run(QStringLiteral(KELO_CLI_PATH), { "mcp", "connect", service.endpoint() }, options);
 
         QVERIFY(handOff.has_value());
         QCOMPARE(handOff->exitCode, 0); // handed over, not killed after the time-out

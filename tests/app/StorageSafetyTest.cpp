@@ -144,7 +144,7 @@ private Q_SLOTS:
         int kills = 0;
         int killedAfterAWrite = 0;
         int round = 0;
-        for (; kills < 60 && round < 200; ++round) {
+        for (; kills < 60 && round < 300; ++round) {
             const bool ask = round % 3 != 2;
             if (ask) {
                 // Without the flag the next start rewrites the settings file as well.
@@ -168,6 +168,9 @@ private Q_SLOTS:
                 QVERIFY(process.waitForFinished(5'000));
                 ++kills;
             }
+            // The machine's pace changes under other work: aim the next kill earlier after a run
+            // that finished first, a little later after one that was cut.
+            typicalMs = killed ? typicalMs * 21 / 20 : std::max<qint64>(typicalMs * 4 / 5, 20);
 
             const int messages = readableMessages();
             QVERIFY2(messages >= messagesBefore,
