@@ -1,5 +1,6 @@
 #include "SpeechService.h"
 
+#include "net/HttpClient.h"
 #include "system/VariantLists.h"
 
 SpeechService::SpeechService(QObject *parent)
@@ -9,7 +10,11 @@ SpeechService::SpeechService(QObject *parent)
     initSynthesis();
 }
 
-SpeechService::~SpeechService() = default;
+SpeechService::~SpeechService()
+{
+    // Cloud voice requests and voice lists still under way end while the service is whole.
+    HttpClient::closeAllUnder(this);
+}
 
 QVariantList SpeechService::googleVoiceList() const
 {
