@@ -146,6 +146,7 @@ ChatStore::~ChatStore()
     // A turn still waiting on the network ends now, while every member is alive; it leaves no trace.
     m_closing = true;
     HttpClient::closeAllUnder(this);
+    m_speech->close();
 }
 
 QString ChatStore::welcomeText()

@@ -12,8 +12,13 @@ SpeechService::SpeechService(QObject *parent)
 
 SpeechService::~SpeechService()
 {
-    // Cloud voice requests and voice lists still under way end while the service is whole.
+    close();
+}
+
+void SpeechService::close()
+{
     HttpClient::closeAllUnder(this);
+    endRecognitionForGood();
 }
 
 QVariantList SpeechService::googleVoiceList() const
