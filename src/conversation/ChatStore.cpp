@@ -143,7 +143,8 @@ ChatStore::~ChatStore()
     // The speech service outlives nothing of ours, but its callbacks must not reach a dying store.
     m_speech->onAutomaticTranscript = nullptr;
     m_speech->onPlaybackFinished = nullptr;
-    // A turn still waiting on the network ends now, while every member is alive; it leaves no trace.
+    // A turn waiting on the network and an orb run waiting for its model end now, while every member
+    // is alive; neither leaves a trace.
     m_closing = true;
     HttpClient::closeAllUnder(this);
     m_speech->close();
