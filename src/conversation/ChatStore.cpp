@@ -1,6 +1,7 @@
 #include "ChatStore.h"
 
 #include "ConversationMemoryStore.h"
+#include "net/HttpClient.h"
 #include "net/KeloError.h"
 #include "settings/AppSettings.h"
 #include "skills/MCPClient.h"
@@ -142,6 +143,11 @@ ChatStore::~ChatStore()
     // The speech service outlives nothing of ours, but its callbacks must not reach a dying store.
     m_speech->onAutomaticTranscript = nullptr;
     m_speech->onPlaybackFinished = nullptr;
+    // A turn waiting on the network and an orb run waiting for its model end now, while every member
+    // is alive; neither leaves a trace.
+    m_closing = true;
+    HttpClient::closeAllUnder(this);
+    m_speech->close();
 }
 
 QString ChatStore::welcomeText()
@@ -277,6 +283,9 @@ QCoro::Task<> ChatStore::send(std::optional<QString> text)
         appendMessage(ChatMessage::make(ChatMessage::Role::assistant, *answer));
         setZenError(std::nullopt);
     } catch (...) {
+        // Cut short by the store's own end: nothing to tell, nothing to save.
+        if (m_closing)
+            co_return;
         const QString description = friendlyError(std::current_exception());
         appendMessage(ChatMessage::make(
             ChatMessage::Role::assistant, QStringLiteral("Nu am putut termina răspunsul: ") + description));

@@ -169,6 +169,8 @@ private:
     QList<ChatMessage> m_messages;
     QString m_draft;
     bool m_isThinking = false;
+    // Set by the destructor, whose aborted requests resume the turn one last time.
+    bool m_closing = false;
     bool m_isPushToTalkActive = false;
     bool m_forceInternetNext = false;
     std::optional<QString> m_toolStatus;

@@ -133,6 +133,8 @@ QCoro::Task<HttpReply> HttpClient::send(QByteArray verb, QNetworkRequest request
     const QDeadlineTimer deadline = deadlineFor(options);
     HttpRedirect::Hop hop { std::move(verb), std::move(request), std::move(body) };
     for (int redirects = 0;; ++redirects) {
+        if (m_closed)
+            throw URLError(URLError::cancelled);
         checkBeforeSending(hop.request);
         if (options.beforeEachHop)
             co_await options.beforeEachHop(hop.request.url());
@@ -147,4 +149,20 @@ QCoro::Task<HttpReply> HttpClient::send(QByteArray verb, QNetworkRequest request
             throw URLError(URLError::httpTooManyRedirects);
         hop = std::move(*next);
     }
+}
+
+void HttpClient::close()
+{
+    m_closed = true;
+    // Replies are the manager's children; aborting one emits finished() before abort() returns.
+    const QList<QNetworkReply *> replies = m_manager->findChildren<QNetworkReply *>();
+    for (QNetworkReply *reply : replies)
+        reply->abort();
+}
+
+void HttpClient::closeAllUnder(QObject *owner)
+{
+    const QList<HttpClient *> clients = owner->findChildren<HttpClient *>();
+    for (HttpClient *client : clients)
+        client->close();
 }

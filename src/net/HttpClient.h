@@ -48,6 +48,15 @@ public:
 
     QNetworkAccessManager *manager() const { return m_manager; }
 
+    // Ends every request of the clients in owner's tree at once (each fails with a transport error)
+    // and refuses new ones. An owner calls this first thing in its destructor: a coroutine waiting on
+    // a reply that is simply deleted is never resumed and stays suspended for good, while this way it
+    // runs to its end while the owner is still whole.
+    static void closeAllUnder(QObject *owner);
+
 private:
+    void close();
+
     QNetworkAccessManager *m_manager;
+    bool m_closed = false;
 };

@@ -1,5 +1,6 @@
 #include "SpeechService.h"
 
+#include "net/HttpClient.h"
 #include "system/VariantLists.h"
 
 SpeechService::SpeechService(QObject *parent)
@@ -9,7 +10,16 @@ SpeechService::SpeechService(QObject *parent)
     initSynthesis();
 }
 
-SpeechService::~SpeechService() = default;
+SpeechService::~SpeechService()
+{
+    close();
+}
+
+void SpeechService::close()
+{
+    HttpClient::closeAllUnder(this);
+    endRecognitionForGood();
+}
 
 QVariantList SpeechService::googleVoiceList() const
 {

@@ -57,6 +57,11 @@ public:
     explicit SpeechService(QObject *parent = nullptr);
     ~SpeechService() override;
 
+    // Ends everything under way (cloud requests, voice lists, a start still loading its model) so
+    // the coroutines waiting on them finish now. The destructor calls it; an owner whose own
+    // coroutines wait on this service calls it first, while it is whole itself.
+    void close();
+
     bool isListening() const { return m_isListening; }
     QString transcript() const { return m_transcript; }
     double inputLevel() const { return m_inputLevel; }
@@ -168,6 +173,7 @@ private:
 
     // --- listening side, private ---
     void finishRecognitionEngine();
+    void endRecognitionForGood();
     void handleRecognitionResult(const QString &text, bool isFinal);
     void handleRecognitionFailure(const QString &message);
 

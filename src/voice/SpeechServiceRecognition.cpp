@@ -6,6 +6,7 @@
 #include "WhisperModel.h"
 #include "WhisperModelManager.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 
 // Recognition runs on the device with whisper.cpp: audio from an AudioInput is collected by a
@@ -15,6 +16,7 @@ namespace {
 void dropTask(RecognitionTask *task)
 {
     // Results are delivered from the task's own signals; it must outlive the handler that drops it.
+    // As the service's child it still goes with the service when no event loop comes to delete it.
     task->cancel();
     task->deleteLater();
 }
@@ -92,7 +94,7 @@ QCoro::Task<> SpeechService::startListening(bool preferOnDevice, bool autoSubmit
 
         std::unique_ptr<AudioInput> input = m_audioInputFactory();
         m_recognitionTask
-            = { new RecognitionTask(std::move(model), std::move(input), m_transcriptionWorker.get()), &dropTask };
+            = { new RecognitionTask(std::move(model), std::move(input), m_transcriptionWorker.get(), this), &dropTask };
         RecognitionTask *task = m_recognitionTask.get();
         connect(task, &RecognitionTask::result, this, &SpeechService::handleRecognitionResult);
         connect(task, &RecognitionTask::failed, this, &SpeechService::handleRecognitionFailure);
@@ -144,6 +146,17 @@ void SpeechService::handleRecognitionFailure(const QString &message)
 {
     finishRecognitionEngine();
     setLastError(message);
+}
+
+void SpeechService::endRecognitionForGood()
+{
+    ++m_recognitionGeneration;
+    m_recognitionTask.reset();
+    // A start waiting for its model resumes on a future watcher's queued event, which would reach it
+    // after this service is freed (or never, leaving it suspended): let the load finish and deliver
+    // that event now, so the start sees it is stale and ends.
+    m_transcriptionWorker->waitForDone();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::FutureCallOut);
 }
 
 void SpeechService::finishRecognitionEngine()

@@ -23,6 +23,9 @@ public:
     QFuture<QString> submit(std::function<QString()> job);
     QFuture<void> submitVoid(std::function<void()> job);
 
+    // Blocks until every queued job has returned.
+    void waitForDone() { m_pool.waitForDone(); }
+
     int runningJobs() const { return m_running.load(); }
     // The most jobs ever seen running at the same moment (1 unless something is badly wrong).
     int peakConcurrency() const { return m_peak.load(); }

@@ -264,7 +264,8 @@ private Q_SLOTS:
         store.invalidateMCPBindings();
 
         auto discovery = store.currentMCPBindings();
-        QTRY_COMPARE(mcp.requests().constLast().json()[QStringLiteral("method")].toString(), QStringLiteral("tools/list"));
+        QTRY_COMPARE(
+            mcp.requests().constLast().json()[QStringLiteral("method")].toString(), QStringLiteral("tools/list"));
         server.enabled = false;
         store.settings()->setMcpServers({ server });
         QCOMPARE(AsyncTest::await(std::move(discovery)).size(), 0);
@@ -327,6 +328,24 @@ private Q_SLOTS:
         QCOMPARE(finished.first().first().toBool(), false);
         QVERIFY(!store.isThinking());
         QVERIFY(store.toolStatus().isEmpty());
+    }
+
+    void aStoreClosedMidTurnEndsTheTurnWithoutATrace()
+    {
+        Reply hang;
+        hang.neverAnswer = true;
+        m_service->on("POST", QStringLiteral("/chat/completions"), hang);
+        {
+            ChatStore store;
+            store.setDraft(QStringLiteral("Salut"));
+            store.sendDraft();
+            QVERIFY(AsyncTest::waitUntil([&] { return chatRequests().size() == 1; }));
+            QVERIFY(store.isThinking());
+        }
+        // The turn ended with the store (LeakSanitizer reports a turn left waiting) and stored no
+        // failure of its own making.
+        ChatStore reopened;
+        QCOMPARE(reopened.messages().constLast().text, QStringLiteral("Salut"));
     }
 
     void unreachableServiceFailsCleanly()

@@ -9,6 +9,17 @@
 Q_IMPORT_QML_PLUGIN(Kelo_CorePlugin)
 Q_IMPORT_QML_PLUGIN(KeloPlugin)
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+// Qt is built without frame pointers, so the fast unwinder stops at the first Qt frame; the
+// suppressions for Qt Quick's own image caches (scripts/sanitizer/lsan.supp) need whole stacks.
+extern "C" const char *__asan_default_options()
+{
+    return "fast_unwind_on_malloc=0";
+}
+#endif
+#endif
+
 // Material dark like the app, the app's icon theme, and a place for the screenshots.
 class ViewTestSetup : public QObject
 {
