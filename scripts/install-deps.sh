@@ -6,8 +6,6 @@ set -euo pipefail
 packages=(
   # build: clang 16 (g++ 12 miscompiles coroutines), its sanitizer and libFuzzer runtimes
   build-essential cmake ninja-build ccache pkg-config clang-16 libclang-rt-16-dev libfuzzer-16-dev llvm-16
-  # OpenMP for whisper.cpp, LLVM's runtime (the one clang links)
-  libomp-16-dev
   clang-format-16 git
   # the coroutine rules check (scripts/check-coroutines.py)
   python3

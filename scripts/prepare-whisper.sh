@@ -12,10 +12,10 @@ cache=${KELO_CACHE_DIR:-$HOME/.cache/kelo}
 prefix=${KELO_PREFIX_PATH:-$cache/whisper-prefix}
 stamp="$prefix/share/kelo/whisper.stamp"
 # The build options belong to the stamp: a cache built with other options is rebuilt.
-# OpenMP through LLVM's libomp (clang's own runtime): measured on a busy 2-core machine, ggml's own
-# thread pool made a partial transcript 6–10× slower than libomp (its workers spin on each other when
-# descheduled), while libomp yields after a short spin. KELO_WHISPER_OPENMP=OFF builds the other way.
-options=(-DGGML_OPENMP=${KELO_WHISPER_OPENMP:-ON})
+# ggml's own thread pool rather than OpenMP: no OpenMP runtime to install or ship. Measured on 2 cores
+# (bench_whisper), libomp and the own pool are alike quiet and alike under a full load, and g++'s
+# libgomp spin-waits. KELO_WHISPER_OPENMP=ON builds the other way, for comparison.
+options=(-DGGML_OPENMP=${KELO_WHISPER_OPENMP:-OFF})
 compilers=(-DCMAKE_C_COMPILER=clang-16 -DCMAKE_CXX_COMPILER=clang++-16)
 wanted="$package@$version $integrity ${options[*]} ${compilers[*]}"
 
