@@ -28,7 +28,7 @@ fi
 # Configured anew when there is no tree yet, or when it looks for whisper.cpp somewhere else.
 if [ ! -f "$build_dir/build.ninja" ] || ! grep -qx "CMAKE_PREFIX_PATH:[A-Z]*=$prefix" "$build_dir/CMakeCache.txt"; then
   # The packages found in the old prefix are forgotten, or CMake would keep using them.
-  cmake -S . -B "$build_dir" -G Ninja -DCMAKE_C_COMPILER=clang-16 -DCMAKE_CXX_COMPILER=clang++-16 "${cmake_args[@]}" \
+  cmake -S . -B "$build_dir" -G Ninja -DCMAKE_CXX_COMPILER=clang++-16 "${cmake_args[@]}" \
     -DCMAKE_PREFIX_PATH="$prefix" -Uwhisper_DIR -Uggml_DIR >/dev/null
 fi
 # AUTOMOC sometimes misses headers that arrive with a merge; dropping its stamp makes it look again
