@@ -1,5 +1,6 @@
 #include "MCPClient.h"
 
+#include "MCPEndpoint.h"
 #include "MCPError.h"
 #include "MCPEventStream.h"
 #include "net/HeaderValues.h"
@@ -35,13 +36,6 @@ std::function<bool(const QByteArray &)> replyArrivedPredicate()
         progress->read = body.size();
         return progress->stream.feed(fresh).has_value();
     };
-}
-
-bool isValidEndpoint(const QUrl &url)
-{
-    const QString scheme = url.scheme().toLower();
-    return url.isValid() && (scheme == QLatin1String("http") || scheme == QLatin1String("https"))
-        && !url.host().isEmpty();
 }
 
 // The version the server chose in its handshake when it is a plausible header value, else ours.
@@ -87,7 +81,7 @@ std::optional<QJsonObject> MCPClient::decodeReplyBody(const QByteArray &body)
 QCoro::Task<QJsonObject> MCPClient::post(const MCPServerConfig &server, const QJsonObject &payload, bool allowEmpty)
 {
     const QUrl url(server.endpoint, QUrl::StrictMode);
-    if (!isValidEndpoint(url))
+    if (!MCPEndpoint::isHttpURL(url))
         throw MCPError(MCPError::invalidEndpoint);
 
     QNetworkRequest request(url);

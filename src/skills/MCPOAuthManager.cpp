@@ -1,5 +1,6 @@
 #include "MCPOAuthManager.h"
 
+#include "MCPEndpoint.h"
 #include "MCPOAuthError.h"
 #include "OAuthTokenEndpoint.h"
 #include "net/HttpClient.h"
@@ -24,19 +25,12 @@ QString compactUuid()
     return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().remove(QLatin1Char('-'));
 }
 
-bool isUsableHttpURL(const QUrl &url)
-{
-    const QString scheme = url.scheme().toLower();
-    return url.isValid() && (scheme == QLatin1String("http") || scheme == QLatin1String("https"))
-        && !url.host().isEmpty();
-}
-
 std::optional<QUrl> firstAuthorizationServer(const std::optional<OAuthProtectedResourceMetadata> &metadata)
 {
     if (!metadata || !metadata->authorizationServers || metadata->authorizationServers->isEmpty())
         return std::nullopt;
     const QUrl url(metadata->authorizationServers->first(), QUrl::StrictMode);
-    if (!isUsableHttpURL(url))
+    if (!MCPEndpoint::isHttpURL(url))
         return std::nullopt;
     return url;
 }
@@ -89,7 +83,7 @@ QString resourceFor(const MCPGalleryItem &item, const DiscoveryResult &discovery
 {
     const QString declared
         = discovery.resourceMetadata ? discovery.resourceMetadata->resource.value_or(QString()) : QString();
-    return isUsableHttpURL(QUrl(declared, QUrl::StrictMode)) ? declared : item.endpoint;
+    return MCPEndpoint::isHttpURL(QUrl(declared, QUrl::StrictMode)) ? declared : item.endpoint;
 }
 
 } // namespace
@@ -171,26 +165,6 @@ std::optional<OAuthAuthorizationServerMetadata> MCPOAuthManager::fallbackMetadat
         return providerMetadata(
             "https://linear.app", "https://linear.app/oauth/authorize", "https://api.linear.app/oauth/token");
     return std::nullopt;
-}
-
-QList<MCPServerConfig> MCPOAuthManager::withConnection(QList<MCPServerConfig> servers, const MCPGalleryItem &item,
-    const QString &token, const QString &authLabel, const MCPOAuthGrant &grant)
-{
-    // An item without an id is an endpoint typed by hand: it is the same service when a manually
-    // added server has the same endpoint.
-    const std::optional<QString> sourceID = item.id.isEmpty() ? std::nullopt : std::optional<QString>(item.id);
-    const MCPServerConfig server { QUuid::createUuid(), item.name, item.endpoint, token, true, sourceID, authLabel,
-        grant, false };
-    for (MCPServerConfig &existing : servers) {
-        const bool same
-            = sourceID ? existing.sourceID == sourceID : (!existing.sourceID && existing.endpoint == item.endpoint);
-        if (same) {
-            existing = server;
-            return servers;
-        }
-    }
-    servers.append(server);
-    return servers;
 }
 
 int MCPOAuthManager::discoveryTimeoutMs() const
@@ -302,7 +276,7 @@ QCoro::Task<DiscoveryResult> MCPOAuthManager::discoverOAuth(QUrl endpoint)
     std::optional<QUrl> advertised;
     if (challenge.resourceMetadata) {
         const QUrl url = endpoint.resolved(QUrl(*challenge.resourceMetadata));
-        if (isUsableHttpURL(url))
+        if (MCPEndpoint::isHttpURL(url))
             advertised = url;
     }
     const auto resourceMetadata = co_await fetchProtectedResourceMetadata(endpoint, advertised);
@@ -365,21 +339,21 @@ QCoro::Task<MCPOAuthManager::Connection> MCPOAuthManager::runFlow(
 {
     setStatusText(QStringLiteral("Descopăr configurația OAuth…"));
     const QUrl endpoint(item.endpoint, QUrl::StrictMode);
-    if (!isUsableHttpURL(endpoint))
+    if (!MCPEndpoint::isHttpURL(endpoint))
         throw MCPOAuthError(MCPOAuthError::invalidEndpoint);
 
     const DiscoveryResult discovery = co_await discoverOAuth(endpoint);
     const OAuthAuthorizationServerMetadata &metadata = discovery.metadata;
     const QUrl authorizationEndpoint(metadata.authorizationEndpoint.value_or(QString()), QUrl::StrictMode);
     const QUrl tokenEndpoint(metadata.tokenEndpoint.value_or(QString()), QUrl::StrictMode);
-    if (!isUsableHttpURL(authorizationEndpoint) || !isUsableHttpURL(tokenEndpoint))
+    if (!MCPEndpoint::isHttpURL(authorizationEndpoint) || !MCPEndpoint::isHttpURL(tokenEndpoint))
         throw MCPOAuthError(MCPOAuthError::metadataUnavailable);
 
     QString clientID = suppliedClientID.trimmed();
     QString clientSecret = clientID.isEmpty() ? QString() : suppliedClientSecret.trimmed();
     if (clientID.isEmpty()) {
         const QUrl registrationEndpoint(metadata.registrationEndpoint.value_or(QString()), QUrl::StrictMode);
-        if (!isUsableHttpURL(registrationEndpoint))
+        if (!MCPEndpoint::isHttpURL(registrationEndpoint))
             throw MCPOAuthError(MCPOAuthError::clientIDRequired);
         setStatusText(QStringLiteral("Înregistrez Kelo la provider…"));
         const OAuthRegistrationResponse registration = co_await registerClient(registrationEndpoint);

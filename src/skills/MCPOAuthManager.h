@@ -66,12 +66,6 @@ public:
     QString statusText() const { return m_statusText; }
     bool running() const { return m_running; }
 
-    // The server list after saving a connection of `item`: a server from the same gallery item (for an
-    // item without an id: a manually added server with the same endpoint) is replaced in place,
-    // otherwise the new one is appended.
-    static QList<MCPServerConfig> withConnection(QList<MCPServerConfig> servers, const MCPGalleryItem &item,
-        const QString &token, const QString &authLabel, const MCPOAuthGrant &grant = {});
-
     // Known providers' endpoints for servers that publish no metadata (matched by host).
     static std::optional<OAuthAuthorizationServerMetadata> fallbackMetadata(const QUrl &endpoint);
     // PKCE S256: Base64url of the verifier's SHA-256, without padding.

@@ -138,7 +138,7 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "mcp", "add", "Local", "http://127.0.0.1:9/mcp" }).exitCode, 0);
         const Run invalid = kelo({ "mcp", "add", "Rău", "nu e url" });
         QCOMPARE(invalid.exitCode, 2);
-        QVERIFY(invalid.err.contains("Endpoint MCP invalid."));
+        QVERIFY(invalid.err.contains("trebuie să fie un URL complet"));
 
         Run list = kelo({ "mcp", "list" });
         QStringList lines = list.out.split('\n', Qt::SkipEmptyParts);

@@ -464,34 +464,6 @@ private Q_SLOTS:
         QCOMPARE(MCPOAuthManager::codeChallenge("0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF0123456789ABCDEF"),
             QString("DqN8JD9gl0sNVMay12zs4_THQkkszkjq-B81eTHW1p4"));
     }
-
-    void savingAConnectionReplacesTheSameService()
-    {
-        const MCPGalleryItem linear = *MCPGalleryItem::find("linear");
-        const MCPServerConfig manual { QUuid::createUuid(), "Manual", "https://m.example/mcp", "", true, {}, {} };
-        MCPOAuthGrant grant;
-        grant.refreshToken = "r1";
-        QList<MCPServerConfig> servers = MCPOAuthManager::withConnection({ manual }, linear, "t1", "OAuth", grant);
-        QCOMPARE(servers[1].oauth, grant);
-        servers[1].needsReconnect = true;
-        servers = MCPOAuthManager::withConnection(servers, linear, "t2", "Token");
-        QVERIFY(servers[1].oauth.isEmpty());
-        QVERIFY(!servers[1].needsReconnect);
-        QCOMPARE(servers.size(), 2);
-        QCOMPARE(servers[0], manual);
-        QCOMPARE(servers[1].bearerToken, QString("t2"));
-        QCOMPARE(servers[1].authLabel, std::optional<QString>("Token"));
-        QCOMPARE(servers[1].sourceID, std::optional<QString>("linear"));
-        QCOMPARE(servers[1].endpoint, linear.endpoint);
-        QVERIFY(servers[1].enabled);
-
-        const MCPGalleryItem typed { {}, "m.example", {}, manual.endpoint, {}, {}, {}, {} };
-        servers = MCPOAuthManager::withConnection(servers, typed, "t3", "OAuth");
-        QCOMPARE(servers.size(), 2);
-        QCOMPARE(servers[0].bearerToken, QString("t3"));
-        QCOMPARE(servers[0].sourceID, std::nullopt);
-        QCOMPARE(servers[1].bearerToken, QString("t2"));
-    }
 };
 
 QTEST_GUILESS_MAIN(MCPOAuthManagerTest)

@@ -7,32 +7,16 @@
 #include "net/KeloError.h"
 #include "settings/AppSettings.h"
 #include "skills/MCPClient.h"
-#include "skills/MCPError.h"
+#include "skills/MCPEndpoint.h"
 #include "skills/MCPGalleryItem.h"
 #include "skills/MCPOAuthManager.h"
+#include "skills/MCPServerListEditor.h"
 
 #include <QProcess>
 #include <QStandardPaths>
 #include <QUrl>
 
 namespace {
-
-bool isHttpEndpoint(const QString &text)
-{
-    const QUrl url(text, QUrl::StrictMode);
-    const QString scheme = url.scheme().toLower();
-    return url.isValid() && (scheme == QLatin1String("http") || scheme == QLatin1String("https"))
-        && !url.host().isEmpty();
-}
-
-std::optional<CliArguments> parseOrComplain(const QStringList &words, const QSet<QString> &options)
-{
-    QString error;
-    auto parsed = CliArguments::parse(words, {}, options, &error);
-    if (!parsed)
-        Terminal::err(error);
-    return parsed;
-}
 
 // The system browser: $BROWSER when set (as xdg-open honours it), otherwise xdg-open. The address is
 // printed as well, for a machine where no browser opens by itself.
@@ -145,7 +129,7 @@ int MCPCommand::gallery(const AppSettings &settings)
 
 int MCPCommand::add(AppSettings &settings, const QStringList &words)
 {
-    const auto parsed = parseOrComplain(words, { QStringLiteral("--token") });
+    const auto parsed = CliArguments::parseOrReport(words, { {}, { QStringLiteral("--token") } });
     if (!parsed || parsed->positional.size() != 2) {
         if (parsed)
             Terminal::err(usage());
@@ -158,13 +142,12 @@ int MCPCommand::add(AppSettings &settings, const QStringList &words)
         Terminal::err(QStringLiteral("Numele serverului nu poate fi gol."));
         return ExitCode::usage;
     }
-    if (!isHttpEndpoint(endpoint)) {
-        Terminal::err(MCPError(MCPError::invalidEndpoint).description());
+    if (const QString invalid = MCPEndpoint::validationError(endpoint); !invalid.isEmpty()) {
+        Terminal::err(invalid);
         return ExitCode::usage;
     }
     QList<MCPServerConfig> servers = settings.mcpServers();
-    const QString authLabel = token.isEmpty() ? QStringLiteral("Fără auth") : QStringLiteral("Token");
-    servers.append(MCPServerConfig { QUuid::createUuid(), name, endpoint, token, true, std::nullopt, authLabel });
+    servers.append(MCPServerListEditor::manualServer(name, endpoint, token));
     settings.setMcpServers(servers);
     if (CliSession::changeSaved(settings) != ExitCode::success)
         return ExitCode::failure;
@@ -177,14 +160,12 @@ int MCPCommand::change(AppSettings &settings, const QString &action, const QStri
     const auto index = findServer(settings, key);
     if (!index)
         return ExitCode::failure;
-    QList<MCPServerConfig> servers = settings.mcpServers();
+    const QList<MCPServerConfig> servers = settings.mcpServers();
     const QString name = servers[*index].name;
+    const QString id = servers[*index].idString();
     const bool enabled = action == QLatin1String("enable");
-    if (action == QLatin1String("remove"))
-        servers.removeAt(*index);
-    else
-        servers[*index].enabled = enabled;
-    settings.setMcpServers(servers);
+    settings.setMcpServers(action == QLatin1String("remove") ? MCPServerListEditor::without(servers, id)
+                                                             : MCPServerListEditor::withEnabled(servers, id, enabled));
     if (CliSession::changeSaved(settings) != ExitCode::success)
         return ExitCode::failure;
     if (action == QLatin1String("remove"))
@@ -218,7 +199,8 @@ QCoro::Task<int> MCPCommand::tools(CliSession &session, QString key)
 
 QCoro::Task<int> MCPCommand::connect(AppSettings &settings, QStringList words)
 {
-    const auto parsed = parseOrComplain(words, { QStringLiteral("--client-id"), QStringLiteral("--client-secret") });
+    const auto parsed = CliArguments::parseOrReport(
+        words, { {}, { QStringLiteral("--client-id"), QStringLiteral("--client-secret") } });
     if (!parsed || parsed->positional.size() != 1) {
         if (parsed)
             Terminal::err(usage());
@@ -228,9 +210,9 @@ QCoro::Task<int> MCPCommand::connect(AppSettings &settings, QStringList words)
     MCPGalleryItem item;
     if (const MCPGalleryItem *known = MCPGalleryItem::find(target)) {
         item = *known;
-    } else if (isHttpEndpoint(target)) {
-        item.endpoint = target;
-        item.name = QUrl(target).host();
+    } else if (MCPEndpoint::validationError(target).isEmpty()) {
+        item.endpoint = target.trimmed();
+        item.name = QUrl(item.endpoint).host();
     } else {
         Terminal::err(
             QStringLiteral("„%1” nu este nici un serviciu din galerie, nici un endpoint HTTP(S).").arg(target));
@@ -248,7 +230,7 @@ QCoro::Task<int> MCPCommand::connect(AppSettings &settings, QStringList words)
         const MCPOAuthManager::Connection connection
             = co_await oauth.connect(item, parsed->value(QStringLiteral("--client-id")).value_or(QString()),
                 parsed->value(QStringLiteral("--client-secret")).value_or(QString()));
-        settings.setMcpServers(MCPOAuthManager::withConnection(
+        settings.setMcpServers(MCPServerListEditor::withGalleryConnection(
             settings.mcpServers(), item, connection.accessToken, QStringLiteral("OAuth"), connection.grant));
         if (CliSession::changeSaved(settings) != ExitCode::success)
             co_return ExitCode::failure;

@@ -7,7 +7,8 @@
 #include "skills/MCPOAuthManager.h"
 #include "system/SystemDoctor.h"
 #include "system/VariantLists.h"
-#include "ui/MCPServerListEditor.h"
+#include "skills/MCPEndpoint.h"
+#include "skills/MCPServerListEditor.h"
 #include "voice/SpeechService.h"
 
 #include <QProcess>
@@ -163,6 +164,9 @@ void CompanionActions::saveGalleryConnection(const QString &itemID, const QStrin
 
 void CompanionActions::addManualServer(const QString &name, const QString &endpoint, const QString &token)
 {
+    // The sheet refuses such an address first; the list must never hold one either.
+    if (!MCPEndpoint::validationError(endpoint).isEmpty())
+        return;
     AppSettings *settings = m_store->settings();
     QList<MCPServerConfig> servers = settings->mcpServers();
     servers.append(MCPServerListEditor::manualServer(name, endpoint, token));

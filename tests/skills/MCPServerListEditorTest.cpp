@@ -1,4 +1,6 @@
-#include "ui/MCPServerListEditor.h"
+#include "skills/MCPServerListEditor.h"
+
+#include "skills/MCPEndpoint.h"
 
 #include <QTest>
 
@@ -43,6 +45,56 @@ private Q_SLOTS:
         QVERIFY(servers[2].enabled);
         QVERIFY(servers[2].id != firstID);
         QCOMPARE(servers[3].name, QStringLiteral("c"));
+    }
+
+    // A renewal's grant and reconnect mark do not survive a reconnection by token; an endpoint typed
+    // for OAuth is the same service as a manual server with that endpoint, never a gallery one.
+    void reconnectingDropsTheOldGrantAndMatchesTypedEndpointsToManualServers()
+    {
+        const MCPGalleryItem linear = *MCPGalleryItem::find(QStringLiteral("linear"));
+        const MCPServerConfig manual = server(QStringLiteral("m"));
+        MCPOAuthGrant grant;
+        grant.refreshToken = QStringLiteral("r1");
+        QList<MCPServerConfig> servers = MCPServerListEditor::withGalleryConnection(
+            { manual }, linear, QStringLiteral("t1"), QStringLiteral("OAuth"), grant);
+        QCOMPARE(servers[1].oauth, grant);
+        servers[1].needsReconnect = true;
+        servers = MCPServerListEditor::withGalleryConnection(
+            servers, linear, QStringLiteral("t2"), QStringLiteral("Token"));
+        QVERIFY(servers[1].oauth.isEmpty());
+        QVERIFY(!servers[1].needsReconnect);
+        QCOMPARE(servers[0], manual);
+
+        const MCPGalleryItem typed { {}, QStringLiteral("typed"), {}, manual.endpoint, {}, {}, {}, {} };
+        servers
+            = MCPServerListEditor::withGalleryConnection(servers, typed, QStringLiteral("t3"), QStringLiteral("OAuth"));
+        QCOMPARE(servers.size(), 2);
+        QCOMPARE(servers[0].bearerToken, QStringLiteral("t3"));
+        QCOMPARE(servers[0].sourceID, std::nullopt);
+        QCOMPARE(servers[1].bearerToken, QStringLiteral("t2"));
+    }
+
+    void endpointsMustBeHttpURLsWithAHost_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("reasonMentions");
+        QTest::newRow("https with port and path") << QStringLiteral(" https://mcp.example:8443/x?a=1 ") << QString();
+        QTest::newRow("plain http, upper-case scheme") << QStringLiteral("HTTP://127.0.0.1/mcp") << QString();
+        QTest::newRow("blank") << QStringLiteral(" \t ") << QStringLiteral("Introdu");
+        QTest::newRow("no scheme") << QStringLiteral("mcp.example/mcp") << QStringLiteral("https://");
+        QTest::newRow("other scheme") << QStringLiteral("ftp://mcp.example") << QStringLiteral("https://");
+        QTest::newRow("space inside") << QStringLiteral("https://mcp example/x") << QStringLiteral("https://");
+        QTest::newRow("no host") << QStringLiteral("https:///mcp") << QStringLiteral("gazdă");
+    }
+
+    void endpointsMustBeHttpURLsWithAHost()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, reasonMentions);
+        const QString reason = MCPEndpoint::validationError(text);
+        QCOMPARE(reason.isEmpty(), reasonMentions.isEmpty());
+        QVERIFY2(reason.contains(reasonMentions), qPrintable(reason));
+        QCOMPARE(MCPEndpoint::isHttpURL(QUrl(text.trimmed(), QUrl::StrictMode)), reason.isEmpty());
     }
 
     void manualServersAreTrimmedAndLabelledByWhetherTheyCarryAToken_data()

@@ -1,15 +1,24 @@
 #include "MCPServerListEditor.h"
 
-#include "skills/MCPOAuthManager.h"
-
 #include <QUrl>
 #include <QUuid>
 
 QList<MCPServerConfig> MCPServerListEditor::withGalleryConnection(QList<MCPServerConfig> servers,
     const MCPGalleryItem &item, const QString &token, const QString &authLabel, const MCPOAuthGrant &grant)
 {
-    // One saving rule for the app and the command line.
-    return MCPOAuthManager::withConnection(std::move(servers), item, token, authLabel, grant);
+    const std::optional<QString> sourceID = item.id.isEmpty() ? std::nullopt : std::optional<QString>(item.id);
+    const MCPServerConfig server { QUuid::createUuid(), item.name, item.endpoint, token, true, sourceID, authLabel,
+        grant, false };
+    for (MCPServerConfig &existing : servers) {
+        const bool same
+            = sourceID ? existing.sourceID == sourceID : (!existing.sourceID && existing.endpoint == item.endpoint);
+        if (same) {
+            existing = server;
+            return servers;
+        }
+    }
+    servers.append(server);
+    return servers;
 }
 
 MCPServerConfig MCPServerListEditor::manualServer(const QString &name, const QString &endpoint, const QString &token)

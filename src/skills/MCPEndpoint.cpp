@@ -1,0 +1,29 @@
+#include "MCPEndpoint.h"
+
+namespace {
+
+bool hasHttpScheme(const QUrl &url)
+{
+    const QString scheme = url.scheme().toLower();
+    return scheme == QLatin1String("http") || scheme == QLatin1String("https");
+}
+
+} // namespace
+
+QString MCPEndpoint::validationError(const QString &text)
+{
+    const QString trimmed = text.trimmed();
+    if (trimmed.isEmpty())
+        return QStringLiteral("Introdu adresa serverului MCP.");
+    const QUrl url(trimmed, QUrl::StrictMode);
+    if (isHttpURL(url))
+        return {};
+    if (url.isValid() && hasHttpScheme(url))
+        return QStringLiteral("Adresa serverului MCP nu are gazdă (de exemplu https://mcp.exemplu.ro/mcp).");
+    return QStringLiteral("Adresa serverului MCP trebuie să fie un URL complet, care începe cu https:// sau http://.");
+}
+
+bool MCPEndpoint::isHttpURL(const QUrl &url)
+{
+    return url.isValid() && hasHttpScheme(url) && !url.host().isEmpty();
+}
