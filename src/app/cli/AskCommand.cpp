@@ -35,12 +35,9 @@ CliArguments::Syntax AskCommand::syntax() const
 
 QCoro::Task<int> AskCommand::run(CliSession &session, QStringList arguments)
 {
-    QString error;
-    const auto args = CliArguments::parse(arguments, syntax(), &error);
-    if (!args) {
-        Terminal::err(error);
+    const auto args = CliArguments::parseOrReport(arguments, syntax());
+    if (!args)
         co_return ExitCode::usage;
-    }
     QString text = args->positional.join(QLatin1Char(' '));
     if (args->positional == QStringList { QStringLiteral("-") }) {
         QStringList lines;

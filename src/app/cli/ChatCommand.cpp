@@ -71,12 +71,9 @@ QString ChatCommand::usage() const
 
 QCoro::Task<int> ChatCommand::run(CliSession &session, QStringList arguments)
 {
-    QString error;
-    const auto args = CliArguments::parse(arguments, { QStringLiteral("--speak") }, {}, &error);
-    if (!args || !args->positional.isEmpty()) {
-        Terminal::err(args ? QStringLiteral("Argument neașteptat: %1").arg(args->positional.first()) : error);
+    const auto args = CliArguments::parseOrReport(arguments, { { QStringLiteral("--speak") } }, 0);
+    if (!args)
         co_return ExitCode::usage;
-    }
 
     ChatStore &store = session.store();
     store.setSpeaksAnswers(args->has(QStringLiteral("--speak")));

@@ -1,5 +1,7 @@
 #include "CliArguments.h"
 
+#include "Terminal.h"
+
 namespace {
 
 bool isOptionWord(const QString &word)
@@ -50,10 +52,20 @@ std::optional<CliArguments> CliArguments::parse(const QStringList &words, const 
     return parsed;
 }
 
-std::optional<CliArguments> CliArguments::parse(
-    const QStringList &words, const QSet<QString> &flags, const QSet<QString> &options, QString *error)
+std::optional<CliArguments> CliArguments::parseOrReport(
+    const QStringList &words, const Syntax &syntax, qsizetype maxPositional)
 {
-    return parse(words, Syntax { flags, options, false }, error);
+    QString error;
+    auto parsed = parse(words, syntax, &error);
+    if (!parsed) {
+        Terminal::err(error);
+        return std::nullopt;
+    }
+    if (maxPositional != anyCount && parsed->positional.size() > maxPositional) {
+        Terminal::err(QStringLiteral("Argument neașteptat: %1").arg(parsed->positional.at(maxPositional)));
+        return std::nullopt;
+    }
+    return parsed;
 }
 
 bool CliArguments::asksForHelp(const QStringList &words, const Syntax &syntax)

@@ -26,8 +26,12 @@ public:
     QStringList positional;
 
     static std::optional<CliArguments> parse(const QStringList &words, const Syntax &syntax, QString *error);
-    static std::optional<CliArguments> parse(
-        const QStringList &words, const QSet<QString> &flags, const QSet<QString> &options, QString *error);
+
+    static constexpr qsizetype anyCount = -1;
+    // parse() for a command's run(): prints the Romanian reason to stderr and returns nothing when
+    // the words do not fit, also when more than `maxPositional` positional words are given.
+    static std::optional<CliArguments> parseOrReport(
+        const QStringList &words, const Syntax &syntax, qsizetype maxPositional = anyCount);
 
     // True when --help or -h stands where an option may: before "--" and, for a command that takes
     // text, before the text.

@@ -169,10 +169,11 @@ int ConfigCommand::set(AppSettings &settings, const QMetaProperty &property, con
 
 QCoro::Task<int> ConfigCommand::run(CliSession &session, QStringList arguments)
 {
-    QString error;
-    const auto args = CliArguments::parse(arguments, { QStringLiteral("--show-secrets") }, {}, &error);
-    if (!args || args->positional.isEmpty()) {
-        Terminal::err(args ? usage() : error);
+    const auto args = CliArguments::parseOrReport(arguments, { { QStringLiteral("--show-secrets") } });
+    if (!args)
+        co_return ExitCode::usage;
+    if (args->positional.isEmpty()) {
+        Terminal::err(usage());
         co_return ExitCode::usage;
     }
     const QString action = args->positional.first();

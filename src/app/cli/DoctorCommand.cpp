@@ -27,12 +27,9 @@ QString DoctorCommand::usage() const
 
 QCoro::Task<int> DoctorCommand::run(CliSession &session, QStringList arguments)
 {
-    QString error;
-    const auto parsed = CliArguments::parse(arguments, { QStringLiteral("--live") }, {}, &error);
-    if (!parsed || !parsed->positional.isEmpty()) {
-        Terminal::err(parsed ? QStringLiteral("Argument neașteptat: %1").arg(parsed->positional.first()) : error);
+    const auto parsed = CliArguments::parseOrReport(arguments, { { QStringLiteral("--live") } }, 0);
+    if (!parsed)
         co_return ExitCode::usage;
-    }
     SystemDoctor doctor(&session.store());
     const QList<DoctorCheck> checks = co_await doctor.examine(parsed->has(QStringLiteral("--live")));
     for (const DoctorCheck &check : checks)

@@ -55,13 +55,10 @@ QString ListenCommand::usage() const
 
 QCoro::Task<int> ListenCommand::run(CliSession &, QStringList arguments)
 {
-    QString error;
-    const auto parsed = CliArguments::parse(
-        arguments, { QStringLiteral("--fast") }, { QStringLiteral("--file"), QStringLiteral("--model") }, &error);
-    if (!parsed || !parsed->positional.isEmpty()) {
-        Terminal::err(parsed ? QStringLiteral("Argument neașteptat: %1").arg(parsed->positional.first()) : error);
+    const auto parsed = CliArguments::parseOrReport(
+        arguments, { { QStringLiteral("--fast") }, { QStringLiteral("--file"), QStringLiteral("--model") } }, 0);
+    if (!parsed)
         co_return ExitCode::usage;
-    }
 
     auto speech = std::make_unique<SpeechService>();
     if (const auto model = parsed->value(QStringLiteral("--model")))

@@ -35,12 +35,9 @@ CliArguments::Syntax SayCommand::syntax() const
 
 QCoro::Task<int> SayCommand::run(CliSession &session, QStringList arguments)
 {
-    QString error;
-    const auto parsed = CliArguments::parse(arguments, syntax(), &error);
-    if (!parsed) {
-        Terminal::err(error);
+    const auto parsed = CliArguments::parseOrReport(arguments, syntax());
+    if (!parsed)
         co_return ExitCode::usage;
-    }
     const QString text = parsed->positional.join(QLatin1Char(' '));
     if (text.trimmed().isEmpty()) {
         Terminal::err(usage());

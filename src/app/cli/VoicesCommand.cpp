@@ -29,16 +29,9 @@ QString VoicesCommand::usage() const
 
 QCoro::Task<int> VoicesCommand::run(CliSession &session, QStringList arguments)
 {
-    QString error;
-    const auto parsed = CliArguments::parse(arguments, {}, { QStringLiteral("--engine") }, &error);
-    if (!parsed) {
-        Terminal::err(error);
+    const auto parsed = CliArguments::parseOrReport(arguments, { {}, { QStringLiteral("--engine") } }, 0);
+    if (!parsed)
         co_return ExitCode::usage;
-    }
-    if (!parsed->positional.isEmpty()) {
-        Terminal::err(QStringLiteral("Argument neașteptat: %1").arg(parsed->positional.first()));
-        co_return ExitCode::usage;
-    }
     ChatStore &store = session.store();
     AppSettings *settings = store.settings();
     VoiceEnginePreset engine = settings->voiceEngine();
