@@ -3,6 +3,7 @@
 #include "FileSaveError.h"
 #include "PrivateFile.h"
 #include "SettingsFile.h"
+#include "SystemPrompt.h"
 #include "net/HeaderValues.h"
 #include "system/VariantLists.h"
 
@@ -61,64 +62,6 @@ QList<QPair<QString, QString>> mcpSecrets(const MCPServerConfig &server)
 // written to the keychain or the settings file.
 constexpr const char *zenKeyVariable = "KELO_ZEN_API_KEY";
 
-const QString promptIntroduction = QStringLiteral(
-    "Ești Kelo, un companion AI personal pe calculatorul utilizatorului (o aplicație desktop pentru Linux).\n"
-    "Răspunde ÎNTOTDEAUNA în limba română, cu excepția cazului în care utilizatorul cere explicit altă limbă.\n"
-    "Răspunde direct, natural și conversațional. Nu folosi formule generice precum «How can I help you today?».\n");
-
-const QString promptRules = QStringLiteral(
-    "\nNu expune chain-of-thought, analiză internă, note de lucru, etichete <think> sau pașii interni ai "
-    "raționamentului.\n"
-    "Dacă ai instrumente MCP disponibile, folosește-le numai când sunt necesare pentru a îndeplini cererea; nu "
-    "le apela pentru conversație obișnuită.\n"
-    "Dacă un instrument este necesar, preferă rezultatul real al instrumentului în locul presupunerilor.\n");
-
-QString readString(const QSettings &settings, const QString &key, const QString &fallback)
-{
-    const QVariant value = settings.value(key);
-    return value.typeId() == QMetaType::QString ? value.toString() : fallback;
-}
-
-// The INI file hands every value back as text after a restart, and QVariant would turn any text
-// but "false" into true; only a real boolean or its spelling counts.
-bool readBool(const QSettings &settings, const QString &key, bool fallback)
-{
-    const QVariant value = settings.value(key);
-    if (value.typeId() == QMetaType::Bool)
-        return value.toBool();
-    if (value.typeId() != QMetaType::QString)
-        return fallback;
-    const QString text = value.toString();
-    if (text.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0)
-        return true;
-    if (text.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0)
-        return false;
-    return fallback;
-}
-
-// Infinity and NaN parse as numbers but are no usable rate.
-double readDouble(const QSettings &settings, const QString &key, double fallback)
-{
-    const QVariant value = settings.value(key);
-    const int type = value.typeId();
-    if (type != QMetaType::QString && type != QMetaType::Double && type != QMetaType::Float && type != QMetaType::Int
-        && type != QMetaType::LongLong)
-        return fallback;
-    bool ok = false;
-    const double number = type == QMetaType::QString ? value.toString().toDouble(&ok) : value.toDouble(&ok);
-    return ok && std::isfinite(number) ? number : fallback;
-}
-
-template<typename Enum>
-Enum readPreset(
-    const QSettings &settings, const QString &key, std::optional<Enum> (*fromRawValue)(const QString &), Enum fallback)
-{
-    const QVariant value = settings.value(key);
-    if (value.typeId() != QMetaType::QString)
-        return fallback;
-    return fromRawValue(value.toString()).value_or(fallback);
-}
-
 // An unchanged value is left alone (not rewritten, not announced), so a stored value that could not
 // be read keeps its text until the user really changes that setting.
 template<typename T> bool assign(T &member, const T &value)
@@ -127,6 +70,15 @@ template<typename T> bool assign(T &member, const T &value)
         return false;
     member = value;
     return true;
+}
+
+// What the settings file holds for a value: enumerations as their raw values.
+template<typename T> QVariant storedForm(const T &value)
+{
+    if constexpr (std::is_enum_v<T>)
+        return Presets::rawValue(value);
+    else
+        return QVariant::fromValue(value);
 }
 
 // The stored form of the list: everything but the secrets.
@@ -159,33 +111,34 @@ AppSettings::AppSettings(QObject *parent)
     // older version may still carry MCP tokens until they are moved to the secure store).
     PrivateFile::ensure(m_defaults.fileName());
 
-    m_zenModelID = readString(m_defaults, Key::zenModelID, QStringLiteral("big-pickle"));
+    m_zenModelID = SettingsFile::readString(m_defaults, Key::zenModelID, QStringLiteral("big-pickle"));
     m_zenAPIKey = m_secureStore.read(Account::zenAPIKey).value_or(QString());
     const QString zenKeyOverride = qEnvironmentVariable(zenKeyVariable);
     if (!zenKeyOverride.isEmpty())
         m_zenAPIKey = zenKeyOverride;
-    m_personality
-        = readPreset(m_defaults, Key::personality, &Presets::personalityFromRawValue, PersonalityPreset::companion);
-    m_responseLength = readPreset(
+    m_personality = SettingsFile::readPreset(
+        m_defaults, Key::personality, &Presets::personalityFromRawValue, PersonalityPreset::companion);
+    m_responseLength = SettingsFile::readPreset(
         m_defaults, Key::responseLength, &Presets::responseLengthFromRawValue, ResponseLengthPreset::short_);
-    m_customPrompt = readString(m_defaults, Key::customPrompt, QString());
-    m_autoSpeak = readBool(m_defaults, Key::autoSpeak, true);
-    m_internetEnabled = readBool(m_defaults, Key::internetEnabled, true);
-    m_preferOnDeviceSpeech = readBool(m_defaults, Key::preferOnDeviceSpeech, true);
-    m_voiceRate = std::clamp(readDouble(m_defaults, Key::voiceRate, 0.45), minimumVoiceRate, maximumVoiceRate);
-    m_voiceIdentifier = readString(m_defaults, Key::voiceIdentifier, QString());
-    m_voiceEngine
-        = readPreset(m_defaults, Key::voiceEngine, &Presets::voiceEngineFromRawValue, VoiceEnginePreset::appleLocal);
+    m_customPrompt = SettingsFile::readString(m_defaults, Key::customPrompt, QString());
+    m_autoSpeak = SettingsFile::readBool(m_defaults, Key::autoSpeak, true);
+    m_internetEnabled = SettingsFile::readBool(m_defaults, Key::internetEnabled, true);
+    m_preferOnDeviceSpeech = SettingsFile::readBool(m_defaults, Key::preferOnDeviceSpeech, true);
+    m_voiceRate
+        = std::clamp(SettingsFile::readDouble(m_defaults, Key::voiceRate, 0.45), minimumVoiceRate, maximumVoiceRate);
+    m_voiceIdentifier = SettingsFile::readString(m_defaults, Key::voiceIdentifier, QString());
+    m_voiceEngine = SettingsFile::readPreset(
+        m_defaults, Key::voiceEngine, &Presets::voiceEngineFromRawValue, VoiceEnginePreset::appleLocal);
     m_googleTTSAPIKey = m_secureStore.read(Account::googleTTSAPIKey).value_or(QString());
-    m_googleVoiceName = readString(m_defaults, Key::googleVoiceName, QStringLiteral("ro-RO-Wavenet-B"));
+    m_googleVoiceName = SettingsFile::readString(m_defaults, Key::googleVoiceName, QStringLiteral("ro-RO-Wavenet-B"));
     m_azureSpeechKey = m_secureStore.read(Account::azureSpeechKey).value_or(QString());
-    m_azureRegion = readString(m_defaults, Key::azureRegion, QStringLiteral("westeurope"));
-    m_azureVoiceName = readString(m_defaults, Key::azureVoiceName, QStringLiteral("ro-RO-AlinaNeural"));
-    m_elevenVoiceID = readString(m_defaults, Key::elevenVoiceID, QString());
+    m_azureRegion = SettingsFile::readString(m_defaults, Key::azureRegion, QStringLiteral("westeurope"));
+    m_azureVoiceName = SettingsFile::readString(m_defaults, Key::azureVoiceName, QStringLiteral("ro-RO-AlinaNeural"));
+    m_elevenVoiceID = SettingsFile::readString(m_defaults, Key::elevenVoiceID, QString());
     m_elevenAPIKey = m_secureStore.read(Account::elevenAPIKey).value_or(QString());
-    m_backgroundConversationEnabled = readBool(m_defaults, Key::backgroundConversation, false);
-    m_memoryEnabled = readBool(m_defaults, Key::memoryEnabled, true);
-    m_autoSkillsEnabled = readBool(m_defaults, Key::autoSkillsEnabled, true);
+    m_backgroundConversationEnabled = SettingsFile::readBool(m_defaults, Key::backgroundConversation, false);
+    m_memoryEnabled = SettingsFile::readBool(m_defaults, Key::memoryEnabled, true);
+    m_autoSkillsEnabled = SettingsFile::readBool(m_defaults, Key::autoSkillsEnabled, true);
     // An undecodable list reads as empty; the stored text stays as it is until the list changes.
     m_mcpServers = loadServers();
 }
@@ -204,6 +157,22 @@ std::optional<QString> AppSettings::invalidValueReason(const QString &property, 
             return QStringLiteral("voiceRate acceptă un număr între 0.4 și 0.52 (0.5 este viteza normală).");
     }
     return std::nullopt;
+}
+
+template<typename T>
+void AppSettings::setValue(T &member, const T &value, const QString &key, void (AppSettings::*signal)())
+{
+    if (!assign(member, value))
+        return;
+    persist(key, storedForm(value));
+    announce(signal);
+}
+
+template<typename Enum> bool AppSettings::setPreset(std::optional<Enum> preset, void (AppSettings::*setter)(Enum))
+{
+    if (preset)
+        (this->*setter)(*preset);
+    return preset.has_value();
 }
 
 void AppSettings::assignSecret(
@@ -226,10 +195,7 @@ QList<MCPServerConfig> AppSettings::storedMCPServers()
 
 void AppSettings::setZenModelID(const QString &value)
 {
-    if (!assign(m_zenModelID, value))
-        return;
-    persist(Key::zenModelID, value);
-    announce(&AppSettings::zenModelIDChanged);
+    setValue(m_zenModelID, value, Key::zenModelID, &AppSettings::zenModelIDChanged);
 }
 
 void AppSettings::setZenAPIKey(const QString &value)
@@ -239,77 +205,50 @@ void AppSettings::setZenAPIKey(const QString &value)
 
 void AppSettings::setPersonality(PersonalityPreset value)
 {
-    if (!assign(m_personality, value))
-        return;
-    persist(Key::personality, Presets::rawValue(value));
-    announce(&AppSettings::personalityChanged);
+    setValue(m_personality, value, Key::personality, &AppSettings::personalityChanged);
 }
 
 void AppSettings::setResponseLength(ResponseLengthPreset value)
 {
-    if (!assign(m_responseLength, value))
-        return;
-    persist(Key::responseLength, Presets::rawValue(value));
-    announce(&AppSettings::responseLengthChanged);
+    setValue(m_responseLength, value, Key::responseLength, &AppSettings::responseLengthChanged);
 }
 
 void AppSettings::setCustomPrompt(const QString &value)
 {
-    if (!assign(m_customPrompt, value))
-        return;
-    persist(Key::customPrompt, value);
-    announce(&AppSettings::customPromptChanged);
+    setValue(m_customPrompt, value, Key::customPrompt, &AppSettings::customPromptChanged);
 }
 
 void AppSettings::setAutoSpeak(bool value)
 {
-    if (!assign(m_autoSpeak, value))
-        return;
-    persist(Key::autoSpeak, value);
-    announce(&AppSettings::autoSpeakChanged);
+    setValue(m_autoSpeak, value, Key::autoSpeak, &AppSettings::autoSpeakChanged);
 }
 
 void AppSettings::setInternetEnabled(bool value)
 {
-    if (!assign(m_internetEnabled, value))
-        return;
-    persist(Key::internetEnabled, value);
-    announce(&AppSettings::internetEnabledChanged);
+    setValue(m_internetEnabled, value, Key::internetEnabled, &AppSettings::internetEnabledChanged);
 }
 
 void AppSettings::setPreferOnDeviceSpeech(bool value)
 {
-    if (!assign(m_preferOnDeviceSpeech, value))
-        return;
-    persist(Key::preferOnDeviceSpeech, value);
-    announce(&AppSettings::preferOnDeviceSpeechChanged);
+    setValue(m_preferOnDeviceSpeech, value, Key::preferOnDeviceSpeech, &AppSettings::preferOnDeviceSpeechChanged);
 }
 
 void AppSettings::setVoiceRate(double value)
 {
     if (!std::isfinite(value))
         return;
-    value = std::clamp(value, minimumVoiceRate, maximumVoiceRate);
-    if (!assign(m_voiceRate, value))
-        return;
-    persist(Key::voiceRate, value);
-    announce(&AppSettings::voiceRateChanged);
+    setValue(m_voiceRate, std::clamp(value, minimumVoiceRate, maximumVoiceRate), Key::voiceRate,
+        &AppSettings::voiceRateChanged);
 }
 
 void AppSettings::setVoiceIdentifier(const QString &value)
 {
-    if (!assign(m_voiceIdentifier, value))
-        return;
-    persist(Key::voiceIdentifier, value);
-    announce(&AppSettings::voiceIdentifierChanged);
+    setValue(m_voiceIdentifier, value, Key::voiceIdentifier, &AppSettings::voiceIdentifierChanged);
 }
 
 void AppSettings::setVoiceEngine(VoiceEnginePreset value)
 {
-    if (!assign(m_voiceEngine, value))
-        return;
-    persist(Key::voiceEngine, Presets::rawValue(value));
-    announce(&AppSettings::voiceEngineChanged);
+    setValue(m_voiceEngine, value, Key::voiceEngine, &AppSettings::voiceEngineChanged);
 }
 
 void AppSettings::setGoogleTTSAPIKey(const QString &value)
@@ -319,10 +258,7 @@ void AppSettings::setGoogleTTSAPIKey(const QString &value)
 
 void AppSettings::setGoogleVoiceName(const QString &value)
 {
-    if (!assign(m_googleVoiceName, value))
-        return;
-    persist(Key::googleVoiceName, value);
-    announce(&AppSettings::googleVoiceNameChanged);
+    setValue(m_googleVoiceName, value, Key::googleVoiceName, &AppSettings::googleVoiceNameChanged);
 }
 
 void AppSettings::setAzureSpeechKey(const QString &value)
@@ -332,26 +268,17 @@ void AppSettings::setAzureSpeechKey(const QString &value)
 
 void AppSettings::setAzureRegion(const QString &value)
 {
-    if (!assign(m_azureRegion, value))
-        return;
-    persist(Key::azureRegion, value);
-    announce(&AppSettings::azureRegionChanged);
+    setValue(m_azureRegion, value, Key::azureRegion, &AppSettings::azureRegionChanged);
 }
 
 void AppSettings::setAzureVoiceName(const QString &value)
 {
-    if (!assign(m_azureVoiceName, value))
-        return;
-    persist(Key::azureVoiceName, value);
-    announce(&AppSettings::azureVoiceNameChanged);
+    setValue(m_azureVoiceName, value, Key::azureVoiceName, &AppSettings::azureVoiceNameChanged);
 }
 
 void AppSettings::setElevenVoiceID(const QString &value)
 {
-    if (!assign(m_elevenVoiceID, value))
-        return;
-    persist(Key::elevenVoiceID, value);
-    announce(&AppSettings::elevenVoiceIDChanged);
+    setValue(m_elevenVoiceID, value, Key::elevenVoiceID, &AppSettings::elevenVoiceIDChanged);
 }
 
 void AppSettings::setElevenAPIKey(const QString &value)
@@ -361,26 +288,18 @@ void AppSettings::setElevenAPIKey(const QString &value)
 
 void AppSettings::setBackgroundConversationEnabled(bool value)
 {
-    if (!assign(m_backgroundConversationEnabled, value))
-        return;
-    persist(Key::backgroundConversation, value);
-    announce(&AppSettings::backgroundConversationEnabledChanged);
+    setValue(m_backgroundConversationEnabled, value, Key::backgroundConversation,
+        &AppSettings::backgroundConversationEnabledChanged);
 }
 
 void AppSettings::setMemoryEnabled(bool value)
 {
-    if (!assign(m_memoryEnabled, value))
-        return;
-    persist(Key::memoryEnabled, value);
-    announce(&AppSettings::memoryEnabledChanged);
+    setValue(m_memoryEnabled, value, Key::memoryEnabled, &AppSettings::memoryEnabledChanged);
 }
 
 void AppSettings::setAutoSkillsEnabled(bool value)
 {
-    if (!assign(m_autoSkillsEnabled, value))
-        return;
-    persist(Key::autoSkillsEnabled, value);
-    announce(&AppSettings::autoSkillsEnabledChanged);
+    setValue(m_autoSkillsEnabled, value, Key::autoSkillsEnabled, &AppSettings::autoSkillsEnabledChanged);
 }
 
 void AppSettings::setMcpServers(const QList<MCPServerConfig> &servers)
@@ -414,26 +333,17 @@ void AppSettings::updateMcpServerCredentials(const MCPServerConfig &server)
 
 bool AppSettings::setPersonalityRawValue(const QString &raw)
 {
-    const auto preset = Presets::personalityFromRawValue(raw);
-    if (preset)
-        setPersonality(*preset);
-    return preset.has_value();
+    return setPreset(Presets::personalityFromRawValue(raw), &AppSettings::setPersonality);
 }
 
 bool AppSettings::setResponseLengthRawValue(const QString &raw)
 {
-    const auto preset = Presets::responseLengthFromRawValue(raw);
-    if (preset)
-        setResponseLength(*preset);
-    return preset.has_value();
+    return setPreset(Presets::responseLengthFromRawValue(raw), &AppSettings::setResponseLength);
 }
 
 bool AppSettings::setVoiceEngineRawValue(const QString &raw)
 {
-    const auto preset = Presets::voiceEngineFromRawValue(raw);
-    if (preset)
-        setVoiceEngine(*preset);
-    return preset.has_value();
+    return setPreset(Presets::voiceEngineFromRawValue(raw), &AppSettings::setVoiceEngine);
 }
 
 QVariantList AppSettings::mcpServerList() const
@@ -443,19 +353,7 @@ QVariantList AppSettings::mcpServerList() const
 
 QString AppSettings::systemPrompt(const QString &memorySummary) const
 {
-    const QString summary = memorySummary.trimmed();
-    const QString personalInstructions = m_customPrompt.trimmed();
-
-    QString prompt = promptIntroduction;
-    prompt += Presets::promptSentence(m_personality) + QLatin1Char('\n');
-    prompt += Presets::promptSentence(m_responseLength);
-    prompt += promptRules;
-    if (!summary.isEmpty())
-        prompt += QStringLiteral("Memorie de conversație:\n") + summary;
-    prompt += QLatin1Char('\n');
-    if (!personalInstructions.isEmpty())
-        prompt += QStringLiteral("Instrucțiuni personale:\n") + personalInstructions;
-    return prompt;
+    return SystemPrompt::compose(m_personality, m_responseLength, memorySummary, m_customPrompt);
 }
 
 QList<MCPServerConfig> AppSettings::loadServers()

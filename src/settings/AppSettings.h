@@ -166,6 +166,10 @@ Q_SIGNALS:
     void saveErrorChanged();
 
 private:
+    // Takes, writes and announces one preference kept in the settings file.
+    template<typename T> void setValue(T &member, const T &value, const QString &key, void (AppSettings::*signal)());
+    // The raw-value setters: false for a raw value no preset has.
+    template<typename Enum> bool setPreset(std::optional<Enum> preset, void (AppSettings::*setter)(Enum));
     // Stores a keychain credential unless it holds control characters (it would break the header it
     // is sent in).
     void assignSecret(QString &member, const QString &value, const QString &account, void (AppSettings::*signal)());

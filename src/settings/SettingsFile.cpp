@@ -13,6 +13,7 @@
 #include <QUuid>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 
 namespace SettingsFile {
@@ -180,6 +181,39 @@ void store(const QString &key, const QVariant &value)
     setAsideIfDamaged();
     QSettings live = openLive();
     writeStaged(file, currentValues(live, key, value));
+}
+
+QString readString(const QSettings &settings, const QString &key, const QString &fallback)
+{
+    const QVariant value = settings.value(key);
+    return value.typeId() == QMetaType::QString ? value.toString() : fallback;
+}
+
+bool readBool(const QSettings &settings, const QString &key, bool fallback)
+{
+    const QVariant value = settings.value(key);
+    if (value.typeId() == QMetaType::Bool)
+        return value.toBool();
+    if (value.typeId() != QMetaType::QString)
+        return fallback;
+    const QString text = value.toString();
+    if (text.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0)
+        return true;
+    if (text.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0)
+        return false;
+    return fallback;
+}
+
+double readDouble(const QSettings &settings, const QString &key, double fallback)
+{
+    const QVariant value = settings.value(key);
+    const int type = value.typeId();
+    if (type != QMetaType::QString && type != QMetaType::Double && type != QMetaType::Float && type != QMetaType::Int
+        && type != QMetaType::LongLong)
+        return fallback;
+    bool ok = false;
+    const double number = type == QMetaType::QString ? value.toString().toDouble(&ok) : value.toDouble(&ok);
+    return ok && std::isfinite(number) ? number : fallback;
 }
 
 } // namespace SettingsFile
