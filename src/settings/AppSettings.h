@@ -48,7 +48,7 @@ class AppSettings : public QObject
     Q_PROPERTY(QString saveError READ saveError NOTIFY saveErrorChanged)
 
 public:
-    // The local voice's rate on the phone scale (0.5 = normal); the synthesiser clamps to it anyway.
+    // The local voice's rate, stored on a 0…1 scale (0.5 = normal); the synthesiser clamps to it anyway.
     static constexpr double minimumVoiceRate = 0.4;
     static constexpr double maximumVoiceRate = 0.52;
 
