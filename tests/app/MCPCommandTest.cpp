@@ -162,23 +162,12 @@ private Q_SLOTS:
 
     void listsToolsOrExplainsWhyNot()
     {
-        FakeHttpServer mcp;
-        mcp.on("POST", "/mcp", [](const FakeHttpServer::Request &request) {
-            const QString method = request.json().value("method").toString();
-            if (method == "notifications/initialized")
-                return Reply::text({}, 202);
-            QJsonObject result;
-            if (method == "tools/list")
-                result = { { "tools",
-                    QJsonArray { QJsonObject { { "name", "Search-Docs" }, { "description", "Caută" } } } } };
-            return Reply::eventStream({ QJsonDocument(
-                QJsonObject { { "jsonrpc", "2.0" }, { "id", 1 },
-                    { "result", result } }).toJson(QJsonDocument::Compact) });
-        });
-        FakeHttpServer locked;
-        locked.on("POST", "/mcp", Reply::text("", 401));
-        QCOMPARE(kelo({ "mcp", "add", "My Server", mcp.baseUrl() + "/mcp" }).exitCode, 0);
-        QCOMPARE(kelo({ "mcp", "add", "Locked", locked.baseUrl() + "/mcp" }).exitCode, 0);
+        FakeOAuthMCPServer mcp;
+        mcp.requiresToken = false;
+        mcp.toolPages = { QJsonArray { QJsonObject { { "name", "Search-Docs" }, { "description", "Caută" } } } };
+        FakeOAuthMCPServer locked;
+        QCOMPARE(kelo({ "mcp", "add", "My Server", mcp.endpoint() }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "add", "Locked", locked.endpoint() }).exitCode, 0);
 
         const Run tools = kelo({ "mcp", "tools", "my server" });
         QCOMPARE(tools.exitCode, 0);
@@ -190,22 +179,11 @@ private Q_SLOTS:
 
     void connectSavesTheServerOnlyWhenTheFlowSucceeds()
     {
-        FakeHttpServer auth;
-        const QString base = auth.baseUrl();
-        auth.on("GET", "/.well-known/oauth-authorization-server",
-            Reply::json(QJsonObject { { "issuer", base }, { "authorization_endpoint", base + "/authorize" },
-                { "token_endpoint", base + "/token" }, { "registration_endpoint", base + "/register" } }));
-        auth.on("POST", "/register", Reply::json(QJsonObject { { "client_id", "dyn" } }));
-        auth.on("GET", "/authorize", [](const FakeHttpServer::Request &request) {
-            Reply reply = Reply::text({}, 302);
-            reply.headers.append(qMakePair(QByteArray("Location"),
-                "kelo://oauth?code=c1&state=" + request.query.queryItemValue("state").toUtf8()));
-            return reply;
-        });
-        auth.enqueue("POST", "/token", Reply::json(QJsonObject { { "access_token", "first" } }));
-        auth.enqueue("POST", "/token", Reply::json(QJsonObject { { "access_token", "second" } }));
-        auth.enqueue("POST", "/token", Reply::text("invalid_grant", 400));
-        const QString endpoint = base + "/mcp";
+        FakeOAuthMCPServer service;
+        const QString endpoint = service.endpoint();
+        service.http.enqueue("POST", "/token", Reply::json(QJsonObject { { "access_token", "first" } }));
+        service.http.enqueue("POST", "/token", Reply::json(QJsonObject { { "access_token", "second" } }));
+        service.http.enqueue("POST", "/token", Reply::text("invalid_grant", 400));
 
         Run run = kelo({ "mcp", "connect", endpoint }, browserThatApproves());
         QCOMPARE(run.exitCode, 0);

@@ -2,8 +2,8 @@
 
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
-#include "net/HeaderValueError.h"
 #include "FakeOAuthMCPServer.h"
+#include "net/HeaderValueError.h"
 #include "net/URLError.h"
 #include "skills/MCPError.h"
 #include "skills/MCPEventStream.h"
@@ -33,49 +33,13 @@ MCPServerConfig server(const QString &endpoint, const QString &name = QStringLit
     return MCPServerConfig { QUuid::createUuid(), name, endpoint, token, true, {}, {} };
 }
 
-// A well-behaved MCP endpoint: answers the handshake and lists `tools`; tools/call is left to `onCall`.
-struct ScriptedServer
+// A plain MCP endpoint without OAuth.
+struct PlainServer : FakeOAuthMCPServer
 {
-    FakeHttpServer http;
-    QJsonArray tools;
-    std::function<Reply(const QJsonObject &)> onCall;
-    int delayMs = 0;
-
-    ScriptedServer()
+    explicit PlainServer(const QJsonArray &tools = {})
     {
-        http.on("POST", "/mcp", [this](const FakeHttpServer::Request &request) {
-            Reply reply = answer(request.json());
-            reply.delayMs = delayMs;
-            return reply;
-        });
-    }
-
-    Reply answer(const QJsonObject &message) const
-    {
-        const QString method = message.value("method").toString();
-        const qint64 id = message.value("id").toInteger();
-        if (method == "initialize") {
-            Reply reply = Reply::json(rpcResult({ { "protocolVersion", "2025-06-18" } }, id));
-            reply.headers.append(qMakePair(QByteArray("mcp-session-id"), QByteArray("session-1")));
-            return reply;
-        }
-        if (method == "notifications/initialized")
-            return Reply::text({}, 202);
-        if (method == "tools/list")
-            return Reply::json(rpcResult({ { "tools", tools } }, id));
-        if (method == "tools/call" && onCall)
-            return onCall(message.value("params").toObject());
-        return Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", id },
-            { "error", QJsonObject { { "code", -32601 }, { "message", "nope" } } } });
-    }
-
-    QString endpoint() const { return http.baseUrl() + "/mcp"; }
-    QStringList methods() const
-    {
-        QStringList list;
-        for (const auto &request : http.requests("/mcp"))
-            list.append(request.json().value("method").toString());
-        return list;
+        requiresToken = false;
+        toolPages = { tools };
     }
 };
 
@@ -113,8 +77,7 @@ class MCPClientTest : public QObject
 private Q_SLOTS:
     void handshakeRunsOncePerEndpointAndCarriesTheSession()
     {
-        ScriptedServer mcp;
-        mcp.tools = { tool("a") };
+        PlainServer mcp({ tool("a") });
         MCPClient client;
         const MCPServerConfig first = server(mcp.endpoint());
         MCPServerConfig twin = server(mcp.endpoint(), "Twin");
@@ -143,7 +106,7 @@ private Q_SLOTS:
 
     void laterSessionIdsReplaceTheStoredOneAndErrorsDoNot()
     {
-        ScriptedServer mcp;
+        PlainServer mcp;
         mcp.onCall = [](const QJsonObject &) {
             Reply reply = Reply::json(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", "ok" } } } } }));
             reply.headers.append(qMakePair(QByteArray("MCP-SESSION-ID"), QByteArray("session-2")));
@@ -203,7 +166,7 @@ private Q_SLOTS:
 
     void aStreamLeftOpenEndsAtItsReplyOfMegabytes()
     {
-        ScriptedServer mcp;
+        PlainServer mcp;
         const QString big(4 * 1024 * 1024, QLatin1Char('k'));
         mcp.onCall = [&big](const QJsonObject &) {
             Reply open = Reply::eventStream(
@@ -216,48 +179,54 @@ private Q_SLOTS:
         QCOMPARE(AsyncTest::await(client.callTool(server(mcp.endpoint()), "big", {}), 3'000).size(), big.size());
     }
 
-    void malformedRepliesAreInvalidResponses_data()
+    // A failed handshake is tried again next time rather than remembered as done.
+    void failedRepliesAreTypedAndTheHandshakeIsRetried_data()
     {
         QTest::addColumn<Reply>("reply");
-        QTest::newRow("array body") << Reply::json(QJsonArray { 1, 2 });
-        QTest::newRow("number body") << Reply::text("42", 200, "application/json");
-        QTest::newRow("truncated json") << Reply::text(R"({"jsonrpc":"2.0","result":{)", 200, "application/json");
-        QTest::newRow("stream without object") << Reply::eventStream({ "{broken", "[DONE]", "\"text\"" });
-        QTest::newRow("stream that is not utf-8")
-            << Reply::text("data: {\"id\":1,\"result\":{}}\n: \xff\xfe\n", 200, "text/event-stream");
-        QTest::newRow("empty 202 to a request") << Reply::text({}, 202);
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("description");
+        const int invalid = MCPError::invalidResponse, unauthorized = MCPError::unauthorized;
+        QTest::newRow("array body") << Reply::json(QJsonArray { 1, 2 }) << invalid << QString();
+        QTest::newRow("number body") << Reply::text("42", 200, "application/json") << invalid << QString();
+        QTest::newRow("truncated json") << Reply::text(R"({"jsonrpc":"2.0","result":{)", 200, "application/json")
+                                        << invalid << QString();
+        QTest::newRow("stream without object")
+            << Reply::eventStream({ "{broken", "[DONE]", "\"text\"" }) << invalid << QString();
+        QTest::newRow("stream that is not utf-8") << Reply::text("data: {\"id\":1,\"result\":{}}\n: \xff\xfe\n", 200,
+            "text/event-stream") << invalid << QString();
+        QTest::newRow("empty 202 to a request") << Reply::text({}, 202) << invalid << QString();
         QTest::newRow("result not an object")
-            << Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", 1 }, { "result", "yes" } });
-        QTest::newRow("server error") << Reply::text("oops", 500);
-        QTest::newRow("not found") << Reply::text("missing", 404);
-        QTest::newRow("bad request") << Reply::text("bad", 400);
+            << Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", 1 }, { "result", "yes" } }) << invalid
+            << QString();
+        for (int status : { 400, 404, 500 })
+            QTest::addRow("status %d", status) << Reply::text("oops", status) << invalid << QString();
+        for (int status : { 401, 403 })
+            QTest::addRow("status %d", status)
+                << Reply::text("{}", status, "application/json") << unauthorized << QString();
+        QTest::newRow("remote error") << Reply::json(
+            QJsonObject { { "error", QJsonObject { { "code", 1 }, { "message", "cheie greșită" } } } })
+                                      << int(MCPError::remote) << "MCP: cheie greșită";
+        QTest::newRow("remote error that is no object")
+            << Reply::json(QJsonObject { { "error", "text" }, { "result", QJsonObject() } }) << int(MCPError::remote)
+            << "MCP: eroare necunoscută";
     }
 
-    void malformedRepliesAreInvalidResponses()
+    void failedRepliesAreTypedAndTheHandshakeIsRetried()
     {
         QFETCH(Reply, reply);
+        QFETCH(int, kind);
+        QFETCH(QString, description);
         FakeHttpServer http;
         http.on("POST", "/mcp", reply);
         MCPClient client;
-        QCOMPARE(mcpErrorOf(client.listTools(server(http.baseUrl() + "/mcp"))), MCPError::invalidResponse);
-    }
-
-    void statusesAndRemoteErrorsAreTyped()
-    {
-        FakeHttpServer http;
-        MCPClient client;
         const MCPServerConfig target = server(http.baseUrl() + "/mcp");
-        for (int status : { 401, 403 }) {
-            http.enqueue("POST", "/mcp", Reply::text("{}", status, "application/json"));
-            QCOMPARE(mcpErrorOf(client.initialize(target)), MCPError::unauthorized);
+        for (int attempt = 1; attempt <= 2; ++attempt) {
+            const MCPError error = mcpError(client.listTools(target));
+            QCOMPARE(int(error.kind()), kind);
+            if (!description.isEmpty())
+                QCOMPARE(error.description(), description);
+            QCOMPARE(http.requestCount("/mcp"), attempt);
         }
-        http.enqueue("POST", "/mcp",
-            Reply::json(QJsonObject { { "error", QJsonObject { { "code", 1 }, { "message", "cheie greșită" } } } }));
-        QCOMPARE(mcpError(client.initialize(target)).description(), QString("MCP: cheie greșită"));
-        http.enqueue("POST", "/mcp", Reply::json(QJsonObject { { "error", "text" }, { "result", QJsonObject() } }));
-        QCOMPARE(mcpError(client.initialize(target)).description(), QString("MCP: eroare necunoscută"));
-        // A failed handshake is tried again next time rather than remembered as done.
-        QCOMPARE(http.requestCount("/mcp"), 4);
     }
 
     void badEndpointsNeverReachTheNetwork_data()
@@ -294,7 +263,7 @@ private Q_SLOTS:
     // deadline of the 25 s limit down to 720 ms).
     void aCallKeptAliveWithoutAResultEndsAtTheDeadline()
     {
-        ScriptedServer mcp;
+        PlainServer mcp;
         mcp.onCall = [](const QJsonObject &) {
             Reply pings = Reply::text({}, 200, "text/event-stream");
             pings.chunks = QList<QByteArray>(60, ": ping\n\n");
@@ -325,9 +294,8 @@ private Q_SLOTS:
 
     void discoveryNamesToolsForTheModel()
     {
-        ScriptedServer mcp;
         const QString longName(80, QLatin1Char('x'));
-        mcp.tools = {
+        PlainServer mcp({
             QJsonObject { { "name", "Search-Docs" }, { "description", "Caută" },
                 { "inputSchema", QJsonObject { { "type", "object" }, { "required", QJsonArray { "q" } } } } },
             QJsonObject { { "name", "listă" } },
@@ -336,7 +304,7 @@ private Q_SLOTS:
             QJsonObject { { "title", "no name" } },
             QJsonObject { { "name", 42 } },
             QJsonObject { { "name", "search_docs" } },
-        };
+        });
         MCPClient client;
         const auto bindings = AsyncTest::await(client.discoverBindings({ server(mcp.endpoint(), "My Server") }));
         QCOMPARE(bindings.size(), 4);
@@ -363,15 +331,12 @@ private Q_SLOTS:
 
     void discoveryKeepsServerOrderAndSkipsFailures()
     {
-        ScriptedServer slow;
-        slow.tools = { tool("a1"), tool("a2") };
+        PlainServer slow({ tool("a1"), tool("a2") });
         slow.delayMs = 150; // answers last, yet its tools must come first
-        ScriptedServer failing;
+        PlainServer failing;
         failing.http.on("POST", "/mcp", Reply::text("down", 503));
-        ScriptedServer fast;
-        fast.tools = { tool("c1") };
-        ScriptedServer disabled;
-        disabled.tools = { tool("d1") };
+        PlainServer fast({ tool("c1") });
+        PlainServer disabled({ tool("d1") });
         MCPServerConfig off = server(disabled.endpoint(), "Off");
         off.enabled = false;
 
@@ -540,13 +505,13 @@ private Q_SLOTS:
         QFETCH(QJsonObject, pages);
         QFETCH(QStringList, expected);
         QFETCH(int, requests);
-        ScriptedServer mcp;
+        PlainServer mcp;
         int served = 0;
         QStringList cursors;
         mcp.http.on("POST", "/mcp", [&](const FakeHttpServer::Request &request) {
             const QJsonObject message = request.json();
             if (message.value("method") != "tools/list")
-                return mcp.answer(message);
+                return mcp.answerMCP(message, {}, {});
             const QString cursor = message.value("params")["cursor"].toString();
             cursors.append(cursor);
             QJsonValue result = pages.value(cursor);
@@ -606,7 +571,7 @@ private Q_SLOTS:
         QFETCH(QString, expected);
         if (expected.isNull())
             expected = readableJson(result);
-        ScriptedServer mcp;
+        PlainServer mcp;
         QJsonObject seenParams;
         mcp.onCall = [&](const QJsonObject &params) {
             seenParams = params;

@@ -2,11 +2,11 @@
 
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
+#include "FakeOAuthMCPServer.h"
 #include "net/URLError.h"
 #include "skills/MCPOAuthError.h"
 #include "skills/WebAuthenticationError.h"
 
-#include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QNetworkAccessManager>
@@ -53,12 +53,6 @@ private:
     QNetworkAccessManager m_network;
 };
 
-QString challengeOf(const QByteArray &verifier)
-{
-    return QString::fromLatin1(QCryptographicHash::hash(verifier, QCryptographicHash::Sha256)
-                                   .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
-}
-
 QStringList queryKeys(const QUrlQuery &query)
 {
     QStringList keys;
@@ -67,54 +61,19 @@ QStringList queryKeys(const QUrlQuery &query)
     return keys;
 }
 
-// An authorization server that approves every request at once.
-struct AuthServer
+// The authorization server: the MCP fake's OAuth side, its metadata at `prefix` only.
+struct AuthServer : FakeOAuthMCPServer
 {
-    FakeHttpServer http;
-    QUrlQuery lastAuthorization;
-    QString issuedCode = QStringLiteral("code+/=ă");
-    // What the redirect carries; by default the code and the state the client sent.
-    std::function<QString(const QUrlQuery &)> redirect;
-
-    AuthServer()
+    explicit AuthServer(const QString &prefix = {})
     {
-        redirect = [this](const QUrlQuery &query) {
-            QUrlQuery back;
-            back.addQueryItem("code", QString::fromLatin1(QUrl::toPercentEncoding(issuedCode)));
-            back.addQueryItem("state", query.queryItemValue("state"));
-            return QStringLiteral("kelo://oauth?") + back.toString(QUrl::FullyEncoded);
-        };
-        http.on("GET", "/authorize", [this](const FakeHttpServer::Request &request) {
-            lastAuthorization = request.query;
-            Reply reply = Reply::text("redirecting", 302);
-            reply.headers.append(qMakePair(QByteArray("Location"), redirect(request.query).toUtf8()));
-            return reply;
-        });
-        http.on("POST", "/token", [this](const FakeHttpServer::Request &request) {
-            const QUrlQuery form(QString::fromUtf8(request.body));
-            const QString verifier = form.queryItemValue("code_verifier", QUrl::FullyDecoded);
-            if (form.queryItemValue("code", QUrl::FullyDecoded) != issuedCode
-                || challengeOf(verifier.toUtf8()) != lastAuthorization.queryItemValue("code_challenge"))
-                return Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400);
-            return Reply::json(
-                QJsonObject { { "access_token", "tok-123" }, { "token_type", "Bearer" }, { "refresh_token", "r" } });
-        });
-        http.on("POST", "/register", Reply::json(QJsonObject { { "client_id", "dyn-client" } }, 201));
+        http.on("GET", "/.well-known/oauth-protected-resource", Reply::text("none", 404));
+        if (!prefix.isEmpty()) {
+            http.on("GET", "/.well-known/oauth-authorization-server", Reply::text("none", 404));
+            http.on(
+                "GET", prefix + "/.well-known/oauth-authorization-server", Reply::json(authorizationServerMetadata()));
+        }
     }
-
     QString base() const { return http.baseUrl(); }
-    QJsonObject metadata(bool withRegistration = true) const
-    {
-        QJsonObject m { { "issuer", base() }, { "authorization_endpoint", base() + "/authorize" },
-            { "token_endpoint", base() + "/token" } };
-        if (withRegistration)
-            m.insert("registration_endpoint", base() + "/register");
-        return m;
-    }
-    void publishMetadata(const QString &prefix = {}, bool withRegistration = true)
-    {
-        http.on("GET", prefix + "/.well-known/oauth-authorization-server", Reply::json(metadata(withRegistration)));
-    }
 };
 
 MCPGalleryItem itemFor(const QString &endpoint, const QStringList &scopes = {})
@@ -157,7 +116,7 @@ private Q_SLOTS:
     void connectsThroughASeparateAuthorizationServer()
     {
         AuthServer auth;
-        auth.publishMetadata();
+        auth.expiresInSeconds = 0;
         FakeHttpServer mcp;
         const QString endpoint = mcp.baseUrl() + "/mcp";
         mcp.on("GET", "/.well-known/oauth-protected-resource",
@@ -170,11 +129,11 @@ private Q_SLOTS:
         QSignalSpy running(&manager, &MCPOAuthManager::runningChanged);
 
         const MCPOAuthManager::Connection connection = AsyncTest::await(manager.connect(itemFor(endpoint), "", ""));
-        QCOMPARE(connection.accessToken, QString("tok-123"));
+        QCOMPARE(connection.accessToken, auth.accessToken);
         // What renewing the token needs is kept; this provider states no lifetime.
-        QCOMPARE(connection.grant.refreshToken, QString("r"));
+        QCOMPARE(connection.grant.refreshToken, auth.refreshToken);
         QCOMPARE(connection.grant.tokenEndpoint, auth.base() + "/token");
-        QCOMPARE(connection.grant.clientID, QString("dyn-client"));
+        QCOMPARE(connection.grant.clientID, QString("kelo-client"));
         QCOMPARE(connection.grant.resource, endpoint);
         QCOMPARE(connection.grant.accessTokenExpiresAt, std::nullopt);
         QCOMPARE(statuses,
@@ -189,11 +148,11 @@ private Q_SLOTS:
                 { "response_types", QJsonArray { "code" } }, { "token_endpoint_auth_method", "none" },
                 { "application_type", "native" } }));
 
-        const QUrlQuery &authorization = auth.lastAuthorization;
+        const QUrlQuery authorization = auth.lastAuthorization();
         QCOMPARE(queryKeys(authorization),
             QStringList({ "response_type", "client_id", "redirect_uri", "state", "code_challenge",
                 "code_challenge_method", "resource" }));
-        QCOMPARE(authorization.queryItemValue("client_id"), QString("dyn-client"));
+        QCOMPARE(authorization.queryItemValue("client_id"), QString("kelo-client"));
         QCOMPARE(authorization.queryItemValue("redirect_uri", QUrl::FullyDecoded), QString("kelo://oauth"));
         QCOMPARE(authorization.queryItemValue("code_challenge_method"), QString("S256"));
         QCOMPARE(authorization.queryItemValue("resource", QUrl::FullyDecoded), endpoint);
@@ -206,23 +165,22 @@ private Q_SLOTS:
         QCOMPARE(queryKeys(form),
             QStringList({ "grant_type", "code", "redirect_uri", "client_id", "code_verifier", "resource" }));
         QVERIFY(QRegularExpression("^[0-9A-F]{64}$").match(form.queryItemValue("code_verifier")).hasMatch());
-        QCOMPARE(form.queryItemValue("code", QUrl::FullyDecoded), QString("code+/=ă"));
+        QCOMPARE(form.queryItemValue("code", QUrl::FullyDecoded), auth.issuedCode);
         QCOMPARE(mcp.requestCount("/.well-known/oauth-authorization-server"), 0);
     }
 
     void suppliedClientSkipsRegistrationAndSendsScopesAndSecret()
     {
         AuthServer auth;
-        auth.publishMetadata();
         MCPOAuthManager manager(options());
         const MCPGalleryItem item = itemFor(auth.base() + "/mcp/", { "drive.readonly", "mail read" });
         const auto connection = AsyncTest::await(manager.connect(item, "  my-client ", "s3cr&t"));
         QCOMPARE(connection.grant.clientSecret, QString("s3cr&t"));
         QCOMPARE(auth.http.requestCount("/register"), 0);
-        QCOMPARE(auth.lastAuthorization.queryItemValue("client_id"), QString("my-client"));
+        QCOMPARE(auth.lastAuthorization().queryItemValue("client_id"), QString("my-client"));
         QCOMPARE(
-            auth.lastAuthorization.queryItemValue("scope", QUrl::FullyDecoded), QString("drive.readonly mail read"));
-        QCOMPARE(queryKeys(auth.lastAuthorization).last(), QString("scope"));
+            auth.lastAuthorization().queryItemValue("scope", QUrl::FullyDecoded), QString("drive.readonly mail read"));
+        QCOMPARE(queryKeys(auth.lastAuthorization()).last(), QString("scope"));
         const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
         QCOMPARE(queryKeys(form).last(), QString("client_secret"));
         QCOMPARE(form.queryItemValue("client_secret", QUrl::FullyDecoded), QString("s3cr&t"));
@@ -248,12 +206,11 @@ private Q_SLOTS:
     void findsMetadataWhereRealServersPutIt()
     {
         QFETCH(QString, where);
-        AuthServer auth;
+        AuthServer auth(where == "openid" ? "/none" : "/tenant");
         FakeHttpServer mcp;
         const QString endpoint = mcp.baseUrl() + "/v1/mcp";
         const QJsonObject resource { { "resource", endpoint },
             { "authorization_servers", QJsonArray { auth.base() + "/tenant/" } } };
-        auth.publishMetadata("/tenant");
         if (where == "suffix") {
             mcp.on(
                 "GET", "/.well-known/oauth-protected-resource", Reply::json(QJsonObject { { "resource", endpoint } }));
@@ -268,12 +225,12 @@ private Q_SLOTS:
         } else if (where == "tenant") {
             mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
         } else {
-            auth.http.on("GET", "/tenant/.well-known/oauth-authorization-server", Reply::text("not here", 404));
-            auth.http.on("GET", "/tenant/.well-known/openid-configuration", Reply::json(auth.metadata()));
+            auth.http.on(
+                "GET", "/tenant/.well-known/openid-configuration", Reply::json(auth.authorizationServerMetadata()));
             mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
         }
         MCPOAuthManager manager(options());
-        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")).accessToken, QString("tok-123"));
+        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")).accessToken, auth.accessToken);
         for (const auto &request : auth.http.requests() + mcp.requests())
             QVERIFY2(!request.path.contains("//"), qPrintable(request.path));
     }
@@ -281,7 +238,6 @@ private Q_SLOTS:
     void badCallbacksFailWithoutAToken()
     {
         AuthServer auth;
-        auth.publishMetadata();
         const MCPGalleryItem item = itemFor(auth.base() + "/mcp");
         {
             // The provider's own words reach the user, else its error code.
@@ -336,7 +292,7 @@ private Q_SLOTS:
         QFETCH(QString, source);
         QFETCH(QString, expectedScope);
         AuthServer auth;
-        QJsonObject metadata = auth.metadata();
+        QJsonObject metadata = auth.authorizationServerMetadata();
         metadata.insert("scopes_supported", QJsonArray { "openid", "offline_access" });
         auth.http.on("GET", "/.well-known/oauth-authorization-server", Reply::json(metadata));
         auth.http.enqueue("POST", "/token",
@@ -358,8 +314,8 @@ private Q_SLOTS:
         MCPOAuthManager manager(options());
         const QDateTime before = QDateTime::currentDateTimeUtc();
         const auto connection = AsyncTest::await(manager.connect(itemFor(mcp.baseUrl() + "/mcp"), "", ""));
-        QCOMPARE(auth.lastAuthorization.queryItemValue("scope", QUrl::FullyDecoded), expectedScope);
-        QCOMPARE(auth.lastAuthorization.queryItemValue("resource", QUrl::FullyDecoded), declared);
+        QCOMPARE(auth.lastAuthorization().queryItemValue("scope", QUrl::FullyDecoded), expectedScope);
+        QCOMPARE(auth.lastAuthorization().queryItemValue("resource", QUrl::FullyDecoded), declared);
         const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
         QCOMPARE(form.queryItemValue("resource", QUrl::FullyDecoded), declared);
         QCOMPARE(connection.grant.resource, declared);
@@ -429,7 +385,6 @@ private Q_SLOTS:
     void providerFailuresAreReported()
     {
         AuthServer auth;
-        auth.publishMetadata();
         const MCPGalleryItem item = itemFor(auth.base() + "/mcp");
         MCPOAuthManager manager(options());
 

@@ -1,5 +1,6 @@
 #include "FakeOAuthMCPServer.h"
 
+#include <QCryptographicHash>
 #include <QJsonDocument>
 #include <QUrlQuery>
 
@@ -12,28 +13,52 @@ QJsonObject rpcResult(const QJsonValue &id, const QJsonObject &result)
     return { { "jsonrpc", "2.0" }, { "id", id }, { "result", result } };
 }
 
+QString challengeOf(const QString &verifier)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(verifier.toUtf8(), QCryptographicHash::Sha256)
+                                   .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
+}
+
 } // namespace
 
 FakeOAuthMCPServer::FakeOAuthMCPServer()
 {
     issueTokens();
     toolPages = { QJsonArray { QJsonObject { { "name", "echo" }, { "description", "Repetă mesajul" } } } };
-    const QString base = http.baseUrl();
+    redirect = [this](const QUrlQuery &authorization) {
+        QUrlQuery back;
+        back.addQueryItem("code", QString::fromLatin1(QUrl::toPercentEncoding(issuedCode)));
+        back.addQueryItem("state", authorization.queryItemValue("state"));
+        return QStringLiteral("kelo://oauth?") + back.toString(QUrl::FullyEncoded);
+    };
     http.on("GET", "/.well-known/oauth-protected-resource",
-        Reply::json(QJsonObject { { "resource", endpoint() }, { "authorization_servers", QJsonArray { base } },
-            { "scopes_supported", QJsonArray { "tools", "offline_access" } } }));
-    http.on("GET", "/.well-known/oauth-authorization-server",
-        Reply::json(QJsonObject { { "issuer", base }, { "authorization_endpoint", base + "/authorize" },
-            { "token_endpoint", base + "/token" }, { "registration_endpoint", base + "/register" } }));
+        Reply::json(
+            QJsonObject { { "resource", endpoint() }, { "authorization_servers", QJsonArray { http.baseUrl() } },
+                { "scopes_supported", QJsonArray { "tools", "offline_access" } } }));
+    http.on("GET", "/.well-known/oauth-authorization-server", Reply::json(authorizationServerMetadata()));
     http.on("POST", "/register", Reply::json(QJsonObject { { "client_id", "kelo-client" } }, 201));
-    http.on("GET", "/authorize", [](const FakeHttpServer::Request &request) {
-        Reply reply = Reply::text({}, 302);
-        reply.headers.append(qMakePair(QByteArray("Location"),
-            "kelo://oauth?code=granted&state=" + request.query.queryItemValue("state").toUtf8()));
-        return reply;
+    http.on("GET", "/authorize", [this](const FakeHttpServer::Request &request) {
+        return Reply::redirect(302, redirect(request.query).toUtf8());
     });
     http.on("POST", "/token", [this](const FakeHttpServer::Request &request) { return token(request); });
-    http.on("POST", "/mcp", [this](const FakeHttpServer::Request &request) { return mcp(request); });
+    http.on("POST", "/mcp", [this](const FakeHttpServer::Request &request) {
+        Reply reply = answerMCP(request.json(), request.header("Authorization"), request.header("Mcp-Session-Id"));
+        reply.delayMs = delayMs;
+        return reply;
+    });
+}
+
+QJsonObject FakeOAuthMCPServer::authorizationServerMetadata() const
+{
+    const QString base = http.baseUrl();
+    return { { "issuer", base }, { "authorization_endpoint", base + "/authorize" },
+        { "token_endpoint", base + "/token" }, { "registration_endpoint", base + "/register" } };
+}
+
+QUrlQuery FakeOAuthMCPServer::lastAuthorization() const
+{
+    const auto asked = http.requests("/authorize");
+    return asked.isEmpty() ? QUrlQuery() : asked.last().query;
 }
 
 Reply FakeOAuthMCPServer::issueTokens()
@@ -41,15 +66,20 @@ Reply FakeOAuthMCPServer::issueTokens()
     ++m_issued;
     accessToken = QStringLiteral("access-%1").arg(m_issued);
     refreshToken = QStringLiteral("refresh-%1").arg(m_issued);
-    return Reply::json(QJsonObject { { "access_token", accessToken }, { "token_type", "Bearer" },
-        { "refresh_token", refreshToken }, { "expires_in", expiresInSeconds } });
+    QJsonObject tokens { { "access_token", accessToken }, { "token_type", "Bearer" },
+        { "refresh_token", refreshToken } };
+    if (expiresInSeconds > 0)
+        tokens.insert("expires_in", expiresInSeconds);
+    return Reply::json(tokens);
 }
 
 Reply FakeOAuthMCPServer::token(const FakeHttpServer::Request &request)
 {
     const QUrlQuery form(QString::fromUtf8(request.body));
     const QString grant = form.queryItemValue("grant_type");
-    if (grant == "authorization_code" && form.queryItemValue("code") == "granted")
+    const bool verified = challengeOf(form.queryItemValue("code_verifier", QUrl::FullyDecoded))
+        == lastAuthorization().queryItemValue("code_challenge");
+    if (grant == "authorization_code" && form.queryItemValue("code", QUrl::FullyDecoded) == issuedCode && verified)
         return issueTokens();
     if (grant == "refresh_token" && refreshReply)
         return *refreshReply;
@@ -58,25 +88,25 @@ Reply FakeOAuthMCPServer::token(const FakeHttpServer::Request &request)
     return Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400);
 }
 
-Reply FakeOAuthMCPServer::mcp(const FakeHttpServer::Request &request)
+Reply FakeOAuthMCPServer::answerMCP(
+    const QJsonObject &message, const QByteArray &authorization, const QByteArray &session)
 {
-    if (request.header("Authorization") != "Bearer " + accessToken.toUtf8()) {
+    if (requiresToken && authorization != "Bearer " + accessToken.toUtf8()) {
         Reply challenge = Reply::text("token invalid", 401);
         challenge.headers.append(qMakePair(QByteArray("WWW-Authenticate"),
             QByteArray("Bearer error=\"invalid_token\", scope=\"tools offline_access\"")));
         return challenge;
     }
-    const QJsonObject message = request.json();
     const QString method = message.value("method").toString();
     const QJsonValue id = message.value("id");
     if (method == "initialize") {
-        const QString session = QStringLiteral("session-%1").arg(++m_sessionsStarted);
-        m_liveSessions.insert(session);
+        const QString started = QStringLiteral("session-%1").arg(++m_sessionsStarted);
+        m_liveSessions.insert(started);
         Reply reply = Reply::json(rpcResult(id, { { "protocolVersion", "2025-06-18" } }));
-        reply.headers.append(qMakePair(QByteArray("Mcp-Session-Id"), session.toUtf8()));
+        reply.headers.append(qMakePair(QByteArray("Mcp-Session-Id"), started.toUtf8()));
         return reply;
     }
-    if (forgetsEverySession || !m_liveSessions.contains(QString::fromUtf8(request.header("Mcp-Session-Id"))))
+    if (requiresToken && (forgetsEverySession || !m_liveSessions.contains(QString::fromUtf8(session))))
         return Reply::text("unknown session", 404);
     if (method == "notifications/initialized")
         return Reply::text({}, 202);
@@ -88,6 +118,8 @@ Reply FakeOAuthMCPServer::mcp(const FakeHttpServer::Request &request)
             result.insert("nextCursor", QString::number(page + 1));
         return Reply::json(rpcResult(id, result));
     }
+    if (onCall)
+        return onCall(params);
     const QString text = QStringLiteral("ecou: ") + params.value("arguments")["message"].toString("ok");
     return Reply::json(
         rpcResult(id, { { "content", QJsonArray { QJsonObject { { "type", "text" }, { "text", text } } } } }));
