@@ -122,7 +122,7 @@ private Q_SLOTS:
     }
 
     // A key with a line break would add header lines to every request; a rate that is no finite
-    // number on the phone scale would reach the synthesiser as is.
+    // number in the allowed range would reach the synthesiser as is.
     void keysWithControlCharactersAndImpossibleRatesAreNotStored()
     {
         TemporaryHome home;
@@ -317,66 +317,34 @@ private Q_SLOTS:
         QVERIFY(!settings.autoSpeak());
     }
 
-    void systemPromptWithAndWithoutMemoryAndPersonalInstructions()
+    // Persona and length follow the introduction; memory comes before the personal instructions,
+    // each trimmed, and blank ones add nothing.
+    void systemPromptComposesPersonaMemoryAndInstructions()
     {
         TemporaryHome home;
         AppSettings settings;
-        const QString expected = QStringLiteral(
-            "Ești Kelo, un companion AI personal pe calculatorul utilizatorului (o aplicație desktop pentru Linux).\n"
-            "Răspunde ÎNTOTDEAUNA în limba română, cu excepția cazului în care utilizatorul cere explicit altă "
-            "limbă.\n"
-            "Răspunde direct, natural și conversațional. Nu folosi formule generice precum «How can I help you "
-            "today?».\n"
-            "Ești un companion inteligent, cald și natural, cu umor subtil.\n"
-            "Răspunde scurt, de regulă în 1\u20133 propoziții și sub 100 de cuvinte.\n"
-            "Nu expune chain-of-thought, analiză internă, note de lucru, etichete <think> sau pașii interni ai "
-            "raționamentului.\n"
-            "Dacă ai instrumente MCP disponibile, folosește-le numai când sunt necesare pentru a îndeplini cererea; "
-            "nu le apela pentru conversație obișnuită.\n"
-            "Dacă un instrument este necesar, preferă rezultatul real al instrumentului în locul presupunerilor.\n"
-            "\n");
-        QCOMPARE(settings.systemPrompt(QString()), expected);
+        const QString bare = settings.systemPrompt(QString());
+        QVERIFY(bare.startsWith(QStringLiteral("Ești Kelo")));
+        QVERIFY(bare.contains(Presets::promptSentence(PersonalityPreset::companion) + QLatin1Char('\n')
+            + Presets::promptSentence(ResponseLengthPreset::short_) + QStringLiteral("\nNu expune")));
+        QVERIFY(bare.endsWith(promptRulesEnd + QLatin1Char('\n')));
         settings.setCustomPrompt(QStringLiteral(" \t\n"));
-        QCOMPARE(settings.systemPrompt(QStringLiteral("  \n")), expected);
+        QCOMPARE(settings.systemPrompt(QStringLiteral("  \n")), bare);
 
-        // With memory and personal instructions: memory first, each trimmed.
         settings.setPersonality(PersonalityPreset::direct);
         settings.setResponseLength(ResponseLengthPreset::balanced);
         settings.setCustomPrompt(QStringLiteral("\n  Spune-mi Ana.\nFără emoji.  \n"));
-
         const QString both = settings.systemPrompt(QStringLiteral("  Ana are o pisică.\n"));
-        QVERIFY(both.contains(QStringLiteral("Ești direct, foarte clar și orientat spre acțiune.\n"
-                                             "Răspunde concis și complet, de regulă în maximum 5\u20137 propoziții.\n"
-                                             "Nu expune")));
+        QVERIFY(both.contains(Presets::promptSentence(PersonalityPreset::direct) + QLatin1Char('\n')
+            + Presets::promptSentence(ResponseLengthPreset::balanced)));
         QVERIFY(both.endsWith(promptRulesEnd
-            + QStringLiteral("Memorie de conversație:\nAna are o pisică.\n"
-                             "Instrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
-
+            + QStringLiteral(
+                "Memorie de conversație:\nAna are o pisică.\nInstrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
         QVERIFY(settings.systemPrompt(QString()).endsWith(
             promptRulesEnd + QStringLiteral("\nInstrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
         settings.setCustomPrompt(QString());
         QVERIFY(settings.systemPrompt(QStringLiteral("rezumat"))
                     .endsWith(promptRulesEnd + QStringLiteral("Memorie de conversație:\nrezumat\n")));
-    }
-
-    void environmentKeyOverridesTheStoredZenKeyWithoutSavingIt()
-    {
-        TemporaryHome home;
-        {
-            ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
-            AppSettings().setZenAPIKey(QStringLiteral("stored-key"));
-        }
-        {
-            ScopedEnvironment headless("KELO_ZEN_API_KEY", QStringLiteral("env-key"));
-            AppSettings settings;
-            QCOMPARE(settings.zenAPIKey(), QStringLiteral("env-key"));
-            settings.setAutoSpeak(false);
-        }
-        QVERIFY(contents(secretsPath(home)).contains("stored-key"));
-        QVERIFY(!contents(secretsPath(home)).contains("env-key"));
-        QVERIFY(!contents(settingsPath(home)).contains("env-key"));
-        ScopedEnvironment empty("KELO_ZEN_API_KEY", QString());
-        QCOMPARE(AppSettings().zenAPIKey(), QStringLiteral("stored-key"));
     }
 };
 

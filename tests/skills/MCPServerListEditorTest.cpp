@@ -85,6 +85,8 @@ private Q_SLOTS:
         QTest::newRow("other scheme") << QStringLiteral("ftp://mcp.example") << QStringLiteral("https://");
         QTest::newRow("space inside") << QStringLiteral("https://mcp example/x") << QStringLiteral("https://");
         QTest::newRow("no host") << QStringLiteral("https:///mcp") << QStringLiteral("gazdă");
+        QTest::newRow("port out of range")
+            << QStringLiteral("http://127.0.0.1:99999/mcp") << QStringLiteral("https://");
     }
 
     void endpointsMustBeHttpURLsWithAHost()
