@@ -371,15 +371,8 @@ private Q_SLOTS:
         QCOMPARE(opened.toString(QUrl::RemoveQuery), QString("https://github.com/login/oauth/authorize"));
         QCOMPARE(QUrlQuery(opened).queryItemValue("client_id"), QString("gh-client"));
 
-        const auto host = [](const char *url) {
-            const auto metadata = MCPOAuthManager::fallbackMetadata(QUrl(url));
-            return metadata ? QUrl(*metadata->tokenEndpoint).host() : QString();
-        };
-        QCOMPARE(host("https://api.githubcopilot.com/mcp/"), QString("github.com"));
-        QCOMPARE(host("https://mcp.slack.com/mcp"), QString("slack.com"));
-        QCOMPARE(host("https://gmailmcp.googleapis.com/mcp/v1"), QString("oauth2.googleapis.com"));
-        QCOMPARE(host("https://mcp.linear.app/mcp"), QString("api.linear.app"));
-        QCOMPARE(host("https://mcp.example.com/mcp"), QString());
+        // Matched by host, so an unknown provider is not mistaken for a known one.
+        QVERIFY(!MCPOAuthManager::fallbackMetadata(QUrl("https://mcp.example.com/mcp")));
     }
 
     void providerFailuresAreReported()

@@ -13,34 +13,21 @@ void pointSettingsAt(const QString &configDir)
 } // namespace
 
 TemporaryHome::TemporaryHome()
-    : m_previousConfig(qgetenv("XDG_CONFIG_HOME"))
-    , m_previousData(qgetenv("XDG_DATA_HOME"))
-    , m_previousCache(qgetenv("XDG_CACHE_HOME"))
-    , m_previousSecretStore(qgetenv("KELO_SECRET_STORE"))
+    : m_config("XDG_CONFIG_HOME", m_dir.path() + QStringLiteral("/config"))
+    , m_data("XDG_DATA_HOME", m_dir.path() + QStringLiteral("/data"))
+    , m_cache("XDG_CACHE_HOME", m_dir.path() + QStringLiteral("/cache"))
+    , m_secretStore("KELO_SECRET_STORE", QStringLiteral("file"))
 {
-    for (const QString &sub : { QStringLiteral("config"), QStringLiteral("data"), QStringLiteral("cache") })
-        QDir(m_dir.path()).mkpath(sub);
-    qputenv("XDG_CONFIG_HOME", configHome().toUtf8());
-    qputenv("XDG_DATA_HOME", dataHome().toUtf8());
-    qputenv("XDG_CACHE_HOME", cacheHome().toUtf8());
-    qputenv("KELO_SECRET_STORE", "file");
+    for (const QString &home : { configHome(), dataHome(), cacheHome() })
+        QDir().mkpath(home);
     pointSettingsAt(configHome());
 }
 
 TemporaryHome::~TemporaryHome()
 {
-    const auto restore = [](const char *name, const QByteArray &value) {
-        if (value.isEmpty())
-            qunsetenv(name);
-        else
-            qputenv(name, value);
-    };
-    restore("XDG_CONFIG_HOME", m_previousConfig);
-    restore("XDG_DATA_HOME", m_previousData);
-    restore("XDG_CACHE_HOME", m_previousCache);
-    restore("KELO_SECRET_STORE", m_previousSecretStore);
-    pointSettingsAt(m_previousConfig.isEmpty() ? QDir::homePath() + QStringLiteral("/.config")
-                                               : QString::fromUtf8(m_previousConfig));
+    // The variables are put back after this body, by their members.
+    const QString previous = m_config.previous();
+    pointSettingsAt(previous.isEmpty() ? QDir::homePath() + QStringLiteral("/.config") : previous);
 }
 
 QString TemporaryHome::configHome() const

@@ -4,6 +4,25 @@
 #include <QString>
 #include <QTemporaryDir>
 
+// Sets an environment variable for one scope and restores it afterwards.
+class ScopedEnvironment
+{
+public:
+    ScopedEnvironment(const char *name, const QString &value);
+    ~ScopedEnvironment();
+
+    ScopedEnvironment(const ScopedEnvironment &) = delete;
+    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
+
+    // The value before this scope, empty when it was unset.
+    QString previous() const { return QString::fromUtf8(m_previous); }
+
+private:
+    QByteArray m_name;
+    QByteArray m_previous;
+    bool m_wasSet;
+};
+
 // Points the XDG directories (and QSettings) at a fresh temporary folder for one test, and puts
 // them back afterwards, so no test reads or writes the developer's real files. Secrets go to the
 // file store inside that folder (KELO_SECRET_STORE=file), never to the developer's keychain; a test
@@ -24,24 +43,8 @@ public:
 
 private:
     QTemporaryDir m_dir;
-    QByteArray m_previousConfig;
-    QByteArray m_previousData;
-    QByteArray m_previousCache;
-    QByteArray m_previousSecretStore;
-};
-
-// Sets an environment variable for one scope and restores it afterwards.
-class ScopedEnvironment
-{
-public:
-    ScopedEnvironment(const char *name, const QString &value);
-    ~ScopedEnvironment();
-
-    ScopedEnvironment(const ScopedEnvironment &) = delete;
-    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
-
-private:
-    QByteArray m_name;
-    QByteArray m_previous;
-    bool m_wasSet;
+    ScopedEnvironment m_config;
+    ScopedEnvironment m_data;
+    ScopedEnvironment m_cache;
+    ScopedEnvironment m_secretStore;
 };
