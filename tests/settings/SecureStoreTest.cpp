@@ -67,36 +67,52 @@ private:
         QSKIP("No Secret Service of the test services on the session bus; scripts/test.sh starts one");
 
 private Q_SLOTS:
-    void keychainReplacesInsteadOfDuplicatingAndEmptyDeletes()
+    // Both places keep one item per service and account, and an empty value deletes.
+    void replacesInsteadOfDuplicatingAndEmptyDeletes_data()
     {
-        REQUIRE_TEST_KEYRING();
+        QTest::addColumn<bool>("keychain");
+        QTest::newRow("keychain") << true;
+        QTest::newRow("file") << false;
+    }
+
+    void replacesInsteadOfDuplicatingAndEmptyDeletes()
+    {
+        QFETCH(bool, keychain);
+        if (keychain)
+            REQUIRE_TEST_KEYRING();
         TemporaryHome home;
-        ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
+        std::optional<ScopedEnvironment> automatic;
+        if (keychain)
+            automatic.emplace("KELO_SECRET_STORE", QString());
         const QString service = freshService();
         SecureStore store(service);
-        QVERIFY(!store.usesFileFallback());
+        QCOMPARE(store.usesFileFallback(), !keychain);
+        const auto items = [&](const QString &account) {
+            return keychain ? keychainItemCount(service, account) : int(fileItems(home, service).contains(account));
+        };
 
+        // Deleting what is not there is silent and does not even create the file.
+        store.write(QString(), QStringLiteral("zenAPIKey"));
+        QVERIFY(!QFile::exists(secretsPath(home)));
         store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
         store.write(QStringLiteral("def"), QStringLiteral("zenAPIKey"));
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
-        QCOMPARE(keychainItemCount(service, QStringLiteral("zenAPIKey")), 1);
+        QCOMPARE(SecureStore(service).read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
+        QCOMPARE(items(QStringLiteral("zenAPIKey")), 1);
 
         // Another account and another service are other items.
         QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), std::nullopt);
         QCOMPARE(SecureStore(freshService()).read(QStringLiteral("zenAPIKey")), std::nullopt);
         store.write(QStringLiteral(" cheie ăîșț ✓ "), QStringLiteral("elevenAPIKey"));
         QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), QStringLiteral(" cheie ăîșț ✓ "));
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
 
-        // An empty value deletes; deleting what is not there is silent and leaves everything as it was.
         store.write(QString(), QStringLiteral("zenAPIKey"));
         QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
-        QCOMPARE(keychainItemCount(service, QStringLiteral("zenAPIKey")), 0);
-        store.write(QString(), QStringLiteral("zenAPIKey"));
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
+        QCOMPARE(items(QStringLiteral("zenAPIKey")), 0);
         QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), QStringLiteral(" cheie ăîșț ✓ "));
+        QVERIFY(!contents(secretsPath(home)).contains("def"));
         store.write(QString(), QStringLiteral("elevenAPIKey"));
-        QVERIFY(!QFile::exists(secretsPath(home)));
+        if (keychain)
+            QVERIFY(!QFile::exists(secretsPath(home)));
     }
 
     void appSettingsKeepsCredentialsInTheKeychain()
@@ -140,32 +156,14 @@ private Q_SLOTS:
         keychain.write(QString(), QStringLiteral("elevenAPIKey"));
     }
 
-    void fileStoreHasTheKeychainSemanticsAndStaysPrivate()
+    // Private even with a permissive umask, and narrowed again if someone widened it.
+    void fileStoreStaysPrivate()
     {
         ScopedUmask permissive(0);
         TemporaryHome home;
-        const QString service = freshService();
-        SecureStore store(service);
-        QVERIFY(store.usesFileFallback());
+        SecureStore store(freshService());
         QCOMPARE(store.fallbackFilePath(), secretsPath(home));
-
-        // Deleting what is not there does not even create the file.
-        store.write(QString(), QStringLiteral("zenAPIKey"));
-        QVERIFY(!QFile::exists(secretsPath(home)));
-
-        store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
-        store.write(QStringLiteral("def"), QStringLiteral("zenAPIKey"));
         store.write(QStringLiteral("g"), QStringLiteral("googleTTSAPIKey"));
-        QCOMPARE(SecureStore(service).read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
-        QCOMPARE(fileItems(home, service).size(), 2);
-        QCOMPARE(SecureStore(freshService()).read(QStringLiteral("zenAPIKey")), std::nullopt);
-
-        store.write(QString(), QStringLiteral("zenAPIKey"));
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
-        QCOMPARE(store.read(QStringLiteral("googleTTSAPIKey")), QStringLiteral("g"));
-        QVERIFY(!contents(secretsPath(home)).contains("def"));
-
-        // Private even with a permissive umask, and narrowed again if someone widened it.
         QVERIFY(isOwnerOnly(secretsPath(home)));
         const QFileDevice::Permissions folder = QFile::permissions(home.configHome() + QStringLiteral("/Kelo"));
         QVERIFY(!(folder & (QFileDevice::ReadOther | QFileDevice::ReadGroup)));
