@@ -102,6 +102,9 @@ private Q_SLOTS:
 
         QCOMPARE(kelo({ "ask" }).exitCode, 2);
         QCOMPARE(kelo({ "ask", "--bogus", "x" }).exitCode, 2);
+        const Run extra = kelo({ "chat", "--speak", "în", "plus" });
+        QCOMPARE(extra.exitCode, 2);
+        QCOMPARE(extra.lastErrorLine(), QStringLiteral("Argument neașteptat: în"));
         QCOMPARE(kelo({ "nicio-comanda" }).exitCode, 2);
         QCOMPARE(kelo({}).exitCode, 2);
 

@@ -139,6 +139,12 @@ private Q_SLOTS:
         const Run invalid = kelo({ "mcp", "add", "Rău", "nu e url" });
         QCOMPARE(invalid.exitCode, 2);
         QVERIFY(invalid.err.contains("trebuie să fie un URL complet"));
+        for (const auto &[words, reason] : { std::pair { QStringList { "--tokn", "t" }, "Opțiune necunoscută: --tokn" },
+                 std::pair { QStringList { "--token" }, "Opțiunea --token are nevoie de o valoare." } }) {
+            const Run refused = kelo(QStringList { "mcp", "add", "Rău", "https://rau.example/mcp" } + words);
+            QCOMPARE(refused.exitCode, 2);
+            QCOMPARE(refused.lastErrorLine(), QString::fromUtf8(reason));
+        }
 
         Run list = kelo({ "mcp", "list" });
         QStringList lines = list.out.split('\n', Qt::SkipEmptyParts);
