@@ -8,6 +8,8 @@
 #include <QJsonArray>
 #include <QObject>
 
+#include <functional>
+
 class HttpClient;
 struct HttpReply;
 
@@ -31,10 +33,15 @@ public:
 
     QString baseURL() const { return m_baseURL; }
 
+    // Receives raw content text (reasoning tags included) of a streamed answer as it arrives.
+    using ContentSink = std::function<void(const QString &delta)>;
+
     QCoro::Task<QList<ZenModel>> fetchModels(QString apiKey);
-    // `messages` are chat-completions message objects, already shaped by the caller.
-    QCoro::Task<AssistantResult> completeChat(
-        QString apiKey, QString modelID, QJsonArray messages, QList<ZenToolDefinition> tools);
+    // `messages` are chat-completions message objects, already shaped by the caller. The answer is
+    // streamed: onContent gets each piece of text in order (a service that answers in one piece
+    // gives it once), and a failure halfway throws after the pieces already delivered.
+    QCoro::Task<AssistantResult> completeChat(QString apiKey, QString modelID, QJsonArray messages,
+        QList<ZenToolDefinition> tools, ContentSink onContent = {});
     QCoro::Task<QString> summarizeMemory(QString apiKey, QString modelID, QString previousSummary, QString transcript);
 
     // The readers of the service's replies; each throws ZenAPIError for a failed status or a body
@@ -44,7 +51,11 @@ public:
     static AssistantResult parseResponsesReply(const HttpReply &reply);
 
 private:
-    QCoro::Task<AssistantResult> completeResponses(QString apiKey, QString modelID, QJsonArray messages);
+    // Without streamed, the answer is asked for in one piece and onContent is not used.
+    QCoro::Task<AssistantResult> requestCompletion(QString apiKey, QString modelID, QJsonArray messages,
+        QList<ZenToolDefinition> tools, bool streamed, ContentSink onContent);
+    QCoro::Task<AssistantResult> completeResponses(
+        QString apiKey, QString modelID, QJsonArray messages, bool streamed, ContentSink onContent);
 
     QString m_baseURL;
     HttpClient *m_http;
