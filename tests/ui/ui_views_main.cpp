@@ -1,10 +1,16 @@
+#include "CompanionActions.h"
+#include "TemporaryHome.h"
+#include "conversation/ChatStore.h"
 #include "ui/IconTheme.h"
 
+#include <QCoroQml>
 #include <QDir>
 #include <QQmlContext>
 #include <QQmlEngine>
 #include <QtQml/qqmlextensionplugin.h>
 #include <QtQuickTest>
+
+#include <memory>
 
 Q_IMPORT_QML_PLUGIN(Kelo_CorePlugin)
 Q_IMPORT_QML_PLUGIN(KeloPlugin)
@@ -20,7 +26,28 @@ extern "C" const char *__asan_default_options()
 #endif
 #endif
 
-// Material dark like the app, the app's icon theme, and a place for the screenshots.
+// The real store and actions the views are tested against, one pair per test file's engine.
+class RealObjects : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(ChatStore *store READ store CONSTANT)
+    Q_PROPERTY(CompanionActions *actions READ actions CONSTANT)
+
+public:
+    RealObjects()
+        : m_actions(&m_store)
+    { }
+
+    ChatStore *store() { return &m_store; }
+    CompanionActions *actions() { return &m_actions; }
+
+private:
+    ChatStore m_store;
+    CompanionActions m_actions;
+};
+
+// Material dark like the app, the app's icon theme, a home of its own with every service pointed at
+// a closed port, and a place for the screenshots.
 class ViewTestSetup : public QObject
 {
     Q_OBJECT
@@ -30,10 +57,18 @@ public:
     {
         qputenv("QT_QUICK_CONTROLS_STYLE", "Material");
         qputenv("QT_QUICK_CONTROLS_MATERIAL_THEME", "Dark");
+        qputenv("KELO_ZEN_BASE_URL", "http://127.0.0.1:1");
     }
 
 public Q_SLOTS:
-    void applicationAvailable() { IconTheme::ensureSymbolicIcons(); }
+    void applicationAvailable()
+    {
+        m_home = std::make_unique<TemporaryHome>();
+        IconTheme::ensureSymbolicIcons();
+        QCoro::Qml::registerTypes();
+        qmlRegisterSingletonType<RealObjects>(
+            "Kelo.Testing", 1, 0, "Real", [](QQmlEngine *, QJSEngine *) { return new RealObjects; });
+    }
 
     void qmlEngineAvailable(QQmlEngine *engine)
     {
@@ -42,6 +77,11 @@ public Q_SLOTS:
         QDir().mkpath(dir);
         engine->rootContext()->setContextProperty(QStringLiteral("screenshotDir"), dir);
     }
+
+    void cleanupTestCase() { m_home.reset(); }
+
+private:
+    std::unique_ptr<TemporaryHome> m_home;
 };
 
 QUICK_TEST_MAIN_WITH_SETUP(ui_views, ViewTestSetup)
