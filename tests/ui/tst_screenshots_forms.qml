@@ -61,6 +61,8 @@ Item {
             root.height = 1400
             var connected = shoot(skills, "skills-connected")
             verify(!empty.equals(connected), "the connected servers changed nothing on screen")
+            verify(findChild(findChild(skills, "galleryRow_github"), "connectedBadge").visible)
+            verify(!findChild(findChild(skills, "galleryRow_linear"), "connectedBadge").visible)
 
             skills.openGalleryItem(Real.actions.gallery[0])
             var sheet = findChild(skills, "connectSheet")

@@ -40,15 +40,6 @@ Item {
             waitForRendering(skills)
         }
 
-        function test_galleryMarksOnlyTheConnectedServices() {
-            verify(findChild(skills, "emptyServers").visible)
-            actions.saveGalleryConnection("github", "ghp_abc", "Token")
-            actions.addManualServer("Unelte", "https://tools.example/mcp", "")
-            verify(!findChild(skills, "emptyServers").visible)
-            verify(findChild(findChild(skills, "galleryRow_github"), "connectedBadge").visible)
-            verify(!findChild(findChild(skills, "galleryRow_linear"), "connectedBadge").visible)
-        }
-
         function test_serverRowsSwitchCheckAndDelete() {
             actions.addManualServer("Mort", "http://127.0.0.1:1/mcp", "")
             actions.addManualServer("Unelte", "https://tools.example/mcp", "t")

@@ -10,8 +10,6 @@
 #include <QtQml/qqmlextensionplugin.h>
 #include <QtQuickTest>
 
-#include <memory>
-
 Q_IMPORT_QML_PLUGIN(Kelo_CorePlugin)
 Q_IMPORT_QML_PLUGIN(KeloPlugin)
 
@@ -26,7 +24,8 @@ extern "C" const char *__asan_default_options()
 #endif
 #endif
 
-// The real store and actions the views are tested against, one pair per test file's engine.
+// The real store and actions the views are tested against, in a home of their own for each test
+// file's engine, so no file sees what another saved.
 class RealObjects : public QObject
 {
     Q_OBJECT
@@ -42,12 +41,13 @@ public:
     CompanionActions *actions() { return &m_actions; }
 
 private:
+    TemporaryHome m_home;
     ChatStore m_store;
     CompanionActions m_actions;
 };
 
-// Material dark like the app, the app's icon theme, a home of its own with every service pointed at
-// a closed port, and a place for the screenshots.
+// Material dark like the app, the app's icon theme, the model service pointed at a closed port, and
+// a place for the screenshots.
 class ViewTestSetup : public QObject
 {
     Q_OBJECT
@@ -63,7 +63,6 @@ public:
 public Q_SLOTS:
     void applicationAvailable()
     {
-        m_home = std::make_unique<TemporaryHome>();
         IconTheme::ensureSymbolicIcons();
         QCoro::Qml::registerTypes();
         qmlRegisterSingletonType<RealObjects>(
@@ -77,11 +76,6 @@ public Q_SLOTS:
         QDir().mkpath(dir);
         engine->rootContext()->setContextProperty(QStringLiteral("screenshotDir"), dir);
     }
-
-    void cleanupTestCase() { m_home.reset(); }
-
-private:
-    std::unique_ptr<TemporaryHome> m_home;
 };
 
 QUICK_TEST_MAIN_WITH_SETUP(ui_views, ViewTestSetup)
