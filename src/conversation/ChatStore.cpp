@@ -1,6 +1,7 @@
 #include "ChatStore.h"
 
 #include "ConversationMemoryStore.h"
+#include "ReasoningFilter.h"
 #include "net/HttpClient.h"
 #include "net/KeloError.h"
 #include "settings/AppSettings.h"
@@ -238,14 +239,9 @@ QList<ZenToolDefinition> ChatStore::builtInToolDefinitions()
 
 QString ChatStore::visibleAnswer(const QString &text)
 {
-    static const QRegularExpression think(QStringLiteral("<think>.*?</think>"),
-        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
-    static const QRegularExpression analysis(QStringLiteral("<analysis>.*?</analysis>"),
-        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
-    QString cleaned = text;
-    cleaned.remove(think);
-    cleaned.remove(analysis);
-    return cleaned.trimmed();
+    ReasoningFilter filter;
+    const QString visible = filter.feed(text) + filter.finish();
+    return visible.trimmed();
 }
 
 // --- the turn ---

@@ -50,6 +50,9 @@ class ChatStore : public QObject
 
     Q_PROPERTY(AppSettings *settings READ settings CONSTANT)
     Q_PROPERTY(SpeechService *speech READ speech CONSTANT)
+    // Until speech splits in two, one service answers for both halves.
+    Q_PROPERTY(SpeechService *recognizer READ speech CONSTANT)
+    Q_PROPERTY(SpeechService *synthesizer READ speech CONSTANT)
     Q_PROPERTY(ConversationMemoryStore *memory READ memory CONSTANT)
 
 public:

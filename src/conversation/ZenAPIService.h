@@ -6,8 +6,12 @@
 
 #include <QCoroTask>
 #include <QJsonArray>
+#include <QJsonObject>
 #include <QObject>
 
+#include <functional>
+
+class ChatCompletionStream;
 class HttpClient;
 struct HttpReply;
 
@@ -31,10 +35,15 @@ public:
 
     QString baseURL() const { return m_baseURL; }
 
+    // Receives raw content text (reasoning tags included) of a streamed answer as it arrives.
+    using ContentSink = std::function<void(const QString &delta)>;
+
     QCoro::Task<QList<ZenModel>> fetchModels(QString apiKey);
-    // `messages` are chat-completions message objects, already shaped by the caller.
-    QCoro::Task<AssistantResult> completeChat(
-        QString apiKey, QString modelID, QJsonArray messages, QList<ZenToolDefinition> tools);
+    // `messages` are chat-completions message objects, already shaped by the caller. The answer is
+    // streamed: onContent gets each piece of text in order (a service that answers in one piece
+    // gives it once), and a failure halfway throws after the pieces already delivered.
+    QCoro::Task<AssistantResult> completeChat(QString apiKey, QString modelID, QJsonArray messages,
+        QList<ZenToolDefinition> tools, ContentSink onContent = {});
     QCoro::Task<QString> summarizeMemory(QString apiKey, QString modelID, QString previousSummary, QString transcript);
 
     // The readers of the service's replies; each throws ZenAPIError for a failed status or a body
@@ -44,7 +53,15 @@ public:
     static AssistantResult parseResponsesReply(const HttpReply &reply);
 
 private:
-    QCoro::Task<AssistantResult> completeResponses(QString apiKey, QString modelID, QJsonArray messages);
+    // Without streamed, the answer is asked for in one piece and onContent is not used.
+    QCoro::Task<AssistantResult> requestCompletion(QString apiKey, QString modelID, QJsonArray messages,
+        QList<ZenToolDefinition> tools, bool streamed, ContentSink onContent);
+    QCoro::Task<AssistantResult> completeResponses(
+        QString apiKey, QString modelID, QJsonArray messages, bool streamed, ContentSink onContent);
+    // Posts a completion request; when streamed, an event-stream answer goes through `stream` as
+    // it arrives and the reply's body stays empty.
+    QCoro::Task<HttpReply> postCompletion(
+        QString path, QString key, QJsonObject body, bool streamed, ChatCompletionStream *stream);
 
     QString m_baseURL;
     HttpClient *m_http;

@@ -42,7 +42,7 @@ class AppSettings : public QObject
             setBackgroundConversationEnabled NOTIFY backgroundConversationEnabledChanged)
     Q_PROPERTY(bool memoryEnabled READ memoryEnabled WRITE setMemoryEnabled NOTIFY memoryEnabledChanged)
     Q_PROPERTY(bool autoSkillsEnabled READ autoSkillsEnabled WRITE setAutoSkillsEnabled NOTIFY autoSkillsEnabledChanged)
-    Q_PROPERTY(QVariantList mcpServers READ mcpServerList NOTIFY mcpServersChanged)
+    Q_PROPERTY(QList<MCPServerConfig> mcpServers READ mcpServers NOTIFY mcpServersChanged)
 
     Q_PROPERTY(bool secretsInFile READ secretsInFile CONSTANT)
     Q_PROPERTY(QString saveError READ saveError NOTIFY saveErrorChanged)

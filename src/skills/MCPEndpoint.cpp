@@ -16,9 +16,10 @@ QString MCPEndpoint::validationError(const QString &text)
     if (trimmed.isEmpty())
         return QStringLiteral("Introdu adresa serverului MCP.");
     const QUrl url(trimmed, QUrl::StrictMode);
-    if (isHttpURL(url))
+    // StrictMode still accepts inner spaces in a path; an endpoint typed with one is a typo.
+    if (isHttpURL(url) && !trimmed.contains(QLatin1Char(' ')))
         return {};
-    if (url.isValid() && hasHttpScheme(url))
+    if (url.isValid() && hasHttpScheme(url) && url.host().isEmpty())
         return QStringLiteral("Adresa serverului MCP nu are gazdă (de exemplu https://mcp.exemplu.ro/mcp).");
     return QStringLiteral("Adresa serverului MCP trebuie să fie un URL complet, care începe cu https:// sau http://.");
 }

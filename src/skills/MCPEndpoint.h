@@ -9,7 +9,7 @@ class MCPEndpoint
 {
 public:
     // Why `text` cannot be an endpoint (Romanian, for the user), or an empty string when it can.
-    // Surrounding spaces are ignored; callers store the trimmed text.
+    // Surrounding white space is ignored; callers store the trimmed text.
     static QString validationError(const QString &text);
     // The same rule for an address already parsed, such as one a server's metadata names.
     static bool isHttpURL(const QUrl &url);

@@ -1,13 +1,14 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
-import "ViewLogic.js" as Logic
+import Kelo
+import Kelo.Core
 
 // Connects one gallery service, by OAuth in the browser or with a pasted token.
 SheetFrame {
     id: sheet
     property var item: null
-    property var actions
+    property CompanionActions actions
     property string clientID
     property string clientSecret
     property string manualToken
@@ -64,7 +65,7 @@ SheetFrame {
             Layout.preferredWidth: 44
             Layout.preferredHeight: 44
             radius: 12
-            readonly property color tint: Logic.tintColor(sheet.item ? sheet.item.tintName : "")
+            readonly property color tint: ViewPresets.tintColor(sheet.item ? sheet.item.tintName : "")
             color: Qt.rgba(tint.r, tint.g, tint.b, 0.18)
             SymbolIcon { anchors.centerIn: parent; symbol: sheet.item ? sheet.item.symbol : ""; size: 22; color: parent.tint }
         }

@@ -1,7 +1,7 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
-import "ViewLogic.js" as Logic
+import Kelo.Core
 
 // One gallery service; shows "CONECTAT" once a configured server came from it.
 ItemDelegate {
@@ -22,7 +22,7 @@ ItemDelegate {
             Layout.preferredWidth: 38
             Layout.preferredHeight: 38
             radius: 10
-            readonly property color tint: Logic.tintColor(row.item.tintName)
+            readonly property color tint: ViewPresets.tintColor(row.item.tintName)
             color: Qt.rgba(tint.r, tint.g, tint.b, 0.18)
             SymbolIcon { anchors.centerIn: parent; symbol: row.item.symbol; size: 18; color: parent.tint }
         }

@@ -1,16 +1,17 @@
 import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
-import "ViewLogic.js" as Logic
+import Kelo
 
 // Adds an MCP server by hand: a name, its endpoint and an optional token.
 SheetFrame {
     id: sheet
-    property var actions
+    property CompanionActions actions
     property string name
     property string endpoint
     property string token
-    readonly property bool canSave: Logic.isValidEndpoint(endpoint)
+    readonly property string endpointError: actions ? actions.endpointError(endpoint) : ""
+    readonly property bool canSave: !!actions && endpointError.length === 0
 
     title: "MCP manual"
 
@@ -44,7 +45,7 @@ SheetFrame {
         }
         Label {
             visible: sheet.endpoint.trim().length > 0 && !sheet.canSave
-            text: "Endpoint-ul trebuie să fie un URL complet http:// sau https://."
+            text: sheet.endpointError
             color: Theme.warning
             font.pixelSize: 12
             wrapMode: Text.Wrap

@@ -2,38 +2,34 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.Material
 import QtQuick.Layouts
+import Kelo
+import Kelo.Core
 import "ViewLogic.js" as Logic
 
 // The "Conexiuni" tab: what Kelo can do, the connected MCP servers and the gallery of services.
 Item {
     id: view
 
-    required property var store
-    property var actions
+    required property ChatStore store
+    property CompanionActions actions
 
     Material.theme: Material.Dark
     Material.accent: Theme.accent
 
-    readonly property var settings: store ? store.settings : null
-    readonly property var servers: settings ? (settings.mcpServers || []) : []
+    readonly property var servers: store.settings.mcpServers
     property var selectedGalleryItem: null
     property string checkingServerID: ""
     property string toolResult: ""
 
-    Connections {
-        target: view.actions
-        ignoreUnknownSignals: true
-        function onServerChecked(serverID, text) {
-            if (serverID !== view.checkingServerID)
+    function checkServer(server) {
+        checkingServerID = server.id
+        actions.checkServer(server.id).then(function (text) {
+            // A late answer for a server no longer being checked is not shown.
+            if (server.id !== view.checkingServerID)
                 return
             view.toolResult = text
             view.checkingServerID = ""
-        }
-    }
-
-    function checkServer(server) {
-        checkingServerID = server.id
-        actions.checkServer(server.id)
+        })
     }
 
     function openGalleryItem(item) {

@@ -1,7 +1,7 @@
 .pragma library
 
-// Pure rules of the companion's views: what the orb shows, which texts appear, how the engine cards
-// and the gallery read. Kept free of QML items so that tests can call them with plain objects.
+// Pure rules of the companion's views: what the orb shows, which texts appear, how the gallery
+// reads. Kept free of QML items so that tests can call them with plain objects.
 
 var moods = ["idle", "listening", "thinking", "searching", "speaking"]
 
@@ -128,74 +128,6 @@ function coreScale(moodName, audioLevel) {
     return 1 + 0.14 * level
 }
 
-// --- settings ---
-
-var engineCards = [
-    { engine: "Apple Local", title: "Voce locală", key: "appleLocal", symbol: "iphone", badge: "GRATUIT · OFFLINE",
-      description: "Offline · fără API · calitatea depinde de vocile instalate pe calculator" },
-    { engine: "Google Cloud TTS", title: "Google Cloud TTS", key: "googleCloud", symbol: "cloud", badge: "FREE TIER · API",
-      description: "API · Romanian WaveNet / Chirp · are free tier pentru unele voci" },
-    { engine: "Azure Speech", title: "Azure Speech", key: "azureSpeech", symbol: "waveform.path.ecg", badge: "F0 / FREE TIER · API",
-      description: "API · Romanian Neural · disponibil și cu resursă Azure F0" },
-    { engine: "ElevenLabs", title: "ElevenLabs", key: "elevenLabs", symbol: "sparkles", badge: "CALITATE RIDICATĂ · API",
-      description: "API · foarte natural · cost/credit în funcție de cont" }
-]
-
-function engineCard(engineRawValue) {
-    for (var i = 0; i < engineCards.length; ++i) {
-        if (engineCards[i].engine === engineRawValue)
-            return engineCards[i]
-    }
-    return engineCards[0]
-}
-
-var qualityTitles = { "default": "Standard", "standard": "Standard", "enhanced": "Îmbunătățită",
-                      "premium": "Premium" }
-
-function voiceQualityTitle(quality) {
-    var key = String(quality || "").toLowerCase()
-    if (qualityTitles[key] !== undefined)
-        return qualityTitles[key]
-    return hasText(quality) ? String(quality) : "Standard"
-}
-
-// The local voice picker: the automatic entry (empty identifier) first, then the Romanian voices.
-function localVoiceOptions(voices) {
-    var options = [{ identifier: "", label: "Automat · cea mai bună" }]
-    if (!voices)
-        return options
-    for (var i = 0; i < voices.length; ++i) {
-        var v = voices[i]
-        var identifier = hasText(v.identifier) ? v.identifier : v.id
-        options.push({ identifier: String(identifier), label: v.name + " · " + voiceQualityTitle(v.quality) })
-    }
-    return options
-}
-
-function cloudVoiceLabel(voice) {
-    var parts = [voice.name]
-    if (hasText(voice.gender))
-        parts.push(voice.gender)
-    if (hasText(voice.detail))
-        parts.push(voice.detail)
-    return parts.join(" · ")
-}
-
-function indexOfValue(options, field, value) {
-    if (!options)
-        return -1
-    for (var i = 0; i < options.length; ++i) {
-        if (options[i][field] === value)
-            return i
-    }
-    return -1
-}
-
-function memoryText(summary) {
-    var text = String(summary || "").trim()
-    return text.length > 0 ? text : "Memoria se construiește automat pe măsură ce conversația progresează."
-}
-
 // --- skills ---
 
 function isGalleryItemConnected(servers, itemId) {
@@ -214,16 +146,4 @@ function serverStateText(enabled) {
 
 function serverToggleLabel(enabled) {
     return enabled ? "Oprește" : "Activează"
-}
-
-function tintColor(tintName) {
-    var tints = { "violet": "#9B7BFF", "blue": "#4C8DFF", "pink": "#FF6FAE", "green": "#4ED38A",
-                  "red": "#FF6B6B", "cyan": "#46D4F0", "mint": "#7CF5D0", "orange": "#FFA24C",
-                  "indigo": "#6A6CF0", "purple": "#A565F2" }
-    return tints[tintName] || "#9AA3C0"
-}
-
-// A manual endpoint must be an absolute http(s) URL with a host.
-function isValidEndpoint(text) {
-    return /^https?:\/\/[^\s\/?#]+[^\s]*$/i.test(String(text || "").trim())
 }

@@ -1,52 +1,33 @@
 #include "CompanionActions.h"
 
+#include "AsyncTest.h"
 #include "TemporaryHome.h"
 #include "conversation/ChatStore.h"
+#include "net/Detached.h"
 #include "settings/AppSettings.h"
 #include "skills/MCPGalleryItem.h"
 
-#include <QSignalSpy>
+#include <QCoroTimer>
+#include <QRegularExpression>
 #include <QTest>
 
+#include <stdexcept>
+
 // The view actions against the real store and settings: what the skills screen does to the server
-// list must survive a restart, and answers must come back for the server that was asked about.
+// list must survive a restart, and every answer says why when it fails.
 class CompanionActionsTest : public QObject
 {
     Q_OBJECT
 
     std::unique_ptr<TemporaryHome> m_home;
 
-    static QList<MCPServerConfig> storedServers()
-    {
-        AppSettings reloaded;
-        return reloaded.mcpServers();
-    }
-
 private Q_SLOTS:
     void init() { m_home = std::make_unique<TemporaryHome>(); }
     void cleanup() { m_home.reset(); }
 
-    void connectingAServiceTwiceKeepsOneEntryAfterARestart()
-    {
-        {
-            ChatStore store;
-            CompanionActions actions(&store);
-            actions.addManualServer("Unelte", "https://tools.example/mcp", {});
-            actions.saveGalleryConnection("github", "first", "OAuth");
-            actions.saveGalleryConnection("github", "second", "Token");
-            actions.saveGalleryConnection("no-such-item", "x", "Token");
-        }
-        const auto servers = storedServers();
-        QCOMPARE(servers.size(), 2);
-        QCOMPARE(servers[0].name, QStringLiteral("Unelte"));
-        QCOMPARE(servers[0].authLabel, std::optional<QString>(QStringLiteral("Fără auth")));
-        QCOMPARE(servers[0].sourceID, std::nullopt);
-        QCOMPARE(servers[1].sourceID, std::optional<QString>(QStringLiteral("github")));
-        QCOMPARE(servers[1].bearerToken, QStringLiteral("second"));
-        QCOMPARE(servers[1].authLabel, std::optional<QString>(QStringLiteral("Token")));
-    }
-
-    void switchingOffKeepsTheServerAndDeletingRemovesIt()
+    // Reconnecting a service, switching one off (by an id in another case, as QML may pass it)
+    // and deleting one leave exactly that list after a restart.
+    void serverListEditsSurviveARestart()
     {
         QString offID;
         {
@@ -54,51 +35,75 @@ private Q_SLOTS:
             CompanionActions actions(&store);
             actions.addManualServer("A", "https://a.example/mcp", "t");
             actions.addManualServer("B", "https://b.example/mcp", {});
+            actions.saveGalleryConnection("github", "first", "OAuth");
+            actions.saveGalleryConnection("github", "second", "Token");
+            actions.saveGalleryConnection("no-such-item", "x", "Token");
             const auto servers = store.settings()->mcpServers();
             offID = servers[0].idString();
-            // The views pass the ids they read from QML; case must not matter.
             actions.setServerEnabled(offID.toLower(), false);
             actions.removeServer(servers[1].idString());
-
-            const QVariantList shown = store.settings()->mcpServerList();
-            QCOMPARE(shown.size(), 1);
-            QCOMPARE(shown[0].value<MCPServerConfig>().enabled, false);
+            const auto shown = store.settings()->property("mcpServers").value<QList<MCPServerConfig>>();
+            QCOMPARE(shown, store.settings()->mcpServers());
         }
-        const auto servers = storedServers();
-        QCOMPARE(servers.size(), 1);
+        const auto servers = AppSettings().mcpServers();
+        QCOMPARE(servers.size(), 2);
         QCOMPARE(servers[0].idString(), offID);
         QVERIFY(!servers[0].enabled);
         QCOMPARE(servers[0].authLabel, std::optional<QString>(QStringLiteral("Token")));
+        QCOMPARE(servers[1].sourceID, std::optional<QString>(QStringLiteral("github")));
+        QCOMPARE(servers[1].bearerToken, QStringLiteral("second"));
     }
 
-    void galleryChecksAndKeyTestReachTheViews()
+    void manualEndpointsAreCheckedBeforeTheyAreSaved_data()
     {
+        QTest::addColumn<QString>("endpoint");
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("https") << "https://mcp.example.com/mcp" << true;
+        QTest::newRow("http with port, padded") << " http://127.0.0.1:8080 " << true;
+        QTest::newRow("no scheme") << "mcp.example.com" << false;
+        QTest::newRow("scheme only") << "https://" << false;
+        QTest::newRow("other scheme") << "ftp://x.y" << false;
+        QTest::newRow("space in host") << "https://a b.com" << false;
+        QTest::newRow("space in path") << "https://a.com/m cp" << false;
+        QTest::newRow("empty") << "" << false;
+    }
+
+    void manualEndpointsAreCheckedBeforeTheyAreSaved()
+    {
+        QFETCH(QString, endpoint);
+        QFETCH(bool, accepted);
         ChatStore store;
         CompanionActions actions(&store);
-        const QVariantList gallery = actions.gallery();
-        QCOMPARE(gallery.size(), MCPGalleryItem::gallery().size());
-        QCOMPARE(gallery.first().value<MCPGalleryItem>().id, QStringLiteral("linear"));
-        QCOMPARE(gallery.last().value<MCPGalleryItem>().id, QStringLiteral("google-calendar"));
+        QCOMPARE(CompanionActions::endpointError(endpoint).isEmpty(), accepted);
+        const QString refusal = actions.addManualServer(QStringLiteral("Unelte"), endpoint, {});
+        QCOMPARE(refusal, CompanionActions::endpointError(endpoint));
+        QCOMPARE(store.settings()->mcpServers().size(), accepted ? 1 : 0);
+    }
 
-        // Nothing listens on port 1: the check fails and says so instead of hanging or crashing.
-        actions.addManualServer("Mort", "http://127.0.0.1:1/mcp", {});
+    void checksAndTheKeyTestAnswerWithTheReason()
+    {
+        ScopedEnvironment zen("KELO_ZEN_BASE_URL", QStringLiteral("http://127.0.0.1:1"));
+        ChatStore store;
+        CompanionActions actions(&store);
+        QCOMPARE(actions.gallery().first().id, QStringLiteral("linear"));
+        QCOMPARE(AsyncTest::await(actions.serverCheckText(QStringLiteral("missing"))),
+            QStringLiteral("Serverul nu mai există în listă."));
+
+        // Nothing listens on port 1: the answer says why instead of hanging or throwing.
+        actions.addManualServer(QStringLiteral("Mort"), QStringLiteral("http://127.0.0.1:1/mcp"), {});
         const QString id = store.settings()->mcpServers().first().idString();
-        QSignalSpy spy(&actions, &CompanionActions::serverChecked);
+        QVERIFY(!AsyncTest::await(actions.serverCheckText(id)).trimmed().isEmpty());
+        QVERIFY(AsyncTest::await(actions.zenTestText()).startsWith(QStringLiteral("Conexiune eșuată")));
+    }
 
-        actions.checkServer("missing");
-        QCOMPARE(spy.count(), 1);
-        QCOMPARE(spy[0][0].toString(), QStringLiteral("missing"));
-        QCOMPARE(spy[0][1].toString(), QStringLiteral("Serverul nu mai există în listă."));
-
-        actions.checkServer(id);
-        QVERIFY(spy.wait(30000));
-        QCOMPARE(spy[1][0].toString(), id);
-        QVERIFY(!spy[1][1].toString().trimmed().isEmpty());
-
-        QSignalSpy tested(&actions, &CompanionActions::zenConnectionTested);
-        actions.testZenConnection();
-        QVERIFY(tested.count() == 1 || tested.wait(30000));
-        QVERIFY(!tested[0][0].toString().isEmpty());
+    void anErrorEscapingADetachedTaskIsLogged()
+    {
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^kelo: .+")));
+        detached([]() -> QCoro::Task<> {
+            co_await QCoro::sleepFor(std::chrono::milliseconds(1));
+            throw std::runtime_error("lost");
+        }());
+        QTest::qWait(50);
     }
 };
 

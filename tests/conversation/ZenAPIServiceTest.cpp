@@ -12,6 +12,8 @@
 
 using Reply = FakeHttpServer::Reply;
 
+Q_DECLARE_METATYPE(QList<ZenToolCall>)
+
 namespace {
 
 QJsonObject object(const char *json)
@@ -38,6 +40,17 @@ Reply chatReply(const char *assistantMessage)
 {
     return Reply::json(
         QJsonObject { { "choices", QJsonArray { QJsonObject { { "message", object(assistantMessage) } } } } });
+}
+
+// The JSON object as a single-line event.
+QByteArray sseEvent(const QByteArray &json)
+{
+    return "data: " + QJsonDocument::fromJson(json).toJson(QJsonDocument::Compact) + "\n\n";
+}
+
+QByteArray chatDelta(const char *delta)
+{
+    return sseEvent(QByteArray(R"({"choices":[{"delta":)") + delta + "}]}");
 }
 
 Reply jsonReply(const char *json)
@@ -148,7 +161,7 @@ private Q_SLOTS:
         AsyncTest::await(m_service->fetchModels(QStringLiteral("\tsk-2 ")));
         const auto post = m_server->requests("/chat/completions").first();
         QCOMPARE(post.header("Authorization"), QByteArray("Bearer sk-1"));
-        QCOMPARE(post.header("Accept"), QByteArray("application/json"));
+        QCOMPARE(post.header("Accept"), QByteArray("text/event-stream, application/json"));
         QCOMPARE(post.header("Content-Type"), QByteArray("application/json"));
         const auto get = m_server->requests("/models").first();
         QCOMPARE(get.header("Authorization"), QByteArray("Bearer sk-2"));
@@ -158,6 +171,7 @@ private Q_SLOTS:
         QCOMPARE(plain.value("model").toString(), QStringLiteral("big-pickle"));
         QCOMPARE(plain.value("messages").toArray(), messages);
         QCOMPARE(plain.value("temperature").toDouble(), 0.55);
+        QCOMPARE(plain.value("stream"), QJsonValue(true));
         QVERIFY(!plain.contains("tools"));
         QVERIFY(!plain.contains("tool_choice"));
 
@@ -363,6 +377,7 @@ private Q_SLOTS:
 
         const QJsonObject body = m_server->requests("/chat/completions").first().json();
         QVERIFY(!body.contains("tools"));
+        QVERIFY(!body.contains("stream"));
         const QJsonArray messages = body.value("messages").toArray();
         QCOMPARE(messages.size(), 2);
         QCOMPARE(messages.at(0).toObject(),
@@ -380,6 +395,125 @@ private Q_SLOTS:
         QCOMPARE(AsyncTest::await(m_service->summarizeMemory(QStringLiteral("k"), QStringLiteral("gpt-4o"), {}, {})),
             QStringLiteral("rezumat"));
         QCOMPARE(m_server->requests("/responses").first().json().value("input").toArray().size(), 2);
+        QVERIFY(!m_server->requests("/responses").first().json().contains("stream"));
+    }
+
+    // Each stream is sent in the chunks given; with "holds open" the server keeps the connection
+    // after them, so only the stream's own end can finish the answer.
+    void streamedAnswersArriveInPieces_data()
+    {
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QList<QByteArray>>("chunks");
+        QTest::addColumn<QString>("ending");
+        QTest::addColumn<QStringList>("deltas");
+        QTest::addColumn<QList<ZenToolCall>>("toolCalls");
+        QTest::addColumn<QString>("error");
+        const QString pickle = QStringLiteral("big-pickle");
+        const QList<ZenToolCall> none;
+
+        QTest::newRow("text, a letter split between chunks")
+            << pickle
+            << QList<QByteArray> { chatDelta(R"({"role":"assistant","content":"Bu"})").chopped(1),
+                   "\ndata: {\"choices\":[{\"delta\":{\"content\":\"n\xc4", "\x83 ziua\"}}]}\r\n\r\n",
+                   "data: [DONE]\n\n" }
+            << "holds open" << QStringList { "Bu", "nă ziua" } << none << QString();
+        QTest::newRow("tool calls by index, out of order, arguments in pieces")
+            << pickle
+            << QList<QByteArray> { chatDelta(R"({"tool_calls":[{"index":1,"id":"c2",
+                                       "function":{"name":"kelo_fetch_url","arguments":"{\u0022url\u0022"}}]})"),
+                   chatDelta(R"({"tool_calls":[{"index":0,"id":"c1","function":{"name":"kelo_web_search"}}]})"),
+                   chatDelta(R"({"tool_calls":[{"index":1,"function":{"arguments":":\u0022a.ro\u0022}"}},
+                       {"index":0,"id":"","function":{"name":"","arguments":"{\u0022query\u0022:\u0022vreme\u0022}"}}]})"),
+                   sseEvent(R"({"choices":[{"delta":{},"finish_reason":"tool_calls"}]})") + "data: [DONE]\n\n" }
+            << "holds open" << QStringList {}
+            << QList<ZenToolCall> { { "c1", "kelo_web_search", object(R"({"query":"vreme"})") },
+                   { "c2", "kelo_fetch_url", object(R"({"url":"a.ro"})") } }
+            << QString();
+        QTest::newRow("arguments that never become JSON, a call without a name, [DONE] without blank line")
+            << pickle
+            << QList<QByteArray> { chatDelta(R"({"content":"Caut","tool_calls":[
+                   {"index":0,"id":"c1","function":{"name":"kelo_web_search","arguments":"\u007b\u0022query\u0022:"}},
+                   {"index":1,"id":"c2","function":{"arguments":"{}"}}]})"),
+                   "data: [DONE]" }
+            << "closes" << QStringList { "Caut" } << QList<ZenToolCall> { { "c1", "kelo_web_search", {} } }
+            << QString();
+        QTest::newRow("noise passed over, nothing after [DONE]")
+            << pickle
+            << QList<QByteArray> { ": keep-alive\n\nevent: ping\ndata: {\"type\":\"ping\"}\n\n",
+                   "data: {not json\n\ndata: [1,2]\n\nretry: 10\nid: 4\n\ndata: {\"choices\":7}\n\n",
+                   chatDelta(R"({"content":"ok"})"), "data: [DONE]\n\n" + chatDelta(R"({"content":"după"})") }
+            << "holds open" << QStringList { "ok" } << none << QString();
+        QTest::newRow("one JSON object instead of a stream")
+            << pickle << QList<QByteArray> { R"({"choices":[{"message":{"content":"întreg"}}]})" } << "json"
+            << QStringList { "întreg" } << none << QString();
+        QTest::newRow("responses protocol, text deltas")
+            << "gpt-4o"
+            << QList<QByteArray> { "event: response.created\n" + sseEvent(R"({"type":"response.created"})"),
+                   "event: response.output_text.delta\n"
+                       + sseEvent(R"({"type":"response.output_text.delta","delta":"Sal"})"),
+                   sseEvent(R"({"type":"response.output_text.delta","delta":"ut"})"),
+                   sseEvent(R"({"type":"response.completed","response":{"output_text":"Salut"}})") }
+            << "holds open" << QStringList { "Sal", "ut" } << none << QString();
+        QTest::newRow("responses protocol, only the completed response")
+            << "gpt-4o"
+            << QList<QByteArray> { sseEvent(
+                   R"({"type":"response.completed","response":{"output":[{"content":[{"text":"gata"}]}]}})") }
+            << "holds open" << QStringList { "gata" } << none << QString();
+
+        QTest::newRow("error object halfway")
+            << pickle
+            << QList<QByteArray> { chatDelta(R"({"content":"Început"})"),
+                   sseEvent(R"({"error":{"message":"Limită depășită"}})"), chatDelta(R"({"content":"nu"})") }
+            << "closes" << QStringList { "Început" } << none << "Limită depășită";
+        QTest::newRow("error event") << pickle
+                                     << QList<QByteArray> { sseEvent(R"({"type":"error","message":"Ocupat"})") }
+                                     << "closes" << QStringList {} << none << "Ocupat";
+        QTest::newRow("failed response")
+            << "gpt-4o"
+            << QList<QByteArray> { sseEvent(R"({"type":"response.output_text.delta","delta":"Da"})")
+                   + sseEvent(R"({"type":"response.failed","response":{"error":{"message":"Model indisponibil"}}})") }
+            << "closes" << QStringList { "Da" } << none << "Model indisponibil";
+        QTest::newRow("an event of megabytes")
+            << pickle << QList<QByteArray> { chatDelta(R"({"content":"a"})"), "data: " + QByteArray(2 << 20, 'x') }
+            << "closes" << QStringList { "a" } << none << "Răspunsul serverului este prea mare.";
+        QTest::newRow("connection dropped before the end")
+            << pickle << QList<QByteArray> { chatDelta(R"({"content":"Jumă"})") } << "drops" << QStringList { "Jumă" }
+            << none << "Conexiunea la rețea s-a întrerupt.";
+        QTest::newRow("nothing but noise")
+            << pickle << QList<QByteArray> { ": ping\n\n", "data: {oops\n\n" } << "closes" << QStringList {} << none
+            << "OpenCode Zen a returnat un răspuns neașteptat.";
+    }
+
+    void streamedAnswersArriveInPieces()
+    {
+        QFETCH(QString, model);
+        QFETCH(QList<QByteArray>, chunks);
+        QFETCH(QString, ending);
+        QFETCH(QStringList, deltas);
+        QFETCH(QList<ZenToolCall>, toolCalls);
+        QFETCH(QString, error);
+        Reply reply = Reply::eventStreamChunks(chunks, 10);
+        if (ending == QLatin1String("json"))
+            reply.headers = { { "Content-Type", "application/json" } };
+        reply.holdOpenAfterChunks = ending == QLatin1String("holds open");
+        reply.dropAfterChunks = ending == QLatin1String("drops");
+        m_server->on("POST", "/chat/completions", reply);
+        m_server->on("POST", "/responses", reply);
+
+        QStringList received;
+        ZenAPIService::AssistantResult result;
+        QString failure;
+        try {
+            result = AsyncTest::await(m_service->completeChat(QStringLiteral("key"), model, oneUserMessage(),
+                { searchTool() }, [&received](const QString &delta) { received.append(delta); }));
+        } catch (const KeloError &thrown) {
+            failure = thrown.description();
+        }
+        QCOMPARE(failure, error);
+        QCOMPARE(received, deltas);
+        QCOMPARE(result.text, error.isEmpty() ? deltas.join(QString()) : QString());
+        QCOMPARE(result.toolCalls, toolCalls);
+        QCOMPARE(m_server->requests().last().json().value("stream"), QJsonValue(true));
     }
 };
 

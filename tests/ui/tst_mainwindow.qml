@@ -1,12 +1,10 @@
 import QtQuick
 import QtTest
+import Kelo.Testing
 
 Item {
     width: 10
     height: 10
-
-    FakeStore { id: store }
-    FakeActions { id: actions }
 
     TestCase {
         name: "MainWindow"
@@ -15,14 +13,14 @@ Item {
         function openWindow(trayAvailable) {
             var component = Qt.createComponent("qrc:/qt/qml/Kelo/Main.qml")
             compare(component.status, Component.Ready, component.errorString())
-            var window = component.createObject(null, { store: store, actions: actions, trayAvailable: trayAvailable })
+            var window = component.createObject(null, { store: Real.store, actions: Real.actions, trayAvailable: trayAvailable })
             window.show()
             tryVerify(function () { return window.visible })
             return window
         }
 
         function test_closingWithTheBackgroundConversationHidesToTheTrayAndStopsTheOrb() {
-            store.settings.backgroundConversationEnabled = true
+            Real.store.settings.backgroundConversationEnabled = true
             var window = openWindow(true)
             var root = findChild(window.contentItem, "rootView")
             var orb = findChild(window.contentItem, "orb")
@@ -44,7 +42,7 @@ Item {
         }
 
         function test_withoutATrayClosingReallyCloses() {
-            store.settings.backgroundConversationEnabled = true
+            Real.store.settings.backgroundConversationEnabled = true
             var window = openWindow(false)
             window.close()
             tryVerify(function () { return !window.visible })

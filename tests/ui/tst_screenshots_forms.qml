@@ -2,29 +2,29 @@ import QtQuick
 import QtQuick.Controls
 import QtTest
 import Kelo
+import Kelo.Core
+import Kelo.Testing
 
-// Offscreen pictures of the connections and settings screens (tall, so the whole form shows).
+// Offscreen pictures of the connections and settings screens (tall, so the whole form shows), saved
+// for review next to the build, each checked where it must differ.
 Item {
     id: root
     width: 620
     height: 2900
 
-    FakeStore { id: store }
-    FakeActions { id: actions }
-
     SkillsView {
         id: skills
         visible: false
         anchors.fill: parent
-        store: store
-        actions: actions
+        store: Real.store
+        actions: Real.actions
     }
     SettingsView {
         id: settingsView
         visible: false
         anchors.fill: parent
-        store: store
-        actions: actions
+        store: Real.store
+        actions: Real.actions
     }
 
     TestCase {
@@ -41,59 +41,57 @@ Item {
             waitForRendering(item)
             wait(120)
             var image = grabImage(item)
-            verify(image.width > 0 && image.height > 0, fileName)
             image.save(screenshotDir + "/" + fileName + ".png")
+            return image
         }
 
-        function test_1_skillsLists() {
+        // The colour of a card's top border in the middle, where a selected card draws the accent.
+        function borderColour(image, card) {
+            var point = card.mapToItem(settingsView, card.width / 2, 0.5)
+            return image.pixel(point.x, point.y)
+        }
+
+        function test_1_skillsListsAndSheets() {
             show(skills, 1400)
-            store.settings.mcpServers = []
-            shoot(skills, "skills-empty")
+            var empty = shoot(skills, "skills-empty")
             root.height = 1500
-            store.settings.mcpServers = [
-                { id: "A", name: "GitHub", endpoint: "https://api.githubcopilot.com/mcp/", enabled: true, sourceID: "github", authLabel: "OAuth" },
-                { id: "B", name: "Unelte interne", endpoint: "https://tools.example/mcp", enabled: false, sourceID: "", authLabel: "Fără auth" }
-            ]
+            Real.actions.saveGalleryConnection("github", "ghp_abc", "OAuth")
+            Real.actions.addManualServer("Unelte interne", "https://tools.example/mcp", "")
             skills.toolResult = "search_issues — Caută issues după text\nget_pull_request — Citește un pull request"
-            shoot(skills, "skills-connected")
-        }
+            root.height = 1400
+            var connected = shoot(skills, "skills-connected")
+            verify(!empty.equals(connected), "the connected servers changed nothing on screen")
+            verify(findChild(findChild(skills, "galleryRow_github"), "connectedBadge").visible)
+            verify(!findChild(findChild(skills, "galleryRow_linear"), "connectedBadge").visible)
 
-        function test_2_skillsSheets() {
-            show(skills, 940)
-            skills.openGalleryItem(actions.gallery[0])
+            skills.openGalleryItem(Real.actions.gallery[0])
             var sheet = findChild(skills, "connectSheet")
             tryVerify(function () { return sheet.opened })
             sheet.errorText = "Serverul OAuth nu a răspuns la timp."
-            shoot(skills, "skills-oauth-sheet")
+            verify(!connected.equals(shoot(skills, "skills-oauth-sheet")), "the sheet did not show")
             sheet.close()
             tryVerify(function () { return !sheet.visible })
-
-            var manual = findChild(skills, "manualSheet")
-            manual.open()
-            tryVerify(function () { return manual.opened })
-            manual.name = "Unelte interne"
-            manual.endpoint = "https://tools.example/mcp"
-            shoot(skills, "skills-manual-sheet")
-            manual.close()
-            tryVerify(function () { return !manual.visible })
         }
 
-        function test_3_settingsPerEngine_data() {
-            return [{ tag: "local", engine: "Apple Local" }, { tag: "google", engine: "Google Cloud TTS" },
-                    { tag: "azure", engine: "Azure Speech" }, { tag: "eleven", engine: "ElevenLabs" }]
+        function test_2_settingsPerEngine_data() {
+            return [{ tag: "local", engine: "Apple Local", key: "appleLocal" },
+                    { tag: "google", engine: "Google Cloud TTS", key: "googleCloud" },
+                    { tag: "azure", engine: "Azure Speech", key: "azureSpeech" },
+                    { tag: "eleven", engine: "ElevenLabs", key: "elevenLabs" }]
         }
 
-        function test_3_settingsPerEngine(data) {
+        function test_2_settingsPerEngine(data) {
             show(settingsView, 2900)
-            store.settings.zenAPIKey = "sk-test"
-            store.zenModels = [{ id: "big-pickle", name: "Big Pickle", isFree: true }, { id: "gpt-5", name: "GPT 5", isFree: false }]
-            store.speech.romanianVoices = [{ identifier: "ro", name: "Romanian", quality: "default" }]
-            store.speech.bestVoiceDescription = "Romanian (espeak-ng) · Standard"
-            store.speech.azureVoices = [{ id: "ro-RO-AlinaNeural", name: "Alina", gender: "Female" }, { id: "ro-RO-EmilNeural", name: "Emil", gender: "Male" }]
-            store.settings.voiceEngine = data.engine
-            store.speech.lastError = data.tag === "eleven" ? "ElevenLabs: cheia API lipsește." : ""
-            store.memory.summary = data.tag === "local" ? "" : "Utilizatorul se numește Ana, lucrează ca arhitect și preferă răspunsuri scurte."
-            shoot(settingsView, "settings-" + data.tag)
+            Real.store.settings.voiceEngine = data.engine
+            var image = shoot(settingsView, "settings-" + data.tag)
+            var cards = ViewPresets.voiceEngineCards
+            for (var i = 0; i < cards.length; ++i) {
+                var colour = borderColour(image, findChild(settingsView, "engineCard_" + cards[i].key))
+                if (cards[i].key === data.key)
+                    compare(String(colour), String(Theme.accent), "the chosen card is outlined")
+                else
+                    verify(String(colour) !== String(Theme.accent), cards[i].key + " is outlined too")
+            }
         }
     }
 }

@@ -1,5 +1,9 @@
+#include "CompanionActions.h"
+#include "TemporaryHome.h"
+#include "conversation/ChatStore.h"
 #include "ui/IconTheme.h"
 
+#include <QCoroQml>
 #include <QDir>
 #include <QQmlContext>
 #include <QQmlEngine>
@@ -20,7 +24,30 @@ extern "C" const char *__asan_default_options()
 #endif
 #endif
 
-// Material dark like the app, the app's icon theme, and a place for the screenshots.
+// The real store and actions the views are tested against, in a home of their own for each test
+// file's engine, so no file sees what another saved.
+class RealObjects : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(ChatStore *store READ store CONSTANT)
+    Q_PROPERTY(CompanionActions *actions READ actions CONSTANT)
+
+public:
+    RealObjects()
+        : m_actions(&m_store)
+    { }
+
+    ChatStore *store() { return &m_store; }
+    CompanionActions *actions() { return &m_actions; }
+
+private:
+    TemporaryHome m_home;
+    ChatStore m_store;
+    CompanionActions m_actions;
+};
+
+// Material dark like the app, the app's icon theme, the model service pointed at a closed port, and
+// a place for the screenshots.
 class ViewTestSetup : public QObject
 {
     Q_OBJECT
@@ -30,10 +57,17 @@ public:
     {
         qputenv("QT_QUICK_CONTROLS_STYLE", "Material");
         qputenv("QT_QUICK_CONTROLS_MATERIAL_THEME", "Dark");
+        qputenv("KELO_ZEN_BASE_URL", "http://127.0.0.1:1");
     }
 
 public Q_SLOTS:
-    void applicationAvailable() { IconTheme::ensureSymbolicIcons(); }
+    void applicationAvailable()
+    {
+        IconTheme::ensureSymbolicIcons();
+        QCoro::Qml::registerTypes();
+        qmlRegisterSingletonType<RealObjects>(
+            "Kelo.Testing", 1, 0, "Real", [](QQmlEngine *, QJSEngine *) { return new RealObjects; });
+    }
 
     void qmlEngineAvailable(QQmlEngine *engine)
     {

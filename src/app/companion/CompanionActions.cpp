@@ -1,14 +1,14 @@
 #include "CompanionActions.h"
 
 #include "conversation/ChatStore.h"
+#include "net/Detached.h"
 #include "net/KeloError.h"
 #include "settings/AppSettings.h"
+#include "skills/MCPEndpoint.h"
 #include "skills/MCPGalleryItem.h"
 #include "skills/MCPOAuthManager.h"
-#include "system/SystemDoctor.h"
-#include "system/VariantLists.h"
-#include "skills/MCPEndpoint.h"
 #include "skills/MCPServerListEditor.h"
+#include "system/SystemDoctor.h"
 #include "voice/SpeechService.h"
 
 #include <QProcess>
@@ -20,9 +20,9 @@ CompanionActions::CompanionActions(ChatStore *store, QObject *parent)
     , m_doctor(new SystemDoctor(store, this))
 { }
 
-QVariantList CompanionActions::gallery() const
+QList<MCPGalleryItem> CompanionActions::gallery()
 {
-    return VariantLists::from(MCPGalleryItem::gallery());
+    return MCPGalleryItem::gallery();
 }
 
 void CompanionActions::clearConversation()
@@ -35,47 +35,39 @@ void CompanionActions::clearMemory()
     m_store->clearMemory();
 }
 
-void CompanionActions::testZenConnection()
+QCoro::QmlTask CompanionActions::testZenConnection()
 {
-    runZenTest();
+    return zenTestText();
 }
 
-QCoro::Task<> CompanionActions::runZenTest()
+QCoro::Task<QString> CompanionActions::zenTestText()
 {
-    QPointer<CompanionActions> self(this);
-    QString text;
+    // The failure is the answer the view shows, so it ends here as text.
     try {
-        text = co_await m_store->testZenConnection();
+        QString text = co_await m_store->testZenConnection();
+        co_return text;
     } catch (...) {
-        text = describeException(std::current_exception());
+        co_return describeException(std::current_exception());
     }
-    if (self)
-        Q_EMIT self->zenConnectionTested(text);
 }
 
 void CompanionActions::loadVoices(const QString &engine)
 {
-    runVoiceLoad(engine);
+    detached(runVoiceLoad(engine));
 }
 
 QCoro::Task<> CompanionActions::runVoiceLoad(QString engine)
 {
     AppSettings *settings = m_store->settings();
     SpeechService *speech = m_store->speech();
-    // The speech service reports its own failures through lastError; this only keeps an
-    // unexpected exception from escaping a coroutine nobody awaits.
-    try {
-        const auto preset = Presets::voiceEngineFromRawValue(engine);
-        if (preset == VoiceEnginePreset::googleCloud)
-            co_await speech->refreshGoogleVoices(settings->googleTTSAPIKey().trimmed());
-        else if (preset == VoiceEnginePreset::azureSpeech)
-            co_await speech->refreshAzureVoices(
-                settings->azureSpeechKey().trimmed(), settings->azureRegion().trimmed());
-        else if (preset == VoiceEnginePreset::elevenLabs)
-            co_await speech->refreshElevenVoices(settings->elevenAPIKey().trimmed());
-    } catch (...) {
-        qWarning("kelo: încărcarea vocilor a eșuat: %s", qPrintable(describeException(std::current_exception())));
-    }
+    // The speech service reports its own failures through lastError.
+    const auto preset = Presets::voiceEngineFromRawValue(engine);
+    if (preset == VoiceEnginePreset::googleCloud)
+        co_await speech->refreshGoogleVoices(settings->googleTTSAPIKey().trimmed());
+    else if (preset == VoiceEnginePreset::azureSpeech)
+        co_await speech->refreshAzureVoices(settings->azureSpeechKey().trimmed(), settings->azureRegion().trimmed());
+    else if (preset == VoiceEnginePreset::elevenLabs)
+        co_await speech->refreshElevenVoices(settings->elevenAPIKey().trimmed());
 }
 
 void CompanionActions::previewVoice(const QString &engine)
@@ -88,16 +80,12 @@ void CompanionActions::previewVoice(const QString &engine)
         m_store->speech()->speak(SpeechService::localVoiceSample(), m_store->settings());
         return;
     }
-    runCloudPreview(engine);
+    detached(runCloudPreview(*preset));
 }
 
-QCoro::Task<> CompanionActions::runCloudPreview(QString engine)
+QCoro::Task<> CompanionActions::runCloudPreview(VoiceEnginePreset engine)
 {
-    try {
-        co_await m_store->speech()->previewCloudVoice(*Presets::voiceEngineFromRawValue(engine), m_store->settings());
-    } catch (...) {
-        qWarning("kelo: testul vocii a eșuat: %s", qPrintable(describeException(std::current_exception())));
-    }
+    co_await m_store->speech()->previewCloudVoice(engine, m_store->settings());
 }
 
 bool CompanionActions::openSpeechSettings()
@@ -109,28 +97,29 @@ bool CompanionActions::openSpeechSettings()
     return QProcess::startDetached(gnomeControlCenter, { QStringLiteral("universal-access") });
 }
 
-void CompanionActions::checkServer(const QString &serverID)
+QCoro::QmlTask CompanionActions::checkServer(const QString &serverID)
 {
-    runServerCheck(serverID);
+    return serverCheckText(serverID);
 }
 
-QCoro::Task<> CompanionActions::runServerCheck(QString serverID)
+QCoro::Task<QString> CompanionActions::serverCheckText(QString serverID)
 {
-    QPointer<CompanionActions> self(this);
     const MCPServerConfig *found = MCPServerListEditor::find(m_store->settings()->mcpServers(), serverID);
-    if (!found) {
-        Q_EMIT serverChecked(serverID, QStringLiteral("Serverul nu mai există în listă."));
-        co_return;
-    }
+    if (!found)
+        co_return QStringLiteral("Serverul nu mai există în listă.");
     const MCPServerConfig server = *found;
-    QString text;
+    // The failure is the answer the view shows, so it ends here as text.
     try {
-        text = co_await m_store->listMCPTools(server);
+        QString text = co_await m_store->listMCPTools(server);
+        co_return text;
     } catch (...) {
-        text = describeException(std::current_exception());
+        co_return describeException(std::current_exception());
     }
-    if (self)
-        Q_EMIT self->serverChecked(serverID, text);
+}
+
+QString CompanionActions::endpointError(const QString &endpoint)
+{
+    return MCPEndpoint::validationError(endpoint);
 }
 
 void CompanionActions::setServerEnabled(const QString &serverID, bool enabled)
@@ -162,16 +151,17 @@ void CompanionActions::saveGalleryConnection(const QString &itemID, const QStrin
     serversChanged();
 }
 
-void CompanionActions::addManualServer(const QString &name, const QString &endpoint, const QString &token)
+QString CompanionActions::addManualServer(const QString &name, const QString &endpoint, const QString &token)
 {
-    // The sheet refuses such an address first; the list must never hold one either.
-    if (!MCPEndpoint::validationError(endpoint).isEmpty())
-        return;
+    const QString refusal = MCPEndpoint::validationError(endpoint);
+    if (!refusal.isEmpty())
+        return refusal;
     AppSettings *settings = m_store->settings();
     QList<MCPServerConfig> servers = settings->mcpServers();
     servers.append(MCPServerListEditor::manualServer(name, endpoint, token));
     settings->setMcpServers(servers);
     serversChanged();
+    return {};
 }
 
 void CompanionActions::serversChanged()

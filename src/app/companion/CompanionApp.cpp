@@ -10,6 +10,7 @@
 #include "system/LiveActivityManager.h"
 #include "ui/IconTheme.h"
 
+#include <QCoroQml>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QQuickStyle>
@@ -55,6 +56,8 @@ bool CompanionApp::start()
 {
     const bool trayAvailable = CompanionTray::isAvailable();
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+    // The actions hand results to the views as QCoro tasks.
+    QCoro::Qml::registerTypes();
     m_engine.setInitialProperties({
         { QStringLiteral("store"), QVariant::fromValue(m_store.get()) },
         { QStringLiteral("actions"), QVariant::fromValue(m_actions.get()) },

@@ -1,0 +1,21 @@
+#include "Detached.h"
+
+#include "KeloError.h"
+
+#include <QtGlobal>
+
+namespace {
+QCoro::Task<> awaitAndLog(QCoro::Task<> task)
+{
+    try {
+        co_await std::move(task);
+    } catch (...) {
+        qWarning("kelo: %s", qPrintable(describeException(std::current_exception())));
+    }
+}
+} // namespace
+
+void detached(QCoro::Task<> task)
+{
+    awaitAndLog(std::move(task));
+}
