@@ -314,12 +314,17 @@ QList<ZenModel> ZenAPIService::parseModelList(const HttpReply &reply)
     return models;
 }
 
-QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(
-    QString apiKey, QString modelID, QJsonArray messages, QList<ZenToolDefinition> tools)
+QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(QString apiKey, QString modelID,
+    QJsonArray messages, QList<ZenToolDefinition> tools, ContentSink onContent)
 {
     const QString route = modelID.trimmed().toLower();
-    if (route.startsWith(QLatin1String("gpt-")) || route.contains(QLatin1String("muse-spark")))
-        co_return co_await completeResponses(std::move(apiKey), std::move(modelID), std::move(messages));
+    if (route.startsWith(QLatin1String("gpt-")) || route.contains(QLatin1String("muse-spark"))) {
+        AssistantResult responses
+            = co_await completeResponses(std::move(apiKey), std::move(modelID), std::move(messages));
+        if (onContent && !responses.text.isEmpty())
+            onContent(responses.text);
+        co_return responses;
+    }
     if (route.startsWith(QLatin1String("jev-")))
         throw ZenAPIError::makeUnsupportedModel(modelID);
 
@@ -333,7 +338,10 @@ QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(
     const HttpReply reply
         = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/chat/completions"), key, true),
             JsonSupport::compact(body), optionsWithLimits(chatTimeoutMs, chatDeadlineMs));
-    co_return parseChatCompletion(reply);
+    AssistantResult result = parseChatCompletion(reply);
+    if (onContent && !result.text.isEmpty())
+        onContent(result.text);
+    co_return result;
 }
 
 ZenAPIService::AssistantResult ZenAPIService::parseChatCompletion(const HttpReply &reply)

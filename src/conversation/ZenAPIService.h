@@ -8,8 +8,13 @@
 #include <QJsonArray>
 #include <QObject>
 
+#include <functional>
+
 class HttpClient;
 struct HttpReply;
+
+// Receives raw content text (reasoning tags included) of a streamed answer as it arrives.
+using ContentSink = std::function<void(const QString &delta)>;
 
 // The client of the OpenAI-compatible model service: model list, one completion (chat-completions
 // with tools, or the responses protocol for the models that need it) and the memory compaction.
@@ -33,8 +38,8 @@ public:
 
     QCoro::Task<QList<ZenModel>> fetchModels(QString apiKey);
     // `messages` are chat-completions message objects, already shaped by the caller.
-    QCoro::Task<AssistantResult> completeChat(
-        QString apiKey, QString modelID, QJsonArray messages, QList<ZenToolDefinition> tools);
+    QCoro::Task<AssistantResult> completeChat(QString apiKey, QString modelID, QJsonArray messages,
+        QList<ZenToolDefinition> tools, ContentSink onContent = {});
     QCoro::Task<QString> summarizeMemory(QString apiKey, QString modelID, QString previousSummary, QString transcript);
 
     // The readers of the service's replies; each throws ZenAPIError for a failed status or a body
