@@ -25,6 +25,18 @@ QVariant ChatMessageModel::data(const QModelIndex &index, int role) const
     }
 }
 
+QVariantMap ChatMessageModel::get(int row) const
+{
+    QVariantMap values;
+    if (row < 0 || row >= count())
+        return values;
+    const QModelIndex at = index(row);
+    const QHash<int, QByteArray> names = roleNames();
+    for (auto name = names.cbegin(); name != names.cend(); ++name)
+        values.insert(QString::fromLatin1(name.value()), data(at, name.key()));
+    return values;
+}
+
 QHash<int, QByteArray> ChatMessageModel::roleNames() const
 {
     return { { RoleRole, "role" }, { TextRole, "text" }, { FromAppRole, "fromApp" }, { DateRole, "date" } };

@@ -23,6 +23,8 @@ public:
     QVariant data(const QModelIndex &index, int role) const override;
     QHash<int, QByteArray> roleNames() const override;
     int count() const { return int(m_messages.size()); }
+    // One row as a map of its roles, like a QML ListModel's get(); empty outside the list.
+    Q_INVOKABLE QVariantMap get(int row) const;
 
     QList<ChatMessage> messages() const { return m_messages; }
     void reset(const QList<ChatMessage> &messages);

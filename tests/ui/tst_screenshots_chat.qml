@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtTest
 import Kelo
+import Kelo.Core
 
 // Offscreen pictures of the chat screen in each of its moods, saved for review next to the build.
 Item {
@@ -32,7 +33,7 @@ Item {
         }
 
         function conversation(count) {
-            return [store.message("assistant", "Salut. Sunt Kelo. Ține apăsat companionul și vorbește."),
+            return [store.message("assistant", "Salut. Sunt Kelo. Ține apăsat companionul și vorbește.", true),
                     store.message("user", "Ce vreme va fi mâine la Cluj?"),
                     store.message("assistant", "Mâine la Cluj-Napoca se anunță cer parțial noros, cu maxime de 14 °C și vânt slab dinspre vest. Seara s-ar putea să plouă puțin, așa că ia o umbrelă dacă ieși.")].slice(0, count)
         }
@@ -42,10 +43,10 @@ Item {
             return [
                 { tag: "chat-idle-no-key", noKey: true, activity: "Adaugă cheia OpenCode Zen în Setări" },
                 { tag: "chat-idle", activity: "Ține apăsat pentru a vorbi" },
-                { tag: "chat-listening", listening: true, level: 0.6, activity: "Kelo este gata" },
-                { tag: "chat-searching", thinking: true, tool: "Caut pe internet…", activity: busy, messages: 2 },
-                { tag: "chat-thinking", thinking: true, activity: busy, messages: 2 },
-                { tag: "chat-speaking", speaking: true, activity: busy, messages: 3 },
+                { tag: "chat-listening", listening: true, mood: ChatStore.Listening, level: 0.6, activity: "Kelo este gata" },
+                { tag: "chat-searching", thinking: true, mood: ChatStore.Searching, tool: "Caut pe internet…", activity: busy, messages: 2 },
+                { tag: "chat-thinking", thinking: true, mood: ChatStore.Thinking, activity: busy, messages: 2 },
+                { tag: "chat-speaking", speaking: true, mood: ChatStore.Speaking, activity: busy, messages: 3 },
                 { tag: "chat-conversation-sheet", sheet: true, activity: "Ține apăsat pentru a vorbi", messages: 3 }
             ]
         }
@@ -58,7 +59,8 @@ Item {
             store.speech.isSpeaking = !!data.speaking
             store.speech.inputLevel = data.level || 0
             store.activityText = data.activity
-            store.messages = conversation(data.messages || 1)
+            store.activity = data.mood || ChatStore.Idle
+            store.setMessages(conversation(data.messages || 1))
             rootView.chatView.showConversation = !!data.sheet
             if (data.sheet)
                 tryVerify(function () { return findChild(rootView, "conversationSheet").opened })
