@@ -102,14 +102,9 @@ QList<ZenToolDefinition> AgentTurn::builtInToolDefinitions()
 
 QString AgentTurn::visibleAnswer(const QString &text)
 {
-    static const QRegularExpression think(QStringLiteral("<think>.*?</think>"),
-        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
-    static const QRegularExpression analysis(QStringLiteral("<analysis>.*?</analysis>"),
-        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
-    QString cleaned = text;
-    cleaned.remove(think);
-    cleaned.remove(analysis);
-    return cleaned.trimmed();
+    ReasoningFilter filter;
+    const QString visible = filter.feed(text) + filter.finish();
+    return visible.trimmed();
 }
 
 QCoro::Task<QList<ZenToolDefinition>> AgentTurn::toolDefinitions(QList<MCPToolBinding> &bindings)

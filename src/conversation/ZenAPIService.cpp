@@ -1,5 +1,6 @@
 #include "ZenAPIService.h"
 
+#include "ChatCompletionStream.h"
 #include "ZenAPIError.h"
 #include "net/Endpoints.h"
 #include "net/HeaderValues.h"
@@ -17,10 +18,14 @@
 
 namespace {
 
-// A completion is not streamed: the service is silent while the model writes, so the inactivity
-// limit bounds the thinking and the deadline adds what the few kilobytes of the answer need.
+// A service may be silent while the model thinks (and a whole-piece answer is silent until it is
+// written), so the inactivity limit bounds the thinking; a stream that stalls that long fails
+// the same way. The deadline adds what the few kilobytes of the answer need.
 constexpr int chatTimeoutMs = 90'000;
 constexpr int chatDeadlineMs = 120'000;
+// A streamed answer keeps arriving while it is written: a stall is caught by the inactivity limit,
+// so the deadline only ends a service that never stops.
+constexpr int streamedChatDeadlineMs = 300'000;
 constexpr int modelListTimeoutMs = 30'000;
 constexpr int modelListDeadlineMs = 45'000;
 // A completion or a model list is a few kilobytes; anything near this is not a real answer.
@@ -38,11 +43,11 @@ QString trimmedKeyOrThrow(const QString &apiKey)
     return key;
 }
 
-QNetworkRequest makeRequest(const QString &url, const QString &key, bool hasBody)
+QNetworkRequest makeRequest(const QString &url, const QString &key, bool hasBody, bool streamed = false)
 {
     QNetworkRequest request { QUrl(url) };
     HeaderValues::set(request, "Authorization", "Bearer " + key.toUtf8());
-    request.setRawHeader("Accept", "application/json");
+    request.setRawHeader("Accept", streamed ? "text/event-stream, application/json" : "application/json");
     if (hasBody)
         request.setRawHeader("Content-Type", "application/json");
     return request;
@@ -55,6 +60,28 @@ HttpClient::Options optionsWithLimits(int timeoutMs, int deadlineMs)
     options.deadlineMs = deadlineMs;
     options.maxBodyBytes = maxReplyBytes;
     return options;
+}
+
+bool isEventStream(const HttpReply &head)
+{
+    return head.header("Content-Type").trimmed().toLower().startsWith("text/event-stream");
+}
+
+// An event-stream answer goes through `stream` as it arrives; anything else is kept whole.
+HttpClient::Options completionOptions(bool streamed, ChatCompletionStream &stream)
+{
+    HttpClient::Options options = optionsWithLimits(chatTimeoutMs, streamed ? streamedChatDeadlineMs : chatDeadlineMs);
+    if (streamed) {
+        options.streamsBody = isEventStream;
+        options.onChunk = [&stream](const QByteArray &chunk) { return stream.feed(chunk); };
+    }
+    return options;
+}
+
+void deliverWhole(const ZenAPIService::ContentSink &onContent, const QString &text)
+{
+    if (onContent && !text.isEmpty())
+        onContent(text);
 }
 
 // The first `limit` code points, never splitting a surrogate pair.
@@ -314,16 +341,21 @@ QList<ZenModel> ZenAPIService::parseModelList(const HttpReply &reply)
     return models;
 }
 
-QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(QString apiKey, QString modelID,
-    QJsonArray messages, QList<ZenToolDefinition> tools, ContentSink onContent)
+QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(
+    QString apiKey, QString modelID, QJsonArray messages, QList<ZenToolDefinition> tools, ContentSink onContent)
+{
+    return requestCompletion(
+        std::move(apiKey), std::move(modelID), std::move(messages), std::move(tools), true, std::move(onContent));
+}
+
+QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::requestCompletion(QString apiKey, QString modelID,
+    QJsonArray messages, QList<ZenToolDefinition> tools, bool streamed, ContentSink onContent)
 {
     const QString route = modelID.trimmed().toLower();
     if (route.startsWith(QLatin1String("gpt-")) || route.contains(QLatin1String("muse-spark"))) {
-        AssistantResult responses
-            = co_await completeResponses(std::move(apiKey), std::move(modelID), std::move(messages));
-        if (onContent && !responses.text.isEmpty())
-            onContent(responses.text);
-        co_return responses;
+        AssistantResult result = co_await completeResponses(
+            std::move(apiKey), std::move(modelID), std::move(messages), streamed, std::move(onContent));
+        co_return result;
     }
     if (route.startsWith(QLatin1String("jev-")))
         throw ZenAPIError::makeUnsupportedModel(modelID);
@@ -335,13 +367,19 @@ QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeChat(QString 
         body.insert(QStringLiteral("tools"), toolsJson(tools));
         body.insert(QStringLiteral("tool_choice"), QStringLiteral("auto"));
     }
+    if (streamed)
+        body.insert(QStringLiteral("stream"), true);
+    ChatCompletionStream stream(onContent);
     const HttpReply reply
-        = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/chat/completions"), key, true),
-            JsonSupport::compact(body), optionsWithLimits(chatTimeoutMs, chatDeadlineMs));
-    AssistantResult result = parseChatCompletion(reply);
-    if (onContent && !result.text.isEmpty())
-        onContent(result.text);
-    co_return result;
+        = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/chat/completions"), key, true, streamed),
+            JsonSupport::compact(body), completionOptions(streamed, stream));
+    if (!reply.streamed) {
+        AssistantResult whole = parseChatCompletion(reply);
+        deliverWhole(onContent, whole.text);
+        co_return whole;
+    }
+    stream.finish();
+    co_return AssistantResult { stream.text(), stream.toolCalls() };
 }
 
 ZenAPIService::AssistantResult ZenAPIService::parseChatCompletion(const HttpReply &reply)
@@ -356,14 +394,29 @@ ZenAPIService::AssistantResult ZenAPIService::parseChatCompletion(const HttpRepl
 }
 
 QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeResponses(
-    QString apiKey, QString modelID, QJsonArray messages)
+    QString apiKey, QString modelID, QJsonArray messages, bool streamed, ContentSink onContent)
 {
     const QString key = trimmedKeyOrThrow(apiKey);
-    const QJsonObject body { { QStringLiteral("model"), modelID },
-        { QStringLiteral("input"), responsesInput(messages) } };
-    const HttpReply reply = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/responses"), key, true),
-        JsonSupport::compact(body), optionsWithLimits(chatTimeoutMs, chatDeadlineMs));
-    co_return parseResponsesReply(reply);
+    QJsonObject body { { QStringLiteral("model"), modelID }, { QStringLiteral("input"), responsesInput(messages) } };
+    if (streamed)
+        body.insert(QStringLiteral("stream"), true);
+    ChatCompletionStream stream(onContent);
+    const HttpReply reply
+        = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/responses"), key, true, streamed),
+            JsonSupport::compact(body), completionOptions(streamed, stream));
+    if (!reply.streamed) {
+        AssistantResult whole = parseResponsesReply(reply);
+        deliverWhole(onContent, whole.text);
+        co_return whole;
+    }
+    stream.finish();
+    // A service that streams no text deltas still ends with the whole response.
+    if (stream.text().isEmpty() && stream.completedResponse()) {
+        AssistantResult whole { responsesText(*stream.completedResponse()), {} };
+        deliverWhole(onContent, whole.text);
+        co_return whole;
+    }
+    co_return AssistantResult { stream.text(), {} };
 }
 
 ZenAPIService::AssistantResult ZenAPIService::parseResponsesReply(const HttpReply &reply)
@@ -381,6 +434,7 @@ QCoro::Task<QString> ZenAPIService::summarizeMemory(
             { QStringLiteral("content"),
                 memoryRequestPreamble + previousSummary + QStringLiteral("\n\nConversație nouă:\n") + transcript } },
     };
-    const AssistantResult result = co_await completeChat(std::move(apiKey), std::move(modelID), messages, {});
+    const AssistantResult result
+        = co_await requestCompletion(std::move(apiKey), std::move(modelID), messages, {}, false, {});
     co_return result.text.trimmed();
 }

@@ -13,9 +13,6 @@
 class HttpClient;
 struct HttpReply;
 
-// Receives raw content text (reasoning tags included) of a streamed answer as it arrives.
-using ContentSink = std::function<void(const QString &delta)>;
-
 // The client of the OpenAI-compatible model service: model list, one completion (chat-completions
 // with tools, or the responses protocol for the models that need it) and the memory compaction.
 class ZenAPIService : public QObject
@@ -36,8 +33,13 @@ public:
 
     QString baseURL() const { return m_baseURL; }
 
+    // Receives raw content text (reasoning tags included) of a streamed answer as it arrives.
+    using ContentSink = std::function<void(const QString &delta)>;
+
     QCoro::Task<QList<ZenModel>> fetchModels(QString apiKey);
-    // `messages` are chat-completions message objects, already shaped by the caller.
+    // `messages` are chat-completions message objects, already shaped by the caller. The answer is
+    // streamed: onContent gets each piece of text in order (a service that answers in one piece
+    // gives it once), and a failure halfway throws after the pieces already delivered.
     QCoro::Task<AssistantResult> completeChat(QString apiKey, QString modelID, QJsonArray messages,
         QList<ZenToolDefinition> tools, ContentSink onContent = {});
     QCoro::Task<QString> summarizeMemory(QString apiKey, QString modelID, QString previousSummary, QString transcript);
@@ -49,7 +51,11 @@ public:
     static AssistantResult parseResponsesReply(const HttpReply &reply);
 
 private:
-    QCoro::Task<AssistantResult> completeResponses(QString apiKey, QString modelID, QJsonArray messages);
+    // Without streamed, the answer is asked for in one piece and onContent is not used.
+    QCoro::Task<AssistantResult> requestCompletion(QString apiKey, QString modelID, QJsonArray messages,
+        QList<ZenToolDefinition> tools, bool streamed, ContentSink onContent);
+    QCoro::Task<AssistantResult> completeResponses(
+        QString apiKey, QString modelID, QJsonArray messages, bool streamed, ContentSink onContent);
 
     QString m_baseURL;
     HttpClient *m_http;

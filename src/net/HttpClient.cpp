@@ -10,6 +10,9 @@
 #include <QNetworkReply>
 #include <QTimer>
 
+#include <exception>
+#include <optional>
+
 namespace {
 
 // Errors Qt derives from an HTTP status: the exchange itself worked, so the caller gets the reply.
@@ -24,10 +27,70 @@ bool isHttpStatusError(QNetworkReply::NetworkError error)
 struct Download
 {
     QByteArray body;
+    qint64 received = 0;
     bool truncated = false;
     bool tooLarge = false;
     bool endedEarly = false;
+    // Decided from the head, when the first bytes of the body arrive.
+    std::optional<bool> streaming;
+    std::exception_ptr chunkError;
 };
+
+HttpReply headOf(QNetworkReply *reply)
+{
+    HttpReply head;
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    head.status = status.isValid() ? status.toInt() : 0;
+    head.headers = reply->rawHeaderPairs();
+    return head;
+}
+
+bool deliversChunk(const HttpClient::Options &options, const QByteArray &chunk, Download &download)
+{
+    if (chunk.isEmpty())
+        return false;
+    // Thrown into Qt's signal delivery it would end the program; the awaiter gets it instead.
+    try {
+        return options.onChunk(chunk);
+    } catch (...) {
+        download.chunkError = std::current_exception();
+        return true;
+    }
+}
+
+// What arrived since the last call: kept in the body, or handed on when the answer is streamed.
+void receive(QNetworkReply *reply, Download &download, const HttpClient::Options &options)
+{
+    if (download.endedEarly)
+        return;
+    if (!download.streaming) {
+        const HttpReply head = headOf(reply);
+        download.streaming = options.onChunk && options.streamsBody && head.isSuccess() && options.streamsBody(head);
+    }
+    QByteArray chunk = reply->readAll();
+    const qint64 room = options.maxBodyBytes - download.received;
+    const bool overflows = chunk.size() > room;
+    if (overflows)
+        chunk.truncate(room);
+    download.received += chunk.size();
+
+    bool ends = false;
+    if (*download.streaming) {
+        ends = deliversChunk(options, chunk, download);
+    } else {
+        download.body += chunk;
+        ends = !overflows && options.isComplete && options.isComplete(download.body);
+    }
+    if (overflows) {
+        download.truncated = true;
+        download.tooLarge = !options.truncateAtLimit;
+        ends = true;
+    }
+    if (ends) {
+        download.endedEarly = true;
+        reply->abort();
+    }
+}
 
 QDeadlineTimer deadlineFor(const HttpClient::Options &options)
 {
@@ -66,33 +129,18 @@ QCoro::Task<HttpReply> exchange(QNetworkAccessManager *manager, const HttpRedire
     abortAtDeadline(reply, deadline);
 
     auto download = std::make_shared<Download>();
-    QObject::connect(reply, &QNetworkReply::readyRead, reply,
-        [reply, download, limit = options.maxBodyBytes, cut = options.truncateAtLimit,
-            isComplete = options.isComplete] {
-            if (download->endedEarly)
-                return;
-            download->body += reply->readAll();
-            if (download->body.size() > limit) {
-                download->truncated = true;
-                download->tooLarge = !cut;
-                download->body.truncate(limit);
-                download->endedEarly = true;
-                reply->abort();
-            } else if (isComplete && isComplete(download->body)) {
-                download->endedEarly = true;
-                reply->abort();
-            }
-        });
+    QObject::connect(
+        reply, &QNetworkReply::readyRead, reply, [reply, download, options] { receive(reply, *download, options); });
 
     co_await reply;
     reply->deleteLater();
-    if (!download->endedEarly)
-        download->body += reply->readAll();
+    receive(reply, *download, options);
 
+    if (download->chunkError)
+        std::rethrow_exception(download->chunkError);
     if (download->tooLarge)
         throw URLError(URLError::dataLengthExceedsMaximum);
 
-    const QVariant statusAttribute = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     const QNetworkReply::NetworkError error = reply->error();
     const bool transportFailed = error != QNetworkReply::NoError && !isHttpStatusError(error) && !download->endedEarly;
     if (transportFailed) {
@@ -103,11 +151,10 @@ QCoro::Task<HttpReply> exchange(QNetworkAccessManager *manager, const HttpRedire
         throw URLError::fromNetworkError(error, reply->errorString());
     }
 
-    HttpReply result;
-    result.status = statusAttribute.isValid() ? statusAttribute.toInt() : 0;
+    HttpReply result = headOf(reply);
     result.body = std::move(download->body);
     result.truncated = download->truncated;
-    result.headers = reply->rawHeaderPairs();
+    result.streamed = download->streaming.value_or(false);
     co_return result;
 }
 

@@ -35,6 +35,12 @@ public:
         // Called with the body received so far; returning true ends the download early with what
         // has arrived (used for event streams that stay open after the answer).
         std::function<bool(const QByteArray &)> isComplete;
+        // Streaming read: when this accepts the head of a successful final answer, its body goes to
+        // onChunk piece by piece as it arrives instead of into HttpReply::body (maxBodyBytes still
+        // bounds the total). onChunk returning true ends the download there; an exception it throws
+        // ends it too and reaches the awaiter.
+        std::function<bool(const HttpReply &head)> streamsBody;
+        std::function<bool(const QByteArray &chunk)> onChunk;
         // Awaited before the first request and before every redirect hop; throwing refuses the hop
         // (used to keep the page reader away from private addresses).
         std::function<QCoro::Task<>(QUrl)> beforeEachHop;

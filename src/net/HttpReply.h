@@ -12,6 +12,8 @@ struct HttpReply
     QList<QPair<QByteArray, QByteArray>> headers;
     // The body was cut at the caller's byte limit (the rest was never downloaded).
     bool truncated = false;
+    // The body went to the caller's onChunk as it arrived; `body` stays empty.
+    bool streamed = false;
 
     bool isHttp() const { return status > 0; }
     bool isSuccess() const { return status >= 200 && status <= 299; }

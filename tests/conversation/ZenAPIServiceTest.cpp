@@ -12,6 +12,8 @@
 
 using Reply = FakeHttpServer::Reply;
 
+Q_DECLARE_METATYPE(QList<ZenToolCall>)
+
 namespace {
 
 QJsonObject object(const char *json)
@@ -38,6 +40,13 @@ Reply chatReply(const char *assistantMessage)
 {
     return Reply::json(
         QJsonObject { { "choices", QJsonArray { QJsonObject { { "message", object(assistantMessage) } } } } });
+}
+
+// One chat-completion chunk as a single-line event.
+QByteArray chatDelta(const char *delta)
+{
+    const QJsonObject chunk { { "choices", QJsonArray { QJsonObject { { "delta", object(delta) } } } } };
+    return "data: " + QJsonDocument(chunk).toJson(QJsonDocument::Compact) + "\n\n";
 }
 
 Reply jsonReply(const char *json)
@@ -148,7 +157,7 @@ private Q_SLOTS:
         AsyncTest::await(m_service->fetchModels(QStringLiteral("\tsk-2 ")));
         const auto post = m_server->requests("/chat/completions").first();
         QCOMPARE(post.header("Authorization"), QByteArray("Bearer sk-1"));
-        QCOMPARE(post.header("Accept"), QByteArray("application/json"));
+        QCOMPARE(post.header("Accept"), QByteArray("text/event-stream, application/json"));
         QCOMPARE(post.header("Content-Type"), QByteArray("application/json"));
         const auto get = m_server->requests("/models").first();
         QCOMPARE(get.header("Authorization"), QByteArray("Bearer sk-2"));
@@ -158,6 +167,7 @@ private Q_SLOTS:
         QCOMPARE(plain.value("model").toString(), QStringLiteral("big-pickle"));
         QCOMPARE(plain.value("messages").toArray(), messages);
         QCOMPARE(plain.value("temperature").toDouble(), 0.55);
+        QCOMPARE(plain.value("stream"), QJsonValue(true));
         QVERIFY(!plain.contains("tools"));
         QVERIFY(!plain.contains("tool_choice"));
 
@@ -363,6 +373,7 @@ private Q_SLOTS:
 
         const QJsonObject body = m_server->requests("/chat/completions").first().json();
         QVERIFY(!body.contains("tools"));
+        QVERIFY(!body.contains("stream"));
         const QJsonArray messages = body.value("messages").toArray();
         QCOMPARE(messages.size(), 2);
         QCOMPARE(messages.at(0).toObject(),
@@ -380,6 +391,152 @@ private Q_SLOTS:
         QCOMPARE(AsyncTest::await(m_service->summarizeMemory(QStringLiteral("k"), QStringLiteral("gpt-4o"), {}, {})),
             QStringLiteral("rezumat"));
         QCOMPARE(m_server->requests("/responses").first().json().value("input").toArray().size(), 2);
+        QVERIFY(!m_server->requests("/responses").first().json().contains("stream"));
+    }
+
+    void streamedAnswersArriveInPieces_data()
+    {
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QList<QByteArray>>("chunks");
+        QTest::addColumn<QByteArray>("contentType");
+        // The stream says it is done and the server then keeps the connection open.
+        QTest::addColumn<bool>("endsItself");
+        QTest::addColumn<QStringList>("deltas");
+        QTest::addColumn<QList<ZenToolCall>>("toolCalls");
+        const QByteArray events = "text/event-stream; charset=utf-8";
+
+        QTest::newRow("text, a letter split between chunks")
+            << "big-pickle"
+            << QList<QByteArray> { chatDelta(R"({"role":"assistant","content":"Bu"})").chopped(1),
+                   "\ndata: {\"choices\":[{\"delta\":{\"content\":\"n\xc4", "\x83 ziua\"}}]}\r\n\r\n",
+                   "data: [DONE]\n\n" }
+            << events << true << QStringList { "Bu", "nă ziua" } << QList<ZenToolCall> {};
+        QTest::newRow("tool calls by index, out of order, arguments in pieces")
+            << "big-pickle"
+            << QList<
+                   QByteArray> { chatDelta(
+                                     R"({"tool_calls":[{"index":1,"id":"c2","function":{"name":"kelo_fetch_url","arguments":"{\u0022url\u0022"}}]})"),
+                   chatDelta(
+                       R"({"tool_calls":[{"index":0,"id":"c1","function":{"name":"kelo_web_search","arguments":""}}]})"),
+                   chatDelta(R"({"tool_calls":[{"index":1,"function":{"arguments":":\u0022a.ro\u0022}"}},
+                       {"index":0,"id":"","function":{"name":"","arguments":"{\u0022query\u0022:\u0022vreme\u0022}"}}]})"),
+                   "data: {\"choices\":[{\"delta\":{},\"finish_reason\":\"tool_calls\"}]}\n\ndata: [DONE]\n\n" }
+            << events << true << QStringList {}
+            << QList<ZenToolCall> { { "c1", "kelo_web_search", object(R"({"query":"vreme"})") },
+                   { "c2", "kelo_fetch_url", object(R"({"url":"a.ro"})") } };
+        QTest::newRow("arguments that never become JSON, a call without a name")
+            << "big-pickle"
+            << QList<QByteArray> { chatDelta(R"({"content":"Caut","tool_calls":[
+                   {"index":0,"id":"c1","function":{"name":"kelo_web_search","arguments":"\u007b\u0022query\u0022:"}},
+                   {"index":1,"id":"c2","function":{"arguments":"{}"}}]})"),
+                   "data: [DONE]" }
+            << events << false << QStringList { "Caut" } << QList<ZenToolCall> { { "c1", "kelo_web_search", {} } };
+        QTest::newRow("noise passed over, nothing after [DONE]")
+            << "big-pickle"
+            << QList<QByteArray> { ": keep-alive\n\nevent: ping\ndata: {\"type\":\"ping\"}\n\n",
+                   "data: {not json\n\ndata: [1,2]\n\nretry: 10\nid: 4\n\ndata: {\"choices\":7}\n\n",
+                   chatDelta(R"({"content":"ok"})"), "data: [DONE]\n\n" + chatDelta(R"({"content":"după"})") }
+            << events << true << QStringList { "ok" } << QList<ZenToolCall> {};
+        QTest::newRow("last event without its blank line")
+            << "big-pickle"
+            << QList<QByteArray> { "data: {\"choices\":[{\"delta\":{\"content\":\"fără "
+                                   "final\"},\"finish_reason\":\"stop\"}]}" }
+            << events << false << QStringList { "fără final" } << QList<ZenToolCall> {};
+        QTest::newRow("one JSON object instead of a stream")
+            << "big-pickle" << QList<QByteArray> { R"({"choices":[{"message":{"content":"întreg"}}]})" }
+            << QByteArray("application/json") << false << QStringList { "întreg" } << QList<ZenToolCall> {};
+        QTest::newRow("responses protocol, text deltas")
+            << "gpt-4o"
+            << QList<QByteArray> { "event: response.created\ndata: {\"type\":\"response.created\"}\n\n",
+                   "event: response.output_text.delta\ndata: "
+                   "{\"type\":\"response.output_text.delta\",\"delta\":\"Sal\"}\n\n",
+                   "data: {\"type\":\"response.output_text.delta\",\"delta\":\"ut\"}\n\n",
+                   "data: {\"type\":\"response.completed\",\"response\":{\"output_text\":\"Salut\"}}\n\n" }
+            << events << true << QStringList { "Sal", "ut" } << QList<ZenToolCall> {};
+        QTest::newRow("responses protocol, only the completed response")
+            << "gpt-4o"
+            << QList<QByteArray> { "data: {\"type\":\"response.completed\",\"response\":{\"output\":[{\"content\":"
+                                   "[{\"text\":\"gata\"}]}]}}\n\n" }
+            << events << true << QStringList { "gata" } << QList<ZenToolCall> {};
+    }
+
+    void streamedAnswersArriveInPieces()
+    {
+        QFETCH(QString, model);
+        QFETCH(QList<QByteArray>, chunks);
+        QFETCH(QByteArray, contentType);
+        QFETCH(bool, endsItself);
+        QFETCH(QStringList, deltas);
+        QFETCH(QList<ZenToolCall>, toolCalls);
+        Reply reply = Reply::eventStreamChunks(chunks, 10);
+        reply.headers = { { "Content-Type", contentType } };
+        reply.holdOpenAfterChunks = endsItself;
+        m_server->on("POST", "/chat/completions", reply);
+        m_server->on("POST", "/responses", reply);
+
+        QStringList received;
+        const auto result = AsyncTest::await(m_service->completeChat(QStringLiteral("key"), model, oneUserMessage(),
+            { searchTool() }, [&received](const QString &delta) { received.append(delta); }));
+        QCOMPARE(received, deltas);
+        QCOMPARE(result.text, deltas.join(QString()));
+        QCOMPARE(result.toolCalls, toolCalls);
+        QCOMPARE(m_server->requests().last().json().value("stream"), QJsonValue(true));
+    }
+
+    void streamsThatFailKeepWhatWasDelivered_data()
+    {
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QList<QByteArray>>("chunks");
+        QTest::addColumn<bool>("drops");
+        QTest::addColumn<QString>("error");
+        QTest::addColumn<QStringList>("deltas");
+
+        QTest::newRow("error object halfway")
+            << "big-pickle"
+            << QList<QByteArray> { chatDelta(R"({"content":"Început"})"),
+                   "data: {\"error\":{\"message\":\"Limită depășită\"}}\n\n", chatDelta(R"({"content":"nu"})") }
+            << false << "Limită depășită" << QStringList { "Început" };
+        QTest::newRow("error event") << "big-pickle"
+                                     << QList<QByteArray> { "data: {\"type\":\"error\",\"message\":\"Ocupat\"}\n\n" }
+                                     << false << "Ocupat" << QStringList {};
+        QTest::newRow("failed response")
+            << "gpt-4o"
+            << QList<QByteArray> { "data: {\"type\":\"response.output_text.delta\",\"delta\":\"Da\"}\n\n"
+                                   "data: {\"type\":\"response.failed\",\"response\":{\"error\":{\"message\":"
+                                   "\"Model indisponibil\"}}}\n\n" }
+            << false << "Model indisponibil" << QStringList { "Da" };
+        QTest::newRow("an event of megabytes")
+            << "big-pickle"
+            << QList<QByteArray> { chatDelta(R"({"content":"a"})"), "data: " + QByteArray(2 << 20, 'x') } << false
+            << "Răspunsul serverului este prea mare." << QStringList { "a" };
+        QTest::newRow("connection dropped") << "big-pickle" << QList<QByteArray> { chatDelta(R"({"content":"Jumă"})") }
+                                            << true << "Conexiunea la rețea s-a întrerupt." << QStringList { "Jumă" };
+        QTest::newRow("nothing but noise")
+            << "big-pickle" << QList<QByteArray> { ": ping\n\n", "data: {oops\n\n" } << false
+            << "OpenCode Zen a returnat un răspuns neașteptat." << QStringList {};
+    }
+
+    void streamsThatFailKeepWhatWasDelivered()
+    {
+        QFETCH(QString, model);
+        QFETCH(QList<QByteArray>, chunks);
+        QFETCH(bool, drops);
+        QFETCH(QString, error);
+        QFETCH(QStringList, deltas);
+        Reply reply = Reply::eventStreamChunks(chunks, 10);
+        reply.dropAfterChunks = drops;
+        m_server->on("POST", "/chat/completions", reply);
+        m_server->on("POST", "/responses", reply);
+
+        QStringList received;
+        try {
+            AsyncTest::await(m_service->completeChat(QStringLiteral("key"), model, oneUserMessage(), {},
+                [&received](const QString &delta) { received.append(delta); }));
+            QFAIL("the stream was taken as a whole answer");
+        } catch (const KeloError &failure) {
+            QCOMPARE(failure.description(), error);
+        }
+        QCOMPARE(received, deltas);
     }
 };
 

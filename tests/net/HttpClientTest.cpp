@@ -85,6 +85,62 @@ private Q_SLOTS:
         QVERIFY(timer.elapsed() < 5'000);
     }
 
+    // A streamed read hands a successful body on as it arrives, under the buffered read's rules.
+    void streamedBodiesArriveInPiecesUnderTheSameRules()
+    {
+        FakeHttpServer server;
+        Reply open = Reply::text({}, 200, "text/event-stream");
+        open.chunks = { "one ", "two ", "end" };
+        open.chunkIntervalMs = 30;
+        open.holdOpenAfterChunks = true;
+        server.on("GET", "/open", open);
+        server.on("GET", "/moved", Reply::redirect(307, "/open"));
+        server.on("GET", "/failed", Reply::text("busy", 503, "text/event-stream"));
+        server.on("GET", "/plain", Reply::text("whole"));
+        HttpClient client;
+        const auto get = [&](const char *path, const HttpClient::Options &options) {
+            return client.get(requestTo(server.baseUrl() + path), options);
+        };
+        QByteArrayList chunks;
+        HttpClient::Options options;
+        options.timeoutMs = 300;
+        options.deadlineMs = 0;
+        options.streamsBody = [](const HttpReply &head) { return head.header("content-type") == "text/event-stream"; };
+        options.onChunk = [&chunks](const QByteArray &chunk) {
+            chunks.append(chunk);
+            return chunks.join().endsWith("end");
+        };
+
+        // Past a redirect; the consumer ends it while the server still holds the connection.
+        const HttpReply streamed = AsyncTest::await(get("/moved", options));
+        QVERIFY(streamed.streamed);
+        QVERIFY(streamed.body.isEmpty());
+        QCOMPARE(streamed.status, 200);
+        QCOMPARE(chunks.join(), QByteArray("one two end"));
+        QVERIFY(chunks.size() >= 2);
+
+        chunks.clear();
+        for (const char *path : { "/failed", "/plain" }) {
+            const HttpReply whole = AsyncTest::await(get(path, options));
+            QVERIFY2(!whole.streamed && !whole.body.isEmpty(), path);
+        }
+        QVERIFY(chunks.isEmpty());
+
+        // A stall longer than the inactivity limit ends it, after what did arrive.
+        options.onChunk = [&chunks](const QByteArray &chunk) {
+            chunks.append(chunk);
+            return false;
+        };
+        QCOMPARE(AsyncTest::awaitError<URLError>(get("/open", options))->code(), URLError::timedOut);
+        QCOMPARE(chunks.join(), QByteArray("one two end"));
+
+        HttpClient::Options small = options;
+        small.maxBodyBytes = 5;
+        QCOMPARE(AsyncTest::awaitError<URLError>(get("/open", small))->code(), URLError::dataLengthExceedsMaximum);
+        options.onChunk = [](const QByteArray &) -> bool { throw URLError(URLError::cannotDecodeContentData); };
+        QCOMPARE(AsyncTest::awaitError<URLError>(get("/open", options))->code(), URLError::cannotDecodeContentData);
+    }
+
     void oversizedBodiesAreRefusedOrCut()
     {
         FakeHttpServer server;

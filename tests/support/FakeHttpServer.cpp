@@ -59,6 +59,14 @@ FakeHttpServer::Reply FakeHttpServer::Reply::eventStream(const QList<QByteArray>
     return text(body, status, "text/event-stream");
 }
 
+FakeHttpServer::Reply FakeHttpServer::Reply::eventStreamChunks(const QList<QByteArray> &chunks, int intervalMs)
+{
+    Reply reply = text({}, 200, "text/event-stream");
+    reply.chunks = chunks;
+    reply.chunkIntervalMs = intervalMs;
+    return reply;
+}
+
 FakeHttpServer::Reply FakeHttpServer::Reply::drip(const QByteArray &body, int intervalMs, const QByteArray &contentType)
 {
     Reply reply = text({}, 200, contentType);
@@ -181,7 +189,8 @@ void FakeHttpServer::answer(std::shared_ptr<QHttpServerResponder> responder, con
         writeHead(*responder, reply, true);
         if (reply.holdOpenAfterChunks)
             self->m_heldResponders.append(responder);
-        const qsizetype last = reply.holdOpenAfterChunks ? reply.chunks.size() - 1 : reply.chunks.size();
+        const bool endsBody = !reply.holdOpenAfterChunks && !reply.dropAfterChunks;
+        const qsizetype last = endsBody ? reply.chunks.size() : reply.chunks.size() - 1;
         for (qsizetype i = 0; i <= last; ++i) {
             const QByteArray chunk = i < reply.chunks.size() ? reply.chunks.at(i) : QByteArray();
             const QByteArray framed = QByteArray::number(chunk.size(), 16) + "\r\n" + chunk + "\r\n";
@@ -189,6 +198,12 @@ void FakeHttpServer::answer(std::shared_ptr<QHttpServerResponder> responder, con
             QTimer::singleShot(reply.chunkIntervalMs * i, Qt::PreciseTimer, self, [responder, socket, framed] {
                 if (socket && socket->state() == QAbstractSocket::ConnectedState)
                     responder->writeBody(framed);
+            });
+        }
+        if (reply.dropAfterChunks) {
+            QTimer::singleShot(reply.chunkIntervalMs * reply.chunks.size(), Qt::PreciseTimer, self, [socket] {
+                if (socket)
+                    socket->disconnectFromHost();
             });
         }
     };

@@ -51,12 +51,17 @@ public:
         // With chunks: send them, then keep the connection open without ending the body (a stream
         // the server never closes).
         bool holdOpenAfterChunks = false;
+        // With chunks: send them, then close the connection without ending the body (a server
+        // that goes away halfway).
+        bool dropAfterChunks = false;
 
         static Reply json(const QJsonObject &object, int status = 200);
         static Reply json(const QJsonArray &array, int status = 200);
         static Reply text(const QByteArray &body, int status = 200, const QByteArray &contentType = "text/plain");
         // An event-stream body, one "data:" event per entry.
         static Reply eventStream(const QList<QByteArray> &dataLines, int status = 200);
+        // An event-stream body sent as these chunks, exactly as given (events may span chunks).
+        static Reply eventStreamChunks(const QList<QByteArray> &chunks, int intervalMs = 0);
         // The body one byte at a time, a byte each intervalMs: never idle, never done in good time.
         static Reply drip(const QByteArray &body, int intervalMs, const QByteArray &contentType = "text/plain");
         static Reply redirect(int status, const QByteArray &location);
