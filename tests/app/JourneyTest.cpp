@@ -146,6 +146,34 @@ private Q_SLOTS:
             QVERIFY(offeredTools(opening).contains("mcp_everything_echo"));
     }
 
+    // A slow streaming model: `kelo ask` prints the first sentence while the service is still
+    // writing, and in total exactly the answer and one line end.
+    void askPrintsTheAnswerAsItIsWritten()
+    {
+        const QStringList pieces { "Prima propoziție e aici. ", "A doua vine ", "mult mai târziu." };
+        m_model->on("POST", "/chat/completions",
+            Reply::eventStreamChunks(ChatCompletionReplies::streamedCompletion(pieces), 1500));
+        QProcess ask;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const auto &[name, value] : environment())
+            env.insert(name, value);
+        ask.setProcessEnvironment(env);
+        ask.start(QStringLiteral(KELO_CLI_PATH), { "ask", "Spune-mi ceva" });
+        QString out;
+        QVERIFY(AsyncTest::waitUntil(
+            [&] {
+                out += QString::fromUtf8(ask.readAllStandardOutput());
+                return out.contains("Prima propoziție e aici.");
+            },
+            20'000));
+        QVERIFY2(!out.contains("A doua"), qPrintable(out));
+        QCOMPARE(ask.state(), QProcess::Running);
+        QVERIFY(AsyncTest::waitUntil([&] { return ask.state() == QProcess::NotRunning; }, 30'000));
+        out += QString::fromUtf8(ask.readAllStandardOutput());
+        QCOMPARE(ask.exitCode(), 0);
+        QCOMPARE(out, pieces.join(QString()) + "\n");
+    }
+
     // `kelo mcp disable` in another terminal while `kelo chat` is still discovering that server's
     // tools: the next turn is not offered them.
     void aServerSwitchedOffDuringDiscoveryIsNotOfferedNextTurn()
