@@ -94,6 +94,16 @@ class JourneyTest : public QObject
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, options);
     }
 
+    // `kelo` left running while the test goes on, with this test's environment.
+    void start(QProcess &process, const QStringList &arguments) const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const auto &[name, value] : environment())
+            env.insert(name, value);
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral(KELO_CLI_PATH), arguments);
+    }
+
     // The first model request of each turn: later ones of a turn carry tool results, and the memory
     // compaction offers no tools.
     QList<FakeHttpServer::Request> turnOpenings() const
@@ -154,11 +164,7 @@ private Q_SLOTS:
         m_model->on("POST", "/chat/completions",
             Reply::eventStreamChunks(ChatCompletionReplies::streamedCompletion(pieces), 1500));
         QProcess ask;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        for (const auto &[name, value] : environment())
-            env.insert(name, value);
-        ask.setProcessEnvironment(env);
-        ask.start(QStringLiteral(KELO_CLI_PATH), { "ask", "Spune-mi ceva" });
+        start(ask, { "ask", "Spune-mi ceva" });
         QString out;
         QVERIFY(AsyncTest::waitUntil(
             [&] {
@@ -184,11 +190,7 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "mcp", "add", "Slow", mcp.baseUrl() + "/mcp" }).exitCode, 0);
 
         QProcess chat;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        for (const auto &[name, value] : environment())
-            env.insert(name, value);
-        chat.setProcessEnvironment(env);
-        chat.start(QStringLiteral(KELO_CLI_PATH), { "chat" });
+        start(chat, { "chat" });
         QVERIFY(chat.waitForStarted());
         chat.write("primul\n");
         const auto listed = [&mcp] {
