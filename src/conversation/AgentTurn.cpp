@@ -1,5 +1,6 @@
 #include "AgentTurn.h"
 
+#include "ConversationMemoryStore.h"
 #include "KeloServices.h"
 #include "MCPToolCache.h"
 #include "net/HttpClient.h"
@@ -14,16 +15,24 @@
 
 namespace {
 
+constexpr int historyLimit = 16;
 constexpr int lastToolRound = 3;
 constexpr qsizetype maxToolCallsPerRound = 8;
 // Tools of one turn together; each request also has its own deadline. Past this the model is asked
 // for its final answer.
 constexpr qint64 toolBudgetMs = 120'000;
 
+const QString forceInternetInstruction = QStringLiteral("Pentru această cerere folosește instrumentul kelo_web_search "
+                                                        "înainte de răspuns, dacă întrebarea cere informație externă.");
 const QString toolBudgetSpentText
     = QStringLiteral("Instrumentul nu a mai fost apelat: timpul acestei cereri s-a epuizat.");
 const QString finalAnswerInstruction
     = QStringLiteral("Returnează acum răspunsul final pentru utilizator, fără a mai apela instrumente.");
+
+QJsonObject chatMessage(const QString &role, const QString &content)
+{
+    return { { QStringLiteral("role"), role }, { QStringLiteral("content"), content } };
+}
 
 QJsonObject stringSchema(const QString &property, const QString &description)
 {
@@ -120,8 +129,25 @@ QCoro::Task<QList<ZenToolDefinition>> AgentTurn::toolDefinitions(QList<MCPToolBi
     co_return tools;
 }
 
-QCoro::Task<QString> AgentTurn::run(QJsonArray messages)
+QJsonArray AgentTurn::requestMessages(const QList<ChatMessage> &history, bool forceInternet) const
 {
+    const AppSettings *settings = m_services->settings;
+    const QString summary = settings->memoryEnabled() ? m_services->memory->summary() : QString();
+    QJsonArray messages { chatMessage(QStringLiteral("system"), settings->systemPrompt(summary)) };
+    for (qsizetype i = std::max<qsizetype>(0, history.size() - historyLimit); i < history.size(); ++i) {
+        const ChatMessage &message = history.at(i);
+        const bool fromAssistant = message.role == ChatMessage::Role::assistant;
+        messages.append(
+            chatMessage(fromAssistant ? QStringLiteral("assistant") : QStringLiteral("user"), message.text));
+    }
+    if (forceInternet)
+        messages.append(chatMessage(QStringLiteral("system"), forceInternetInstruction));
+    return messages;
+}
+
+QCoro::Task<QString> AgentTurn::run(QList<ChatMessage> history, bool forceInternet)
+{
+    QJsonArray messages = requestMessages(history, forceInternet);
     QList<MCPToolBinding> bindings;
     const QList<ZenToolDefinition> tools = co_await toolDefinitions(bindings);
 
@@ -141,10 +167,7 @@ QCoro::Task<QString> AgentTurn::run(QJsonArray messages)
         }
         const bool last = round == lastToolRound || turnClock.elapsed() >= toolBudgetMs;
         if (last) {
-            messages.append(QJsonObject {
-                { QStringLiteral("role"), QStringLiteral("system") },
-                { QStringLiteral("content"), finalAnswerInstruction },
-            });
+            messages.append(chatMessage(QStringLiteral("system"), finalAnswerInstruction));
         }
         result = co_await requestRound(messages, tools);
         if (last)

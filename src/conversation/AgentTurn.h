@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ChatMessage.h"
 #include "ReasoningFilter.h"
 #include "SentenceSplitter.h"
 #include "ZenAPIService.h"
@@ -26,8 +27,9 @@ public:
     AgentTurn(KeloServices *services, MCPToolCache *mcpTools, QObject *parent = nullptr);
     ~AgentTurn() override;
 
-    // `messages` are the conversation as the service expects it. Returns the complete visible answer.
-    QCoro::Task<QString> run(QJsonArray messages);
+    // Answers the last of `history` (the visible conversation); `forceInternet` asks the model to
+    // search first. Returns the complete visible answer.
+    QCoro::Task<QString> run(QList<ChatMessage> history, bool forceInternet);
     // Ends the turn's requests; run() then fails with a transport error.
     void cancel();
     bool isCancelled() const { return m_cancelled; }
@@ -47,6 +49,7 @@ Q_SIGNALS:
     void sentenceReady(const QString &sentence);
 
 private:
+    QJsonArray requestMessages(const QList<ChatMessage> &history, bool forceInternet) const;
     QCoro::Task<QList<ZenToolDefinition>> toolDefinitions(QList<MCPToolBinding> &bindings);
     QCoro::Task<ZenAPIService::AssistantResult> requestRound(QJsonArray messages, QList<ZenToolDefinition> tools);
     QCoro::Task<QString> executeToolCall(ZenToolCall call, QList<MCPToolBinding> bindings);

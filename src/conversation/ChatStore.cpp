@@ -13,17 +13,9 @@
 
 namespace {
 
-constexpr int historyLimit = 16;
 constexpr int temporaryStatusMs = 2500;
 
-const QString forceInternetInstruction = QStringLiteral("Pentru această cerere folosește instrumentul kelo_web_search "
-                                                        "înainte de răspuns, dacă întrebarea cere informație externă.");
 const QString missingKeyText = QStringLiteral("Adaugă cheia OpenCode Zen în Setări");
-
-QJsonObject chatMessage(const QString &role, const QString &content)
-{
-    return { { QStringLiteral("role"), role }, { QStringLiteral("content"), content } };
-}
 
 } // namespace
 
@@ -190,16 +182,14 @@ QCoro::Task<> ChatStore::send(std::optional<QString> text)
     if (m_closing)
         co_return;
     finishTurn(answer, fromVoice);
-    co_await refreshMemoryIfNeeded();
+    if (settings()->memoryEnabled())
+        co_await memory()->compactIfDue(zen(), settings()->zenAPIKey(), settings()->zenModelID(), m_messages);
 }
 
 QCoro::Task<std::optional<QString>> ChatStore::runTurn()
 {
-    QJsonArray messages = buildConversationForAPI();
-    if (m_forceInternetNext) {
-        messages.append(chatMessage(QStringLiteral("system"), forceInternetInstruction));
-        setForceInternetNext(false);
-    }
+    const bool forceInternet = m_forceInternetNext;
+    setForceInternetNext(false);
     auto *turn = new AgentTurn(m_services, m_mcpTools, this);
     connect(turn, &AgentTurn::toolStarted, this, &ChatStore::onToolStarted);
     connect(turn, &AgentTurn::visibleTextChanged, this, &ChatStore::showGrowingAnswer);
@@ -208,7 +198,7 @@ QCoro::Task<std::optional<QString>> ChatStore::runTurn()
 
     std::optional<QString> answer;
     try {
-        answer = co_await turn->run(messages);
+        answer = co_await turn->run(visibleMessages(), forceInternet);
     } catch (...) {
         if (m_closing)
             co_return std::nullopt;
@@ -248,21 +238,6 @@ void ChatStore::finishTurn(std::optional<QString> answer, bool fromVoice)
     Q_EMIT turnFinished(answer.has_value());
 }
 
-QJsonArray ChatStore::buildConversationForAPI() const
-{
-    const QString summary = settings()->memoryEnabled() ? memory()->summary() : QString();
-    QJsonArray messages { chatMessage(QStringLiteral("system"), settings()->systemPrompt(summary)) };
-
-    const QList<ChatMessage> history = visibleMessages();
-    for (qsizetype i = std::max<qsizetype>(0, history.size() - historyLimit); i < history.size(); ++i) {
-        const ChatMessage &message = history.at(i);
-        const bool fromAssistant = message.role == ChatMessage::Role::assistant;
-        messages.append(
-            chatMessage(fromAssistant ? QStringLiteral("assistant") : QStringLiteral("user"), message.text));
-    }
-    return messages;
-}
-
 void ChatStore::onToolStarted(AgentTurn::ToolKind kind, const QString &status)
 {
     setToolStatus(status, kind);
@@ -297,45 +272,12 @@ void ChatStore::interrupt()
 
 QCoro::Task<QString> ChatStore::listMCPTools(MCPServerConfig server)
 {
-    try {
-        const QList<QJsonObject> tools = co_await mcp()->listTools(server);
-        if (tools.isEmpty())
-            co_return QStringLiteral("Serverul %1 nu oferă instrumente.").arg(server.name);
-        QStringList lines;
-        for (const QJsonObject &tool : tools) {
-            const QString name = tool.value(QLatin1String("name")).toString();
-            if (name.isEmpty())
-                continue;
-            const QString description = tool.value(QLatin1String("description")).toString().trimmed();
-            lines.append(description.isEmpty() ? QStringLiteral("• ") + name
-                                               : QStringLiteral("• %1: %2").arg(name, description));
-        }
-        co_return lines.join(QLatin1Char('\n'));
-    } catch (...) {
-        co_return describeException(std::current_exception());
-    }
+    return m_mcpTools->describeTools(std::move(server));
 }
 
 void ChatStore::invalidateMCPBindings()
 {
     m_mcpTools->invalidate();
-}
-
-// --- memory ---
-
-QCoro::Task<> ChatStore::refreshMemoryIfNeeded()
-{
-    if (!settings()->memoryEnabled() || !memory()->shouldRefreshSummary(m_messages))
-        co_return;
-    const QList<ChatMessage> covered = m_messages;
-    try {
-        const QString summary = co_await zen()->summarizeMemory(settings()->zenAPIKey(), settings()->zenModelID(),
-            memory()->summary(), memory()->transcriptForSummary(covered));
-        if (!summary.trimmed().isEmpty())
-            memory()->updateSummary(summary, covered);
-    } catch (...) {
-        // A failed compaction is tried again after the next turn.
-    }
 }
 
 void ChatStore::clearConversation()

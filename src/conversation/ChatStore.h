@@ -136,9 +136,7 @@ Q_SIGNALS:
 
 private:
     QCoro::Task<std::optional<QString>> runTurn();
-    QJsonArray buildConversationForAPI() const;
     void finishTurn(std::optional<QString> answer, bool fromVoice);
-    QCoro::Task<> refreshMemoryIfNeeded();
     void showTemporaryStatus(const QString &text);
     void onAutomaticTranscript(const QString &text);
     void onToolStarted(AgentTurn::ToolKind kind, const QString &status);

@@ -1,5 +1,6 @@
 #include "MCPToolCache.h"
 
+#include "net/KeloError.h"
 #include "settings/AppSettings.h"
 #include "skills/MCPClient.h"
 
@@ -70,4 +71,25 @@ QList<MCPToolBinding> MCPToolCache::bindingsOfEnabledServers(const QList<MCPTool
             kept.append(binding);
     }
     return kept;
+}
+
+QCoro::Task<QString> MCPToolCache::describeTools(MCPServerConfig server)
+{
+    try {
+        const QList<QJsonObject> tools = co_await m_mcp->listTools(server);
+        if (tools.isEmpty())
+            co_return QStringLiteral("Serverul %1 nu oferă instrumente.").arg(server.name);
+        QStringList lines;
+        for (const QJsonObject &tool : tools) {
+            const QString name = tool.value(QLatin1String("name")).toString();
+            if (name.isEmpty())
+                continue;
+            const QString description = tool.value(QLatin1String("description")).toString().trimmed();
+            lines.append(description.isEmpty() ? QStringLiteral("• ") + name
+                                               : QStringLiteral("• %1: %2").arg(name, description));
+        }
+        co_return lines.join(QLatin1Char('\n'));
+    } catch (...) {
+        co_return describeException(std::current_exception());
+    }
 }

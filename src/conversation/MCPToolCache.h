@@ -22,6 +22,8 @@ public:
     QCoro::Task<QList<MCPToolBinding>> currentBindings();
     // The next call discovers the tools again.
     void invalidate();
+    // One line per tool of the server ("• name: description"), or why they could not be listed.
+    QCoro::Task<QString> describeTools(MCPServerConfig server);
 
 Q_SIGNALS:
     // Discovery runs (true) or ended (false); only when there is a server to ask.
