@@ -273,22 +273,6 @@ private Q_SLOTS:
         QVERIFY(store.zenError().isEmpty());
     }
 
-    void requestCarriesSystemPromptAndLastSixteenMessages()
-    {
-        writeMemoryFile(19);
-        answerWith({ completion(u"bine"_s) });
-        ChatStore store;
-        QCOMPARE(store.messages().size(), 19);
-
-        AsyncTest::await(store.send(u"al douăzecilea"_s));
-        const QJsonArray sent = sentMessages(chatRequests().first());
-        QCOMPARE(sent.size(), 17);
-        QCOMPARE(sent.first()[u"role"_s].toString(), u"system"_s);
-        QVERIFY(content(sent.first()).startsWith(u"Ești Kelo"_s));
-        QCOMPARE(content(sent.at(1)), u"mesaj 4"_s);
-        QCOMPARE(content(sent.last()), u"al douăzecilea"_s);
-    }
-
     // A reply asking for thousands of calls, then a call in every round: only the first eight of a
     // round run (and are echoed), and after the fourth round the model is told to answer.
     void toolCallsAreBounded()
@@ -434,18 +418,26 @@ private Q_SLOTS:
         QCOMPARE(reopened.messages().constLast().text, u"Salut"_s);
     }
 
-    void settingsShapeTheToolsAndTheNudge()
+    // The system prompt and the last sixteen messages; the nudge to search once; no tools offline.
+    void theRequestFollowsTheConversationAndTheSettings()
     {
+        writeMemoryFile(19);
         answerWith({ completion(u"unu"_s), completion(u"doi"_s) });
         ChatStore store;
+        QCOMPARE(store.messages().size(), 19);
         store.setForceInternetNext(true);
-        AsyncTest::await(store.send(u"primul"_s));
-        QVERIFY(content(sentMessages(chatRequests().at(0)).last()).contains(u"kelo_web_search"_s));
+        AsyncTest::await(store.send(u"al douăzecilea"_s));
+        const QJsonArray sent = sentMessages(chatRequests().first());
+        QCOMPARE(sent.size(), 18);
+        QVERIFY(content(sent.first()).startsWith(u"Ești Kelo"_s));
+        QCOMPARE(content(sent.at(1)), u"mesaj 4"_s);
+        QCOMPARE(content(sent.at(16)), u"al douăzecilea"_s);
+        QVERIFY(content(sent.last()).contains(u"kelo_web_search"_s));
         QVERIFY(!store.forceInternetNext());
 
         store.settings()->setInternetEnabled(false);
         AsyncTest::await(store.send(u"al doilea"_s));
-        const auto second = chatRequests().at(1);
+        const auto second = chatRequests().constLast(); // after the compaction the long history asked for
         QVERIFY(!second.json().contains(u"tools"_s));
         QCOMPARE(content(sentMessages(second).last()), u"al doilea"_s);
     }

@@ -154,15 +154,6 @@ private Q_SLOTS:
         QCOMPARE(store.messages().size(), 80);
     }
 
-    void transcriptLabelsEachSpeaker()
-    {
-        ConversationMemoryStore store;
-        const QList<ChatMessage> messages { ChatMessage::make(Role::user, u"Salut"_s),
-            ChatMessage::make(Role::assistant, u"Bună!\nCe faci?"_s), ChatMessage::make(Role::system, u"reset"_s) };
-        QCOMPARE(store.transcriptForSummary(messages), u"Utilizator: Salut\nKelo: Bună!\nCe faci?\nSistem: reset"_s);
-        QCOMPARE(store.transcriptForSummary({}), QString());
-    }
-
     void clearAllForgetsEverything()
     {
         ConversationMemoryStore store;

@@ -42,11 +42,6 @@ Item {
 
         function orbArea() { return findChild(rootView, "orbArea") }
 
-        function test_opensOnTheChatTab() {
-            compare(findChild(rootView, "tabStack").currentIndex, 0)
-            compare([0, 1, 2].map(function (i) { return findChild(rootView, "tab_" + i).text }), ["Kelo", "Conexiuni", "Setări"])
-        }
-
         // One press, one turn: moving while held, even far outside the orb, neither begins again nor cancels.
         function test_holdingTheOrbBeginsOnceAndEndsOnce() {
             var area = orbArea()
