@@ -77,22 +77,17 @@ QJsonObject toolResultMessage(const QString &callID, const QString &content)
 
 } // namespace
 
-AgentTurn::AgentTurn(KeloServices *services, MCPToolCache *mcpTools, QObject *parent)
+AgentTurn::AgentTurn(KeloServices *services, MCPToolCache *mcpTools, ZenAPIService *client, QObject *parent)
     : QObject(parent)
     , m_services(services)
     , m_mcpTools(mcpTools)
-    , m_zen(new ZenAPIService(services->zen->baseURL(), this))
+    , m_zen(client)
 { }
-
-AgentTurn::~AgentTurn()
-{
-    HttpClient::closeAllUnder(this);
-}
 
 void AgentTurn::cancel()
 {
     m_cancelled = true;
-    HttpClient::closeAllUnder(this);
+    HttpClient::closeAllUnder(m_zen);
 }
 
 QList<ZenToolDefinition> AgentTurn::builtInToolDefinitions()

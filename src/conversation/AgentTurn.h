@@ -14,8 +14,8 @@ class KeloServices;
 class MCPToolCache;
 
 // One answer of the model: the request with the enabled tools, the tool loop with its round and
-// time limits, and the streamed text, cleaned of reasoning, as it grows. One object per turn, so
-// cancelling ends exactly this turn's requests.
+// time limits, and the streamed text, cleaned of reasoning, as it grows. The model client is the
+// turn's alone while it runs, so cancelling ends exactly this turn's requests.
 class AgentTurn : public QObject
 {
     Q_OBJECT
@@ -24,13 +24,13 @@ public:
     enum class ToolKind { webSearch, pageReader, mcp };
     Q_ENUM(ToolKind)
 
-    AgentTurn(KeloServices *services, MCPToolCache *mcpTools, QObject *parent = nullptr);
-    ~AgentTurn() override;
+    // `client` serves only turns: cancelling closes it for good, and its owner replaces it.
+    AgentTurn(KeloServices *services, MCPToolCache *mcpTools, ZenAPIService *client, QObject *parent = nullptr);
 
     // Answers the last of `history` (the visible conversation); `forceInternet` asks the model to
     // search first. Returns the complete visible answer.
     QCoro::Task<QString> run(QList<ChatMessage> history, bool forceInternet);
-    // Ends the turn's requests; run() then fails with a transport error.
+    // Ends the turn's requests (and closes its client); run() then fails with a transport error.
     void cancel();
     bool isCancelled() const { return m_cancelled; }
     // The visible text of the answer streamed so far (of the current round).
@@ -60,7 +60,6 @@ private:
 
     KeloServices *m_services;
     MCPToolCache *m_mcpTools;
-    // A private client, so that cancelling touches no other request.
     ZenAPIService *m_zen;
     ReasoningFilter m_filter;
     SentenceSplitter m_splitter;

@@ -190,7 +190,9 @@ QCoro::Task<std::optional<QString>> ChatStore::runTurn()
 {
     const bool forceInternet = m_forceInternetNext;
     setForceInternetNext(false);
-    auto *turn = new AgentTurn(m_services, m_mcpTools, this);
+    if (!m_turnClient)
+        m_turnClient = new ZenAPIService(zen()->baseURL(), this);
+    auto *turn = new AgentTurn(m_services, m_mcpTools, m_turnClient, this);
     connect(turn, &AgentTurn::toolStarted, this, &ChatStore::onToolStarted);
     connect(turn, &AgentTurn::visibleTextChanged, this, &ChatStore::showGrowingAnswer);
     connect(turn, &AgentTurn::sentenceReady, this, &ChatStore::sentenceReady);
@@ -227,6 +229,9 @@ void ChatStore::finishTurn(std::optional<QString> answer, bool fromVoice)
         appendMessage(message);
         setZenError({});
     }
+    // A cancelled turn closed its client for good.
+    if (m_turn->isCancelled())
+        std::exchange(m_turnClient, nullptr)->deleteLater();
     m_turn->deleteLater();
     setTurn(nullptr);
     setToolStatus({});

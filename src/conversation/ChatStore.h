@@ -156,6 +156,10 @@ private:
     HandsFreeListener *m_handsFree;
     ChatMessageModel *m_conversation;
     QPointer<AgentTurn> m_turn;
+    // The model client of the turns, apart from the one of model lists and memory so that a barge-in
+    // closes only the turn's requests; replaced after each barge-in, kept (and its connection
+    // reused) otherwise.
+    ZenAPIService *m_turnClient = nullptr;
 
     QList<ChatMessage> m_messages;
     // The answer shown while it is written; joins m_messages when the turn ends.
