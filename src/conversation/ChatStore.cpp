@@ -238,6 +238,7 @@ void ChatStore::finishTurn(std::optional<QString> answer, bool fromVoice)
     memory()->persist(m_messages);
     m_services->backgroundExecution->end();
     m_handsFree->setArmed(fromVoice && answer.has_value());
+    // Spoken whole for now; sentenceReady is where a voice that queues pieces takes over.
     if (answer && m_speaksAnswers && settings()->autoSpeak())
         speech()->speak(*answer, settings());
     Q_EMIT turnFinished(answer.has_value());

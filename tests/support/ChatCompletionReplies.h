@@ -4,8 +4,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
-#include <QStringList>
 #include <QString>
+#include <QStringList>
 
 // Replies of a chat-completions service, for the fakes that play the model.
 namespace ChatCompletionReplies {
