@@ -83,7 +83,6 @@ public:
     ConversationMemoryStore *memory() const { return m_services->memory; }
     ZenAPIService *zen() const { return m_services->zen; }
     MCPClient *mcp() const { return m_services->mcp; }
-    MCPToolCache *mcpTools() const { return m_mcpTools; }
 
     // One turn for `text`, or for the draft when absent. A turn still running is interrupted first.
     QCoro::Task<> send(std::optional<QString> text = std::nullopt);

@@ -5,7 +5,6 @@
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
 #include "conversation/ConversationMemoryStore.h"
-#include "conversation/MCPToolCache.h"
 #include "settings/AppSettings.h"
 
 #include <QFile>
@@ -325,38 +324,6 @@ private Q_SLOTS:
         QVERIFY2(results.at(2).startsWith(u"Căutarea web a eșuat: "_s), qPrintable(results.at(2)));
         QVERIFY2(results.at(3).startsWith(u"Citirea URL-ului a eșuat: "_s), qPrintable(results.at(3)));
         QCOMPARE(store.messages().constLast().text, u"Nu am găsit nimic."_s);
-    }
-
-    // A server switched off while its tools are being discovered: that discovery is not kept.
-    void aServerSwitchedOffMidDiscoveryIsNotCached()
-    {
-        FakeHttpServer mcp;
-        mcp.on("POST", u"/mcp"_s, [](const FakeHttpServer::Request &request) {
-            const QJsonObject call = request.json();
-            const QString method = call[u"method"_s].toString();
-            if (method.startsWith(u"notifications/"_s))
-                return Reply::text({}, 202);
-            const QJsonObject tool { { u"name"_s, u"echo"_s } };
-            Reply reply = Reply::json(QJsonObject { { u"jsonrpc"_s, u"2.0"_s }, { u"id"_s, call[u"id"_s] },
-                { u"result"_s, QJsonObject { { u"tools"_s, QJsonArray { tool } } } } });
-            reply.delayMs = method == u"tools/list"_s ? 500 : 0;
-            return reply;
-        });
-        ChatStore store;
-        MCPToolCache *tools = store.mcpTools();
-        MCPServerConfig server { QUuid::createUuid(), u"Lent"_s, mcp.baseUrl() + u"/mcp"_s };
-        store.settings()->setMcpServers({ server });
-        QCOMPARE(AsyncTest::await(tools->currentBindings()).size(), 1);
-        store.invalidateMCPBindings();
-
-        auto discovery = tools->currentBindings();
-        QTRY_COMPARE(mcp.requests().constLast().json()[u"method"_s].toString(), u"tools/list"_s);
-        server.enabled = false;
-        store.settings()->setMcpServers({ server });
-        QCOMPARE(AsyncTest::await(std::move(discovery)).size(), 0);
-        const qsizetype asked = mcp.requests().size();
-        QCOMPARE(AsyncTest::await(tools->currentBindings()).size(), 0);
-        QCOMPARE(mcp.requests().size(), asked);
     }
 
     // A failed turn ends with the app's own message after whatever of the answer was shown.
