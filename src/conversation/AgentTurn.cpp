@@ -220,31 +220,33 @@ void AgentTurn::finishAnswer()
 
 QCoro::Task<QString> AgentTurn::executeToolCall(ZenToolCall call, QList<MCPToolBinding> bindings)
 {
-    const auto argument = [&call](const char *name) -> std::optional<QString> {
-        const QJsonValue value = call.arguments.value(QLatin1String(name));
-        return value.isString() ? std::optional<QString>(value.toString()) : std::nullopt;
+    struct WebTool
+    {
+        const char *name;
+        const char *argument;
+        ToolKind kind;
+        QString status;
+        QString failure;
+        QCoro::Task<QString> (WebSkillService::*run)(QString);
     };
-
-    if (call.name == QLatin1String("kelo_web_search")) {
-        const auto query = argument("query");
-        if (!query)
-            co_return QStringLiteral("Lipsește parametrul query.");
-        Q_EMIT toolStarted(ToolKind::webSearch, QStringLiteral("Caut pe internet…"));
+    static const WebTool webTools[] = {
+        { "kelo_web_search", "query", ToolKind::webSearch, QStringLiteral("Caut pe internet…"),
+            QStringLiteral("Căutarea web a eșuat: "), &WebSkillService::searchRomanianWeb },
+        { "kelo_fetch_url", "url", ToolKind::pageReader, QStringLiteral("Citesc pagina…"),
+            QStringLiteral("Citirea URL-ului a eșuat: "), &WebSkillService::fetchURL },
+    };
+    for (const WebTool &tool : webTools) {
+        if (call.name != QLatin1String(tool.name))
+            continue;
+        const QJsonValue value = call.arguments.value(QLatin1String(tool.argument));
+        if (!value.isString())
+            co_return QStringLiteral("Lipsește parametrul %1.").arg(QLatin1String(tool.argument));
+        Q_EMIT toolStarted(tool.kind, tool.status);
         try {
-            co_return co_await m_services->web->searchRomanianWeb(*query);
+            QString output = co_await (m_services->web->*tool.run)(value.toString());
+            co_return output;
         } catch (...) {
-            co_return QStringLiteral("Căutarea web a eșuat: ") + describeException(std::current_exception());
-        }
-    }
-    if (call.name == QLatin1String("kelo_fetch_url")) {
-        const auto url = argument("url");
-        if (!url)
-            co_return QStringLiteral("Lipsește parametrul url.");
-        Q_EMIT toolStarted(ToolKind::pageReader, QStringLiteral("Citesc pagina…"));
-        try {
-            co_return co_await m_services->web->fetchURL(*url);
-        } catch (...) {
-            co_return QStringLiteral("Citirea URL-ului a eșuat: ") + describeException(std::current_exception());
+            co_return tool.failure + describeException(std::current_exception());
         }
     }
     for (const MCPToolBinding &binding : std::as_const(bindings)) {
