@@ -13,6 +13,8 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 
+#include <functional>
+
 namespace {
 
 constexpr int historyLimit = 16;
@@ -243,7 +245,8 @@ QCoro::Task<QString> AgentTurn::executeToolCall(ZenToolCall call, QList<MCPToolB
             co_return QStringLiteral("Lipsește parametrul %1.").arg(QLatin1String(tool.argument));
         Q_EMIT toolStarted(tool.kind, tool.status);
         try {
-            QString output = co_await (m_services->web->*tool.run)(value.toString());
+            QCoro::Task<QString> running = std::invoke(tool.run, m_services->web, value.toString());
+            QString output = co_await std::move(running);
             co_return output;
         } catch (...) {
             co_return tool.failure + describeException(std::current_exception());
