@@ -78,10 +78,13 @@ HttpClient::Options completionOptions(bool streamed, ChatCompletionStream &strea
     return options;
 }
 
-void deliverWhole(const ZenAPIService::ContentSink &onContent, const QString &text)
+// An answer that came in one piece reaches the sink as one piece.
+ZenAPIService::AssistantResult deliveredWhole(
+    ZenAPIService::AssistantResult result, const ZenAPIService::ContentSink &onContent)
 {
-    if (onContent && !text.isEmpty())
-        onContent(text);
+    if (onContent && !result.text.isEmpty())
+        onContent(result.text);
+    return result;
 }
 
 // The first `limit` code points, never splitting a surrogate pair.
@@ -367,17 +370,10 @@ QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::requestCompletion(QSt
         body.insert(QStringLiteral("tools"), toolsJson(tools));
         body.insert(QStringLiteral("tool_choice"), QStringLiteral("auto"));
     }
-    if (streamed)
-        body.insert(QStringLiteral("stream"), true);
     ChatCompletionStream stream(onContent);
-    const HttpReply reply
-        = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/chat/completions"), key, true, streamed),
-            JsonSupport::compact(body), completionOptions(streamed, stream));
-    if (!reply.streamed) {
-        AssistantResult whole = parseChatCompletion(reply);
-        deliverWhole(onContent, whole.text);
-        co_return whole;
-    }
+    const HttpReply reply = co_await postCompletion(QStringLiteral("/chat/completions"), key, body, streamed, &stream);
+    if (!reply.streamed)
+        co_return deliveredWhole(parseChatCompletion(reply), onContent);
     stream.finish();
     co_return AssistantResult { stream.text(), stream.toolCalls() };
 }
@@ -397,26 +393,27 @@ QCoro::Task<ZenAPIService::AssistantResult> ZenAPIService::completeResponses(
     QString apiKey, QString modelID, QJsonArray messages, bool streamed, ContentSink onContent)
 {
     const QString key = trimmedKeyOrThrow(apiKey);
-    QJsonObject body { { QStringLiteral("model"), modelID }, { QStringLiteral("input"), responsesInput(messages) } };
-    if (streamed)
-        body.insert(QStringLiteral("stream"), true);
+    const QJsonObject body { { QStringLiteral("model"), modelID },
+        { QStringLiteral("input"), responsesInput(messages) } };
     ChatCompletionStream stream(onContent);
-    const HttpReply reply
-        = co_await m_http->post(makeRequest(m_baseURL + QStringLiteral("/responses"), key, true, streamed),
-            JsonSupport::compact(body), completionOptions(streamed, stream));
-    if (!reply.streamed) {
-        AssistantResult whole = parseResponsesReply(reply);
-        deliverWhole(onContent, whole.text);
-        co_return whole;
-    }
+    const HttpReply reply = co_await postCompletion(QStringLiteral("/responses"), key, body, streamed, &stream);
+    if (!reply.streamed)
+        co_return deliveredWhole(parseResponsesReply(reply), onContent);
     stream.finish();
     // A service that streams no text deltas still ends with the whole response.
-    if (stream.text().isEmpty() && stream.completedResponse()) {
-        AssistantResult whole { responsesText(*stream.completedResponse()), {} };
-        deliverWhole(onContent, whole.text);
-        co_return whole;
-    }
+    if (stream.text().isEmpty() && stream.completedResponse())
+        co_return deliveredWhole(AssistantResult { responsesText(*stream.completedResponse()), {} }, onContent);
     co_return AssistantResult { stream.text(), {} };
+}
+
+QCoro::Task<HttpReply> ZenAPIService::postCompletion(
+    QString path, QString key, QJsonObject body, bool streamed, ChatCompletionStream *stream)
+{
+    if (streamed)
+        body.insert(QStringLiteral("stream"), true);
+    HttpReply reply = co_await m_http->post(makeRequest(m_baseURL + path, key, true, streamed),
+        JsonSupport::compact(body), completionOptions(streamed, *stream));
+    co_return reply;
 }
 
 ZenAPIService::AssistantResult ZenAPIService::parseResponsesReply(const HttpReply &reply)

@@ -6,10 +6,12 @@
 
 #include <QCoroTask>
 #include <QJsonArray>
+#include <QJsonObject>
 #include <QObject>
 
 #include <functional>
 
+class ChatCompletionStream;
 class HttpClient;
 struct HttpReply;
 
@@ -56,6 +58,10 @@ private:
         QList<ZenToolDefinition> tools, bool streamed, ContentSink onContent);
     QCoro::Task<AssistantResult> completeResponses(
         QString apiKey, QString modelID, QJsonArray messages, bool streamed, ContentSink onContent);
+    // Posts a completion request; when streamed, an event-stream answer goes through `stream` as
+    // it arrives and the reply's body stays empty.
+    QCoro::Task<HttpReply> postCompletion(
+        QString path, QString key, QJsonObject body, bool streamed, ChatCompletionStream *stream);
 
     QString m_baseURL;
     HttpClient *m_http;

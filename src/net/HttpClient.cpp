@@ -61,7 +61,8 @@ bool deliversChunk(const HttpClient::Options &options, const QByteArray &chunk, 
 // What arrived since the last call: kept in the body, or handed on when the answer is streamed.
 void receive(QNetworkReply *reply, Download &download, const HttpClient::Options &options)
 {
-    if (download.endedEarly)
+    // An aborted reply is closed; reading it only draws a warning.
+    if (download.endedEarly || !reply->isOpen())
         return;
     if (!download.streaming) {
         const HttpReply head = headOf(reply);

@@ -42,11 +42,15 @@ Reply chatReply(const char *assistantMessage)
         QJsonObject { { "choices", QJsonArray { QJsonObject { { "message", object(assistantMessage) } } } } });
 }
 
-// One chat-completion chunk as a single-line event.
+// The JSON object as a single-line event.
+QByteArray sseEvent(const QByteArray &json)
+{
+    return "data: " + QJsonDocument::fromJson(json).toJson(QJsonDocument::Compact) + "\n\n";
+}
+
 QByteArray chatDelta(const char *delta)
 {
-    const QJsonObject chunk { { "choices", QJsonArray { QJsonObject { { "delta", object(delta) } } } } };
-    return "data: " + QJsonDocument(chunk).toJson(QJsonDocument::Compact) + "\n\n";
+    return sseEvent(QByteArray(R"({"choices":[{"delta":)") + delta + "}]}");
 }
 
 Reply jsonReply(const char *json)
@@ -394,149 +398,122 @@ private Q_SLOTS:
         QVERIFY(!m_server->requests("/responses").first().json().contains("stream"));
     }
 
+    // Each stream is sent in the chunks given; with "holds open" the server keeps the connection
+    // after them, so only the stream's own end can finish the answer.
     void streamedAnswersArriveInPieces_data()
     {
         QTest::addColumn<QString>("model");
         QTest::addColumn<QList<QByteArray>>("chunks");
-        QTest::addColumn<QByteArray>("contentType");
-        // The stream says it is done and the server then keeps the connection open.
-        QTest::addColumn<bool>("endsItself");
+        QTest::addColumn<QString>("ending");
         QTest::addColumn<QStringList>("deltas");
         QTest::addColumn<QList<ZenToolCall>>("toolCalls");
-        const QByteArray events = "text/event-stream; charset=utf-8";
+        QTest::addColumn<QString>("error");
+        const QString pickle = QStringLiteral("big-pickle");
+        const QList<ZenToolCall> none;
 
         QTest::newRow("text, a letter split between chunks")
-            << "big-pickle"
+            << pickle
             << QList<QByteArray> { chatDelta(R"({"role":"assistant","content":"Bu"})").chopped(1),
                    "\ndata: {\"choices\":[{\"delta\":{\"content\":\"n\xc4", "\x83 ziua\"}}]}\r\n\r\n",
                    "data: [DONE]\n\n" }
-            << events << true << QStringList { "Bu", "nă ziua" } << QList<ZenToolCall> {};
+            << "holds open" << QStringList { "Bu", "nă ziua" } << none << QString();
         QTest::newRow("tool calls by index, out of order, arguments in pieces")
-            << "big-pickle"
-            << QList<
-                   QByteArray> { chatDelta(
-                                     R"({"tool_calls":[{"index":1,"id":"c2","function":{"name":"kelo_fetch_url","arguments":"{\u0022url\u0022"}}]})"),
-                   chatDelta(
-                       R"({"tool_calls":[{"index":0,"id":"c1","function":{"name":"kelo_web_search","arguments":""}}]})"),
+            << pickle
+            << QList<QByteArray> { chatDelta(R"({"tool_calls":[{"index":1,"id":"c2",
+                                       "function":{"name":"kelo_fetch_url","arguments":"{\u0022url\u0022"}}]})"),
+                   chatDelta(R"({"tool_calls":[{"index":0,"id":"c1","function":{"name":"kelo_web_search"}}]})"),
                    chatDelta(R"({"tool_calls":[{"index":1,"function":{"arguments":":\u0022a.ro\u0022}"}},
                        {"index":0,"id":"","function":{"name":"","arguments":"{\u0022query\u0022:\u0022vreme\u0022}"}}]})"),
-                   "data: {\"choices\":[{\"delta\":{},\"finish_reason\":\"tool_calls\"}]}\n\ndata: [DONE]\n\n" }
-            << events << true << QStringList {}
+                   sseEvent(R"({"choices":[{"delta":{},"finish_reason":"tool_calls"}]})") + "data: [DONE]\n\n" }
+            << "holds open" << QStringList {}
             << QList<ZenToolCall> { { "c1", "kelo_web_search", object(R"({"query":"vreme"})") },
-                   { "c2", "kelo_fetch_url", object(R"({"url":"a.ro"})") } };
-        QTest::newRow("arguments that never become JSON, a call without a name")
-            << "big-pickle"
+                   { "c2", "kelo_fetch_url", object(R"({"url":"a.ro"})") } }
+            << QString();
+        QTest::newRow("arguments that never become JSON, a call without a name, [DONE] without blank line")
+            << pickle
             << QList<QByteArray> { chatDelta(R"({"content":"Caut","tool_calls":[
                    {"index":0,"id":"c1","function":{"name":"kelo_web_search","arguments":"\u007b\u0022query\u0022:"}},
                    {"index":1,"id":"c2","function":{"arguments":"{}"}}]})"),
                    "data: [DONE]" }
-            << events << false << QStringList { "Caut" } << QList<ZenToolCall> { { "c1", "kelo_web_search", {} } };
+            << "closes" << QStringList { "Caut" } << QList<ZenToolCall> { { "c1", "kelo_web_search", {} } }
+            << QString();
         QTest::newRow("noise passed over, nothing after [DONE]")
-            << "big-pickle"
+            << pickle
             << QList<QByteArray> { ": keep-alive\n\nevent: ping\ndata: {\"type\":\"ping\"}\n\n",
                    "data: {not json\n\ndata: [1,2]\n\nretry: 10\nid: 4\n\ndata: {\"choices\":7}\n\n",
                    chatDelta(R"({"content":"ok"})"), "data: [DONE]\n\n" + chatDelta(R"({"content":"după"})") }
-            << events << true << QStringList { "ok" } << QList<ZenToolCall> {};
-        QTest::newRow("last event without its blank line")
-            << "big-pickle"
-            << QList<QByteArray> { "data: {\"choices\":[{\"delta\":{\"content\":\"fără "
-                                   "final\"},\"finish_reason\":\"stop\"}]}" }
-            << events << false << QStringList { "fără final" } << QList<ZenToolCall> {};
+            << "holds open" << QStringList { "ok" } << none << QString();
         QTest::newRow("one JSON object instead of a stream")
-            << "big-pickle" << QList<QByteArray> { R"({"choices":[{"message":{"content":"întreg"}}]})" }
-            << QByteArray("application/json") << false << QStringList { "întreg" } << QList<ZenToolCall> {};
+            << pickle << QList<QByteArray> { R"({"choices":[{"message":{"content":"întreg"}}]})" } << "json"
+            << QStringList { "întreg" } << none << QString();
         QTest::newRow("responses protocol, text deltas")
             << "gpt-4o"
-            << QList<QByteArray> { "event: response.created\ndata: {\"type\":\"response.created\"}\n\n",
-                   "event: response.output_text.delta\ndata: "
-                   "{\"type\":\"response.output_text.delta\",\"delta\":\"Sal\"}\n\n",
-                   "data: {\"type\":\"response.output_text.delta\",\"delta\":\"ut\"}\n\n",
-                   "data: {\"type\":\"response.completed\",\"response\":{\"output_text\":\"Salut\"}}\n\n" }
-            << events << true << QStringList { "Sal", "ut" } << QList<ZenToolCall> {};
+            << QList<QByteArray> { "event: response.created\n" + sseEvent(R"({"type":"response.created"})"),
+                   "event: response.output_text.delta\n"
+                       + sseEvent(R"({"type":"response.output_text.delta","delta":"Sal"})"),
+                   sseEvent(R"({"type":"response.output_text.delta","delta":"ut"})"),
+                   sseEvent(R"({"type":"response.completed","response":{"output_text":"Salut"}})") }
+            << "holds open" << QStringList { "Sal", "ut" } << none << QString();
         QTest::newRow("responses protocol, only the completed response")
             << "gpt-4o"
-            << QList<QByteArray> { "data: {\"type\":\"response.completed\",\"response\":{\"output\":[{\"content\":"
-                                   "[{\"text\":\"gata\"}]}]}}\n\n" }
-            << events << true << QStringList { "gata" } << QList<ZenToolCall> {};
+            << QList<QByteArray> { sseEvent(
+                   R"({"type":"response.completed","response":{"output":[{"content":[{"text":"gata"}]}]}})") }
+            << "holds open" << QStringList { "gata" } << none << QString();
+
+        QTest::newRow("error object halfway")
+            << pickle
+            << QList<QByteArray> { chatDelta(R"({"content":"Început"})"),
+                   sseEvent(R"({"error":{"message":"Limită depășită"}})"), chatDelta(R"({"content":"nu"})") }
+            << "closes" << QStringList { "Început" } << none << "Limită depășită";
+        QTest::newRow("error event") << pickle
+                                     << QList<QByteArray> { sseEvent(R"({"type":"error","message":"Ocupat"})") }
+                                     << "closes" << QStringList {} << none << "Ocupat";
+        QTest::newRow("failed response")
+            << "gpt-4o"
+            << QList<QByteArray> { sseEvent(R"({"type":"response.output_text.delta","delta":"Da"})")
+                   + sseEvent(R"({"type":"response.failed","response":{"error":{"message":"Model indisponibil"}}})") }
+            << "closes" << QStringList { "Da" } << none << "Model indisponibil";
+        QTest::newRow("an event of megabytes")
+            << pickle << QList<QByteArray> { chatDelta(R"({"content":"a"})"), "data: " + QByteArray(2 << 20, 'x') }
+            << "closes" << QStringList { "a" } << none << "Răspunsul serverului este prea mare.";
+        QTest::newRow("connection dropped before the end")
+            << pickle << QList<QByteArray> { chatDelta(R"({"content":"Jumă"})") } << "drops" << QStringList { "Jumă" }
+            << none << "Conexiunea la rețea s-a întrerupt.";
+        QTest::newRow("nothing but noise")
+            << pickle << QList<QByteArray> { ": ping\n\n", "data: {oops\n\n" } << "closes" << QStringList {} << none
+            << "OpenCode Zen a returnat un răspuns neașteptat.";
     }
 
     void streamedAnswersArriveInPieces()
     {
         QFETCH(QString, model);
         QFETCH(QList<QByteArray>, chunks);
-        QFETCH(QByteArray, contentType);
-        QFETCH(bool, endsItself);
+        QFETCH(QString, ending);
         QFETCH(QStringList, deltas);
         QFETCH(QList<ZenToolCall>, toolCalls);
+        QFETCH(QString, error);
         Reply reply = Reply::eventStreamChunks(chunks, 10);
-        reply.headers = { { "Content-Type", contentType } };
-        reply.holdOpenAfterChunks = endsItself;
+        if (ending == QLatin1String("json"))
+            reply.headers = { { "Content-Type", "application/json" } };
+        reply.holdOpenAfterChunks = ending == QLatin1String("holds open");
+        reply.dropAfterChunks = ending == QLatin1String("drops");
         m_server->on("POST", "/chat/completions", reply);
         m_server->on("POST", "/responses", reply);
 
         QStringList received;
-        const auto result = AsyncTest::await(m_service->completeChat(QStringLiteral("key"), model, oneUserMessage(),
-            { searchTool() }, [&received](const QString &delta) { received.append(delta); }));
+        ZenAPIService::AssistantResult result;
+        QString failure;
+        try {
+            result = AsyncTest::await(m_service->completeChat(QStringLiteral("key"), model, oneUserMessage(),
+                { searchTool() }, [&received](const QString &delta) { received.append(delta); }));
+        } catch (const KeloError &thrown) {
+            failure = thrown.description();
+        }
+        QCOMPARE(failure, error);
         QCOMPARE(received, deltas);
-        QCOMPARE(result.text, deltas.join(QString()));
+        QCOMPARE(result.text, error.isEmpty() ? deltas.join(QString()) : QString());
         QCOMPARE(result.toolCalls, toolCalls);
         QCOMPARE(m_server->requests().last().json().value("stream"), QJsonValue(true));
-    }
-
-    void streamsThatFailKeepWhatWasDelivered_data()
-    {
-        QTest::addColumn<QString>("model");
-        QTest::addColumn<QList<QByteArray>>("chunks");
-        QTest::addColumn<bool>("drops");
-        QTest::addColumn<QString>("error");
-        QTest::addColumn<QStringList>("deltas");
-
-        QTest::newRow("error object halfway")
-            << "big-pickle"
-            << QList<QByteArray> { chatDelta(R"({"content":"Început"})"),
-                   "data: {\"error\":{\"message\":\"Limită depășită\"}}\n\n", chatDelta(R"({"content":"nu"})") }
-            << false << "Limită depășită" << QStringList { "Început" };
-        QTest::newRow("error event") << "big-pickle"
-                                     << QList<QByteArray> { "data: {\"type\":\"error\",\"message\":\"Ocupat\"}\n\n" }
-                                     << false << "Ocupat" << QStringList {};
-        QTest::newRow("failed response")
-            << "gpt-4o"
-            << QList<QByteArray> { "data: {\"type\":\"response.output_text.delta\",\"delta\":\"Da\"}\n\n"
-                                   "data: {\"type\":\"response.failed\",\"response\":{\"error\":{\"message\":"
-                                   "\"Model indisponibil\"}}}\n\n" }
-            << false << "Model indisponibil" << QStringList { "Da" };
-        QTest::newRow("an event of megabytes")
-            << "big-pickle"
-            << QList<QByteArray> { chatDelta(R"({"content":"a"})"), "data: " + QByteArray(2 << 20, 'x') } << false
-            << "Răspunsul serverului este prea mare." << QStringList { "a" };
-        QTest::newRow("connection dropped") << "big-pickle" << QList<QByteArray> { chatDelta(R"({"content":"Jumă"})") }
-                                            << true << "Conexiunea la rețea s-a întrerupt." << QStringList { "Jumă" };
-        QTest::newRow("nothing but noise")
-            << "big-pickle" << QList<QByteArray> { ": ping\n\n", "data: {oops\n\n" } << false
-            << "OpenCode Zen a returnat un răspuns neașteptat." << QStringList {};
-    }
-
-    void streamsThatFailKeepWhatWasDelivered()
-    {
-        QFETCH(QString, model);
-        QFETCH(QList<QByteArray>, chunks);
-        QFETCH(bool, drops);
-        QFETCH(QString, error);
-        QFETCH(QStringList, deltas);
-        Reply reply = Reply::eventStreamChunks(chunks, 10);
-        reply.dropAfterChunks = drops;
-        m_server->on("POST", "/chat/completions", reply);
-        m_server->on("POST", "/responses", reply);
-
-        QStringList received;
-        try {
-            AsyncTest::await(m_service->completeChat(QStringLiteral("key"), model, oneUserMessage(), {},
-                [&received](const QString &delta) { received.append(delta); }));
-            QFAIL("the stream was taken as a whole answer");
-        } catch (const KeloError &failure) {
-            QCOMPARE(failure.description(), error);
-        }
-        QCOMPARE(received, deltas);
     }
 };
 
