@@ -29,6 +29,13 @@ ChatMessage ChatMessage::make(Role role, QString text)
     return ChatMessage { QUuid::createUuid(), role, std::move(text), QDateTime::currentDateTimeUtc() };
 }
 
+ChatMessage ChatMessage::notice(QString text)
+{
+    ChatMessage message = make(Role::assistant, std::move(text));
+    message.fromApp = true;
+    return message;
+}
+
 QString ChatMessage::idString() const
 {
     return id.toString(QUuid::WithoutBraces).toUpper();
@@ -58,12 +65,15 @@ std::optional<ChatMessage::Role> ChatMessage::roleFromRawValue(const QString &ra
 
 QJsonObject ChatMessage::toJson() const
 {
-    return QJsonObject {
+    QJsonObject object {
         { QStringLiteral("id"), idString() },
         { QStringLiteral("role"), rawValue(role) },
         { QStringLiteral("text"), text },
         { QStringLiteral("createdAt"), ReferenceDate::secondsSinceReference(createdAt) },
     };
+    if (fromApp)
+        object.insert(QStringLiteral("fromApp"), true);
+    return object;
 }
 
 std::optional<ChatMessage> ChatMessage::fromJson(const QJsonValue &value)
@@ -85,5 +95,6 @@ std::optional<ChatMessage> ChatMessage::fromJson(const QJsonValue &value)
         = ReferenceDate::fromSecondsSinceReference(object.value(QLatin1String("createdAt")).toDouble(NAN));
     if (created.isValid())
         message.createdAt = created;
+    message.fromApp = object.value(QLatin1String("fromApp")).toBool(false);
     return message;
 }

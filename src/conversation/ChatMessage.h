@@ -16,6 +16,7 @@ class ChatMessage
     Q_PROPERTY(QString role READ roleName CONSTANT)
     Q_PROPERTY(QString text MEMBER text)
     Q_PROPERTY(QDateTime createdAt MEMBER createdAt)
+    Q_PROPERTY(bool fromApp MEMBER fromApp)
 
 public:
     enum class Role { user, assistant, system };
@@ -24,8 +25,12 @@ public:
     Role role = Role::user;
     QString text;
     QDateTime createdAt;
+    // Written by the app itself (welcome, notices, failures), not by the model or the user.
+    bool fromApp = false;
 
     static ChatMessage make(Role role, QString text);
+    // An assistant message the app wrote itself.
+    static ChatMessage notice(QString text);
 
     QString idString() const;
     QString roleName() const { return rawValue(role); }
@@ -33,9 +38,11 @@ public:
     static QString rawValue(Role role);
     static std::optional<Role> roleFromRawValue(const QString &raw);
 
-    // Keys "id", "role", "text", "createdAt"; dates as seconds since 1 January 2001 UTC.
+    // Keys "id", "role", "text", "createdAt" and, when set, "fromApp"; dates as seconds since
+    // 1 January 2001 UTC.
     QJsonObject toJson() const;
-    // A missing id or date gets a fresh one; a missing or unknown role or a missing text fails.
+    // A missing id or date gets a fresh one, a missing "fromApp" is false; a missing or unknown role or
+    // a missing text fails.
     static std::optional<ChatMessage> fromJson(const QJsonValue &value);
 
     friend bool operator==(const ChatMessage &, const ChatMessage &) = default;

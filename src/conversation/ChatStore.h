@@ -1,52 +1,49 @@
 #pragma once
 
+#include "AgentTurn.h"
 #include "ChatMessage.h"
+#include "ChatMessageModel.h"
 #include "ConversationMemoryStore.h"
-#include "ZenAPIService.h"
+#include "KeloServices.h"
 #include "ZenModel.h"
 #include "settings/AppSettings.h"
-#include "skills/MCPToolBinding.h"
 #include "voice/SpeechService.h"
 
 #include <QCoroTask>
-#include <QDateTime>
-#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
-#include <QVariantList>
 #include <QtQml/qqmlregistration.h>
 
 #include <optional>
 
-class QTimer;
-class BackgroundExecutionManager;
+class HandsFreeListener;
 class MCPClient;
+class MCPToolCache;
 class WebSkillService;
 
-// The one observable object that runs the conversation. It owns every service, holds the visible
-// conversation and the transient state the views show, and runs the agent turn with its tool loop.
-// The desktop app and the command line both drive it.
+// The one observable object that runs the conversation: the visible messages, the transient state
+// the views show, and the turns (typed, spoken, interrupted). The desktop app and the command line
+// both drive it; the turn itself is an AgentTurn, the services belong to KeloServices.
 class ChatStore : public QObject
 {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("The ChatStore is created by the application")
 
-    Q_PROPERTY(QVariantList messages READ messageList NOTIFY messagesChanged)
+    Q_PROPERTY(ChatMessageModel *conversation READ conversation CONSTANT)
     Q_PROPERTY(QString draft READ draft WRITE setDraft NOTIFY draftChanged)
     Q_PROPERTY(bool isThinking READ isThinking NOTIFY isThinkingChanged)
     Q_PROPERTY(bool isPushToTalkActive READ isPushToTalkActive NOTIFY isPushToTalkActiveChanged)
     Q_PROPERTY(bool forceInternetNext READ forceInternetNext WRITE setForceInternetNext NOTIFY forceInternetNextChanged)
     // Empty when no tool runs.
     Q_PROPERTY(QString toolStatus READ toolStatus NOTIFY toolStatusChanged)
-    Q_PROPERTY(QVariantList zenModels READ zenModelList NOTIFY zenModelsChanged)
+    Q_PROPERTY(QList<ZenModel> zenModels READ zenModels NOTIFY zenModelsChanged)
     // Empty when there was no error.
     Q_PROPERTY(QString zenError READ zenError NOTIFY zenErrorChanged)
-
-    Q_PROPERTY(QVariantList visibleMessages READ visibleMessageList NOTIFY messagesChanged)
     Q_PROPERTY(bool hasZenKey READ hasZenKey NOTIFY hasZenKeyChanged)
     Q_PROPERTY(ZenModel selectedZenModel READ selectedZenModel NOTIFY selectedZenModelChanged)
     Q_PROPERTY(QString activityText READ activityText NOTIFY activityTextChanged)
+    Q_PROPERTY(Activity activity READ activity NOTIFY activityChanged)
 
     Q_PROPERTY(AppSettings *settings READ settings CONSTANT)
     Q_PROPERTY(SpeechService *speech READ speech CONSTANT)
@@ -56,36 +53,41 @@ class ChatStore : public QObject
     Q_PROPERTY(ConversationMemoryStore *memory READ memory CONSTANT)
 
 public:
+    // What the companion is doing, for the orb and the status line.
+    enum class Activity { Idle, Listening, Thinking, Searching, UsingTool, Speaking };
+    Q_ENUM(Activity)
+
     explicit ChatStore(QObject *parent = nullptr);
     ~ChatStore() override;
 
     static QString welcomeText();
 
     QList<ChatMessage> messages() const { return m_messages; }
-    QList<ChatMessage> visibleMessages() const;
+    QList<ChatMessage> visibleMessages() const { return m_conversation->messages(); }
+    ChatMessageModel *conversation() const { return m_conversation; }
     QString draft() const { return m_draft; }
+    // Typing while an answer streams or is spoken interrupts it.
     void setDraft(const QString &draft);
-    bool isThinking() const { return m_isThinking; }
+    bool isThinking() const { return m_turn != nullptr; }
     bool isPushToTalkActive() const { return m_isPushToTalkActive; }
     bool forceInternetNext() const { return m_forceInternetNext; }
     void setForceInternetNext(bool value);
-    std::optional<QString> toolStatusText() const { return m_toolStatus; }
-    QString toolStatus() const { return m_toolStatus.value_or(QString()); }
+    QString toolStatus() const { return m_toolStatus; }
     QList<ZenModel> zenModels() const { return m_zenModels; }
-    QString zenError() const { return m_zenError.value_or(QString()); }
+    QString zenError() const { return m_zenError; }
 
     bool hasZenKey() const;
     ZenModel selectedZenModel() const;
     QString activityText() const;
+    Activity activity() const;
 
-    AppSettings *settings() const { return m_settings; }
-    SpeechService *speech() const { return m_speech; }
-    ConversationMemoryStore *memory() const { return m_memory; }
-    ZenAPIService *zen() const { return m_zen; }
-    MCPClient *mcp() const { return m_mcp; }
-    WebSkillService *web() const { return m_web; }
+    AppSettings *settings() const { return m_services->settings; }
+    SpeechService *speech() const { return m_services->speech; }
+    ConversationMemoryStore *memory() const { return m_services->memory; }
+    ZenAPIService *zen() const { return m_services->zen; }
+    MCPClient *mcp() const { return m_services->mcp; }
 
-    // One turn for `text`, or for the draft when absent.
+    // One turn for `text`, or for the draft when absent. A turn still running is interrupted first.
     QCoro::Task<> send(std::optional<QString> text = std::nullopt);
     QCoro::Task<> beginPushToTalk();
     QCoro::Task<> endPushToTalk();
@@ -94,10 +96,10 @@ public:
     void clearConversation();
     void clearMemory();
     QCoro::Task<QString> listMCPTools(MCPServerConfig server);
-    // The tool bindings of the enabled MCP servers, reused for 600 seconds.
-    QCoro::Task<QList<MCPToolBinding>> currentMCPBindings();
-    // Forgets the cached bindings so the next turn discovers them again.
     Q_INVOKABLE void invalidateMCPBindings();
+
+    // Barge-in: silence now, the rest of the answer cancelled, what was shown stays.
+    Q_INVOKABLE void interrupt();
 
     // Fire-and-forget entry points for QML.
     Q_INVOKABLE void sendDraft();
@@ -111,15 +113,13 @@ public:
     bool speaksAnswers() const { return m_speaksAnswers; }
     void setSpeaksAnswers(bool value) { m_speaksAnswers = value; }
 
-    // The built-in tools' definitions, in the order they are offered.
-    static QList<ZenToolDefinition> builtInToolDefinitions();
-    // Reasoning blocks removed, white space trimmed.
-    static QString visibleAnswer(const QString &text);
-
 Q_SIGNALS:
-    void messagesChanged();
-    // A message joined the conversation (the command line prints assistant messages from here).
+    // A message joined the conversation, complete (the command line prints assistant messages from here).
     void messageAppended(const ChatMessage &message);
+    // The answer being written grew; `visible` is all of it so far, reasoning left out.
+    void answerGrew(const QString &visible);
+    // A sentence of the answer is complete and may be spoken while the rest is written.
+    void sentenceReady(const QString &sentence);
     // A turn ended: with an answer, or with the failure message in the conversation.
     void turnFinished(bool answered);
     void draftChanged();
@@ -132,69 +132,57 @@ Q_SIGNALS:
     void hasZenKeyChanged();
     void selectedZenModelChanged();
     void activityTextChanged();
+    void activityChanged();
     // The settings or the speech service changed something the views show.
     void changed();
 
 private:
-    QCoro::Task<QString> runAgentTurn(QString text);
-    QJsonArray buildConversationForAPI() const;
-    QCoro::Task<QList<ZenToolDefinition>> toolDefinitionsForTurn(QList<MCPToolBinding> &bindings);
-    QCoro::Task<QString> executeToolCall(ZenToolCall call, QList<MCPToolBinding> bindings);
-    QList<MCPServerConfig> enabledMCPServers() const;
-    QList<MCPToolBinding> bindingsOfEnabledServers(const QList<MCPToolBinding> &bindings) const;
-    QString friendlyError(std::exception_ptr error) const;
-    QCoro::Task<> refreshMemoryIfNeeded();
-    void scheduleHandsFreeListening();
+    QCoro::Task<std::optional<QString>> runTurn();
+    void finishTurn(std::optional<QString> answer, bool fromVoice);
     void showTemporaryStatus(const QString &text);
     void onAutomaticTranscript(const QString &text);
-    void watchHandsFreeSilence();
+    void onToolStarted(AgentTurn::ToolKind kind, const QString &status);
+    void showGrowingAnswer(const QString &visible);
     void publishDerivedState();
 
-    QVariantList messageList() const;
-    QVariantList visibleMessageList() const;
-    QVariantList zenModelList() const;
-
     void appendMessage(ChatMessage message);
-    void setThinking(bool value);
+    void replaceConversation(ChatMessage notice);
+    void setTurn(AgentTurn *turn);
     void setPushToTalkActive(bool value);
-    void setToolStatus(std::optional<QString> status);
-    void setZenError(std::optional<QString> error);
+    void setToolStatus(const QString &status, std::optional<AgentTurn::ToolKind> kind = std::nullopt);
+    void setZenError(const QString &error);
     void setZenModels(QList<ZenModel> models);
 
-    AppSettings *m_settings;
-    ZenAPIService *m_zen;
-    SpeechService *m_speech;
-    WebSkillService *m_web;
-    MCPClient *m_mcp;
-    ConversationMemoryStore *m_memory;
-    BackgroundExecutionManager *m_backgroundExecution;
+    KeloServices *m_services;
+    MCPToolCache *m_mcpTools;
+    HandsFreeListener *m_handsFree;
+    ChatMessageModel *m_conversation;
+    QPointer<AgentTurn> m_turn;
+    // The model client of the turns, apart from the one of model lists and memory so that a barge-in
+    // closes only the turn's requests; replaced after each barge-in, kept (and its connection
+    // reused) otherwise.
+    ZenAPIService *m_turnClient = nullptr;
 
     QList<ChatMessage> m_messages;
+    // The answer shown while it is written; joins m_messages when the turn ends.
+    std::optional<ChatMessage> m_growing;
     QString m_draft;
-    bool m_isThinking = false;
     // Set by the destructor, whose aborted requests resume the turn one last time.
     bool m_closing = false;
     bool m_isPushToTalkActive = false;
     bool m_forceInternetNext = false;
-    std::optional<QString> m_toolStatus;
+    QString m_toolStatus;
+    std::optional<AgentTurn::ToolKind> m_toolKind;
     QList<ZenModel> m_zenModels;
-    std::optional<QString> m_zenError;
+    QString m_zenError;
 
-    QList<MCPToolBinding> m_cachedMCPBindings;
-    std::optional<QDateTime> m_toolsRefreshedAt;
-    // Bumped whenever the cached bindings stop being valid, so a discovery that was running then
-    // does not store what it found.
-    quint64 m_bindingsGeneration = 0;
     quint64 m_statusGeneration = 0;
     bool m_speaksAnswers = true;
-    // The last turn came from the microphone, so the conversation may go on hands-free.
-    bool m_lastTurnWasVoice = false;
-    bool m_handsFreeRun = false;
-    QTimer *m_handsFreeTimer;
-    QElapsedTimer m_handsFreeClock;
-    qint64 m_lastVoiceAtMs = -1;
+    // The turn about to start came from the microphone.
+    bool m_nextTurnIsVoice = false;
     // Derived values last published, so their signals fire only on real changes.
     bool m_publishedHasZenKey = false;
     QString m_publishedActivityText;
+    Activity m_publishedActivity = Activity::Idle;
     ZenModel m_publishedModel;
 };

@@ -1,5 +1,6 @@
 #include "ConversationMemoryStore.h"
 
+#include "ZenAPIService.h"
 #include "settings/FileSaveError.h"
 
 #include <QDateTime>
@@ -283,4 +284,18 @@ void ConversationMemoryStore::setSaveError(const QString &text)
         return;
     m_saveError = text;
     Q_EMIT saveErrorChanged();
+}
+
+QCoro::Task<> ConversationMemoryStore::compactIfDue(
+    ZenAPIService *zen, QString apiKey, QString modelID, QList<ChatMessage> messages)
+{
+    if (!shouldRefreshSummary(messages))
+        co_return;
+    try {
+        const QString fresh = co_await zen->summarizeMemory(apiKey, modelID, summary(), transcriptForSummary(messages));
+        if (!fresh.trimmed().isEmpty())
+            updateSummary(fresh, messages);
+    } catch (...) {
+        // Tried again after the next turn.
+    }
 }

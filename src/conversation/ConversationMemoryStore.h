@@ -3,6 +3,7 @@
 #include "ChatMessage.h"
 #include "ConversationMemoryWriter.h"
 
+#include <QCoroTask>
 #include <QObject>
 #include <QtQml/qqmlregistration.h>
 
@@ -10,6 +11,8 @@
 
 // What Kelo remembers between launches: the model-written summary, the last 80 messages and how many
 // user messages the summary covers, in "conversation-memory.json" under the data directory.
+class ZenAPIService;
+
 class ConversationMemoryStore : public QObject
 {
     Q_OBJECT
@@ -37,6 +40,8 @@ public:
     void updateSummary(const QString &summary, const QList<ChatMessage> &basedOn);
     bool shouldRefreshSummary(const QList<ChatMessage> &messages) const;
     QString transcriptForSummary(const QList<ChatMessage> &messages) const;
+    // Asks the model for a new summary when one is due; a failure is tried again after the next turn.
+    QCoro::Task<> compactIfDue(ZenAPIService *zen, QString apiKey, QString modelID, QList<ChatMessage> messages);
     void clearAll();
     // The file is written on a background thread; this returns once every change so far is on disk
     // (or has failed, which saveError then tells).

@@ -15,7 +15,7 @@ QCoro::Task<> awaitAndLog(QCoro::Task<> task)
 }
 } // namespace
 
-void detached(QCoro::Task<> task)
+void startDetached(QCoro::Task<> task)
 {
     awaitAndLog(std::move(task));
 }

@@ -2,6 +2,6 @@
 
 #include <QCoroTask>
 
-// Starts a coroutine nobody awaits. An exception that escapes it is logged, never lost in silence
-// and never left to end the program.
-void detached(QCoro::Task<> task);
+// Starts a coroutine nobody awaits (a QML click, a timer). Its expected failures are handled inside;
+// whatever still escapes is logged rather than lost with the frame or left to end the program.
+void startDetached(QCoro::Task<> task);

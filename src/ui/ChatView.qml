@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Controls.Material
 import QtQuick.Layouts
+import Kelo.Core
 import "ViewLogic.js" as Logic
 
 // The main screen: the orb to hold and talk, the state line, the latest answer, the composer and
@@ -18,8 +19,35 @@ FocusScope {
     property bool animating: true
 
     readonly property var speech: store ? store.speech : null
-    readonly property string mood: Logic.mood(store, speech)
-    readonly property var answerText: Logic.latestAssistantText(store ? store.visibleMessages : [])
+    readonly property string mood: view.moodOf(store ? store.activity : ChatStore.Idle)
+    // The latest answer of the model; null when there is none to show (the app's own texts never are).
+    property var answerText: null
+
+    function moodOf(activity) {
+        switch (activity) {
+        case ChatStore.Listening: return "listening"
+        case ChatStore.Thinking:
+        case ChatStore.UsingTool: return "thinking"
+        case ChatStore.Searching: return "searching"
+        case ChatStore.Speaking: return "speaking"
+        default: return "idle"
+        }
+    }
+
+    function refreshAnswer() {
+        answerText = Logic.latestAnswerText(store ? store.conversation : null)
+    }
+
+    // The streamed answer grows in place, so the card follows every change of the list, not only its length.
+    Connections {
+        target: view.store ? view.store.conversation : null
+        function onDataChanged() { view.refreshAnswer() }
+        function onRowsInserted() { view.refreshAnswer() }
+        function onRowsRemoved() { view.refreshAnswer() }
+        function onModelReset() { view.refreshAnswer() }
+    }
+    onStoreChanged: refreshAnswer()
+    Component.onCompleted: refreshAnswer()
     property alias showConversation: sheet.visible
     property alias orbPressed: gesture.orbPressed
 
@@ -146,7 +174,7 @@ FocusScope {
         StatusPill {
             objectName: "statusPill"
             Layout.alignment: Qt.AlignHCenter
-            symbol: Logic.stateIcon(view.store, view.speech)
+            symbol: Logic.stateIcon(view.mood)
             text: view.store ? view.store.activityText : ""
         }
 
@@ -265,7 +293,7 @@ FocusScope {
         id: sheet
         objectName: "conversationSheet"
         parent: view
-        messages: view.store ? view.store.visibleMessages : []
+        messages: view.store ? view.store.conversation : null
         onClosed: view.takeKeyboard()
     }
 }

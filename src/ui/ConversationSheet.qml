@@ -5,7 +5,8 @@ import QtQuick.Layouts
 // The whole visible conversation, over the chat screen.
 Popup {
     id: sheet
-    property var messages: []
+    // A list model with the roles role, text, fromApp and date.
+    property var messages: null
 
     modal: true
     focus: true
@@ -56,7 +57,7 @@ Popup {
             model: sheet.messages
             delegate: ConversationBubble {
                 width: list.width - list.leftMargin - list.rightMargin
-                message: modelData
+                message: model
             }
             onCountChanged: Qt.callLater(list.positionViewAtEnd)
             ScrollBar.vertical: ScrollBar {}

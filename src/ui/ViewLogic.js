@@ -9,21 +9,8 @@ function hasText(value) {
     return value !== undefined && value !== null && String(value).length > 0
 }
 
-// The first rule that holds wins; listening beats any tool status.
-function mood(store, speech) {
-    if (speech && speech.isListening)
-        return "listening"
-    if (store && hasText(store.toolStatus))
-        return String(store.toolStatus).toLowerCase().indexOf("caut") !== -1 ? "searching" : "thinking"
-    if (store && store.isThinking)
-        return "thinking"
-    if (speech && (speech.isSpeaking || speech.isPreparingVoice))
-        return "speaking"
-    return "idle"
-}
-
-function stateIcon(store, speech) {
-    switch (mood(store, speech)) {
+function stateIcon(moodName) {
+    switch (moodName) {
     case "listening": return "waveform"
     case "searching": return "globe.americas.fill"
     case "thinking": return "sparkles"
@@ -43,26 +30,17 @@ function orbGlyph(moodName) {
     }
 }
 
-// Texts the app writes itself (the welcome, the new-conversation notice) never fill the answer card.
-var systemMadeMarkers = ["ține apăsat companionul", "memoria utilă rămâne"]
-
-function latestAssistantText(messages) {
-    if (!messages)
+// The text of the last assistant message of a conversation list model (anything with count and
+// get(row)), or null when there is none or the app wrote it itself (the welcome, a notice).
+function latestAnswerText(conversation) {
+    if (!conversation)
         return null
-    var last = null
-    for (var i = 0; i < messages.length; ++i) {
-        if (messages[i] && messages[i].role === "assistant")
-            last = messages[i]
+    for (var row = conversation.count - 1; row >= 0; --row) {
+        var message = conversation.get(row)
+        if (message && message.role === "assistant")
+            return message.fromApp ? null : String(message.text)
     }
-    if (last === null)
-        return null
-    var text = String(last.text)
-    var lowered = text.toLowerCase()
-    for (var m = 0; m < systemMadeMarkers.length; ++m) {
-        if (lowered.indexOf(systemMadeMarkers[m]) !== -1)
-            return null
-    }
-    return text
+    return null
 }
 
 function hintText(hasZenKey) {

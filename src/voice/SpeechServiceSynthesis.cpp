@@ -41,7 +41,7 @@ void configurePlaybackSession()
 { }
 
 // Runs a task nobody awaits; every failure is already turned into lastError inside it.
-QCoro::Task<> detached(QCoro::Task<> task)
+QCoro::Task<> startDetached(QCoro::Task<> task)
 {
     try {
         co_await std::move(task);
@@ -82,13 +82,13 @@ void SpeechService::speak(const QString &text, AppSettings *settings, VoiceEngin
         speakApple(text, settings->voiceRate(), settings->voiceIdentifier());
         return;
     case VoiceEnginePreset::googleCloud:
-        detached(speakGoogle(text, settings->googleTTSAPIKey(), settings->googleVoiceName()));
+        startDetached(speakGoogle(text, settings->googleTTSAPIKey(), settings->googleVoiceName()));
         return;
     case VoiceEnginePreset::azureSpeech:
-        detached(speakAzure(text, settings->azureSpeechKey(), settings->azureRegion(), settings->azureVoiceName()));
+        startDetached(speakAzure(text, settings->azureSpeechKey(), settings->azureRegion(), settings->azureVoiceName()));
         return;
     case VoiceEnginePreset::elevenLabs:
-        detached(speakElevenLabs(text, settings->elevenAPIKey(), settings->elevenVoiceID()));
+        startDetached(speakElevenLabs(text, settings->elevenAPIKey(), settings->elevenVoiceID()));
         return;
     }
 }

@@ -99,7 +99,7 @@ private Q_SLOTS:
     void anErrorEscapingADetachedTaskIsLogged()
     {
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("^kelo: .+")));
-        detached([]() -> QCoro::Task<> {
+        startDetached([]() -> QCoro::Task<> {
             co_await QCoro::sleepFor(std::chrono::milliseconds(1));
             throw std::runtime_error("lost");
         }());

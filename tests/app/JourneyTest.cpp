@@ -94,6 +94,16 @@ class JourneyTest : public QObject
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, options);
     }
 
+    // `kelo` left running while the test goes on, with this test's environment.
+    void start(QProcess &process, const QStringList &arguments) const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const auto &[name, value] : environment())
+            env.insert(name, value);
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral(KELO_CLI_PATH), arguments);
+    }
+
     // The first model request of each turn: later ones of a turn carry tool results, and the memory
     // compaction offers no tools.
     QList<FakeHttpServer::Request> turnOpenings() const
@@ -146,6 +156,30 @@ private Q_SLOTS:
             QVERIFY(offeredTools(opening).contains("mcp_everything_echo"));
     }
 
+    // A slow streaming model: `kelo ask` prints the first sentence while the service is still
+    // writing, and in total exactly the answer and one line end.
+    void askPrintsTheAnswerAsItIsWritten()
+    {
+        const QStringList pieces { "Prima propoziție e aici. ", "A doua vine ", "mult mai târziu." };
+        m_model->on("POST", "/chat/completions",
+            Reply::eventStreamChunks(ChatCompletionReplies::streamedCompletion(pieces), 1500));
+        QProcess ask;
+        start(ask, { "ask", "Spune-mi ceva" });
+        QString out;
+        QVERIFY(AsyncTest::waitUntil(
+            [&] {
+                out += QString::fromUtf8(ask.readAllStandardOutput());
+                return out.contains("Prima propoziție e aici.");
+            },
+            20'000));
+        QVERIFY2(!out.contains("A doua"), qPrintable(out));
+        QCOMPARE(ask.state(), QProcess::Running);
+        QVERIFY(AsyncTest::waitUntil([&] { return ask.state() == QProcess::NotRunning; }, 30'000));
+        out += QString::fromUtf8(ask.readAllStandardOutput());
+        QCOMPARE(ask.exitCode(), 0);
+        QCOMPARE(out, pieces.join(QString()) + "\n");
+    }
+
     // `kelo mcp disable` in another terminal while `kelo chat` is still discovering that server's
     // tools: the next turn is not offered them.
     void aServerSwitchedOffDuringDiscoveryIsNotOfferedNextTurn()
@@ -156,11 +190,7 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "mcp", "add", "Slow", mcp.baseUrl() + "/mcp" }).exitCode, 0);
 
         QProcess chat;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        for (const auto &[name, value] : environment())
-            env.insert(name, value);
-        chat.setProcessEnvironment(env);
-        chat.start(QStringLiteral(KELO_CLI_PATH), { "chat" });
+        start(chat, { "chat" });
         QVERIFY(chat.waitForStarted());
         chat.write("primul\n");
         const auto listed = [&mcp] {

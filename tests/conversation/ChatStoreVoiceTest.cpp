@@ -12,6 +12,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+using namespace Qt::Literals::StringLiterals;
+
 using Reply = FakeHttpServer::Reply;
 
 // A voice turn through the whole store: push-to-talk over a spoken Romanian WAV fed through the
@@ -37,24 +39,24 @@ class ChatStoreVoiceTest : public QObject
             [wavPath] { return std::unique_ptr<AudioInput>(new WavFileInput(WavFile::read(wavPath))); });
     }
 
-    QList<FakeHttpServer::Request> turns() const { return m_service->requests(QStringLiteral("/chat/completions")); }
+    QList<FakeHttpServer::Request> turns() const { return m_service->requests(u"/chat/completions"_s); }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        m_modelPath = m_dir.filePath(QStringLiteral("ggml-random.bin"));
+        m_modelPath = m_dir.filePath(u"ggml-random.bin"_s);
         RandomWhisperModel::write(m_modelPath, RandomWhisperModel::tiny());
-        m_spokenPath = VoiceSamples::speakRomanian(m_dir.path(), QStringLiteral("Care este capitala României?"));
+        m_spokenPath = VoiceSamples::speakRomanian(m_dir.path(), u"Care este capitala României?"_s);
     }
 
     void init()
     {
         m_home = std::make_unique<TemporaryHome>();
         m_service = std::make_unique<FakeHttpServer>();
-        m_service->on("POST", QStringLiteral("/chat/completions"),
-            Reply::json(ChatCompletionReplies::completion(QStringLiteral("Capitala este București."))));
+        m_service->on("POST", u"/chat/completions"_s,
+            Reply::json(ChatCompletionReplies::completion(u"Capitala este București."_s)));
         m_zenURL = std::make_unique<ScopedEnvironment>("KELO_ZEN_BASE_URL", m_service->baseUrl());
-        m_key = std::make_unique<ScopedEnvironment>("KELO_ZEN_API_KEY", QStringLiteral("cheie"));
+        m_key = std::make_unique<ScopedEnvironment>("KELO_ZEN_API_KEY", u"cheie"_s);
     }
 
     void cleanup()
@@ -77,13 +79,13 @@ private Q_SLOTS:
         AsyncTest::await(store.beginPushToTalk());
         QVERIFY(store.isPushToTalkActive());
         QVERIFY(store.speech()->isListening());
-        QCOMPARE(statuses.value(0), QStringLiteral("Kelo este gata"));
+        QCOMPARE(statuses.value(0), u"Kelo este gata"_s);
         QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->transcript().isEmpty(); }, 60'000));
 
         AsyncTest::await(store.endPushToTalk());
         QVERIFY(!store.isPushToTalkActive());
         QVERIFY(AsyncTest::waitUntil(
-            [&] { return store.messages().constLast().text == QStringLiteral("Capitala este București."); }, 90'000));
+            [&] { return store.messages().constLast().text == u"Capitala este București."_s; }, 90'000));
 
         QCOMPARE(turns().size(), 1);
         const QList<ChatMessage> messages = store.messages();
@@ -91,13 +93,13 @@ private Q_SLOTS:
         QCOMPARE(question.role, ChatMessage::Role::user);
         QVERIFY(!question.text.isEmpty());
         QCOMPARE(question.text, question.text.trimmed());
-        const QJsonArray sent = turns().first().json()[QStringLiteral("messages")].toArray();
-        QCOMPARE(sent.last()[QStringLiteral("content")].toString(), question.text);
+        const QJsonArray sent = turns().first().json()[u"messages"_s].toArray();
+        QCOMPARE(sent.last()[u"content"_s].toString(), question.text);
     }
 
     void aTapStartsAndEndsOnceAndSilenceSendsNothing()
     {
-        const QString silence = m_dir.filePath(QStringLiteral("silence.wav"));
+        const QString silence = m_dir.filePath(u"silence.wav"_s);
         VoiceSamples::writeWav(silence, QVector<float>(16000, 0.0f), 16000, 1);
         ChatStore store;
         prepare(store, silence);
@@ -132,7 +134,7 @@ private Q_SLOTS:
         prepare(store, m_spokenPath);
 
         // A typed turn: the end of its playback does not open the microphone.
-        AsyncTest::await(store.send(QStringLiteral("Salut")));
+        AsyncTest::await(store.send(u"Salut"_s));
         store.speech()->onPlaybackFinished();
         QTest::qWait(1'000);
         QVERIFY(!store.speech()->isListening());

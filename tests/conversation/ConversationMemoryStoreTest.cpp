@@ -9,6 +9,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+using namespace Qt::Literals::StringLiterals;
+
 namespace {
 
 using Role = ChatMessage::Role;
@@ -17,8 +19,7 @@ QList<ChatMessage> conversation(int count, int firstNumber = 0)
 {
     QList<ChatMessage> messages;
     for (int i = firstNumber; i < firstNumber + count; ++i)
-        messages.append(
-            ChatMessage::make(i % 2 == 0 ? Role::user : Role::assistant, QStringLiteral("mesaj %1").arg(i)));
+        messages.append(ChatMessage::make(i % 2 == 0 ? Role::user : Role::assistant, u"mesaj %1"_s.arg(i)));
     return messages;
 }
 
@@ -26,9 +27,9 @@ QList<ChatMessage> withUsers(int users)
 {
     QList<ChatMessage> messages;
     for (int i = 0; i < users; ++i) {
-        messages.append(ChatMessage::make(Role::user, QStringLiteral("întrebare")));
-        messages.append(ChatMessage::make(Role::assistant, QStringLiteral("răspuns")));
-        messages.append(ChatMessage::make(Role::system, QStringLiteral("notă")));
+        messages.append(ChatMessage::make(Role::user, u"întrebare"_s));
+        messages.append(ChatMessage::make(Role::assistant, u"răspuns"_s));
+        messages.append(ChatMessage::make(Role::system, u"notă"_s));
     }
     return messages;
 }
@@ -59,12 +60,12 @@ class ConversationMemoryStoreTest : public QObject
 
 private:
     std::unique_ptr<TemporaryHome> m_home;
-    QString memoryDir() const { return m_home->dataHome() + QStringLiteral("/Kelo"); }
-    QString memoryFile() const { return memoryDir() + QStringLiteral("/conversation-memory.json"); }
+    QString memoryDir() const { return m_home->dataHome() + u"/Kelo"_s; }
+    QString memoryFile() const { return memoryDir() + u"/conversation-memory.json"_s; }
 
     QStringList recoveredCopies() const
     {
-        return QDir(memoryDir()).entryList({ QStringLiteral("conversation-memory.unreadable-*.json") }, QDir::Files);
+        return QDir(memoryDir()).entryList({ u"conversation-memory.unreadable-*.json"_s }, QDir::Files);
     }
 
 private Q_SLOTS:
@@ -89,7 +90,7 @@ private Q_SLOTS:
         QFETCH(int, summarized);
         QFETCH(bool, due);
         ConversationMemoryStore store;
-        store.updateSummary(QStringLiteral("x"), withUsers(summarized));
+        store.updateSummary(u"x"_s, withUsers(summarized));
         QCOMPARE(store.summarizedUserCount(), summarized);
         QCOMPARE(store.shouldRefreshSummary(withUsers(users)), due);
     }
@@ -100,7 +101,7 @@ private Q_SLOTS:
         QCOMPARE(store.filePath(), memoryFile());
         QList<ChatMessage> messages = conversation(3);
         messages[0].createdAt = QDateTime(QDate(2001, 1, 1), QTime(0, 1, 0, 250), Qt::UTC);
-        store.updateSummary(QStringLiteral("  • îi place ceaiul\n"), messages);
+        store.updateSummary(u"  • îi place ceaiul\n"_s, messages);
         store.waitForWrites();
         const double written
             = QDateTime(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC).secsTo(QDateTime::currentDateTimeUtc());
@@ -109,14 +110,14 @@ private Q_SLOTS:
         const QStringList keys = object.keys();
         QCOMPARE(QSet<QString>(keys.cbegin(), keys.cend()),
             (QSet<QString> { "summary", "messages", "summarizedUserCount", "updatedAt" }));
-        QCOMPARE(object.value("summary").toString(), QStringLiteral("• îi place ceaiul"));
+        QCOMPARE(object.value("summary").toString(), u"• îi place ceaiul"_s);
         QCOMPARE(object.value("summarizedUserCount").toInteger(), 2);
         QVERIFY(qAbs(object.value("updatedAt").toDouble() - written) < 5);
         const QJsonObject first = object.value("messages").toArray().first().toObject();
         QCOMPARE(first.value("createdAt").toDouble(), 60.25);
         QCOMPARE(first.value("id").toString(), messages[0].idString());
-        QCOMPARE(first.value("role").toString(), QStringLiteral("user"));
-        QCOMPARE(first.value("text").toString(), QStringLiteral("mesaj 0"));
+        QCOMPARE(first.value("role").toString(), u"user"_s);
+        QCOMPARE(first.value("text").toString(), u"mesaj 0"_s);
 
         // Written whole through a temporary file that is gone afterwards, readable by the owner only.
         QCOMPARE(QDir(memoryDir()).entryList(QDir::Files | QDir::Hidden), QStringList { "conversation-memory.json" });
@@ -129,7 +130,7 @@ private Q_SLOTS:
         closing->persist(messages.mid(1));
         closing.reset();
         ConversationMemoryStore reopened;
-        QCOMPARE(reopened.summary(), QStringLiteral("• îi place ceaiul"));
+        QCOMPARE(reopened.summary(), u"• îi place ceaiul"_s);
         QCOMPARE(reopened.summarizedUserCount(), 2);
         QCOMPARE(reopened.messages(), messages.mid(1));
         QVERIFY(reopened.recoveredCopyPath().isEmpty());
@@ -145,29 +146,18 @@ private Q_SLOTS:
         QCOMPARE(store.messages(), eightyOne.mid(1));
         const QJsonArray stored = fileObject(memoryFile()).value("messages").toArray();
         QCOMPARE(stored.size(), 80);
-        QCOMPARE(stored.first().toObject().value("text").toString(), QStringLiteral("mesaj 101"));
+        QCOMPARE(stored.first().toObject().value("text").toString(), u"mesaj 101"_s);
 
         // The summary covers every user message it was built from, even those no longer kept.
-        store.updateSummary(QStringLiteral("rezumat"), withUsers(40));
+        store.updateSummary(u"rezumat"_s, withUsers(40));
         QCOMPARE(store.summarizedUserCount(), 40);
         QCOMPARE(store.messages().size(), 80);
-    }
-
-    void transcriptLabelsEachSpeaker()
-    {
-        ConversationMemoryStore store;
-        const QList<ChatMessage> messages { ChatMessage::make(Role::user, QStringLiteral("Salut")),
-            ChatMessage::make(Role::assistant, QStringLiteral("Bună!\nCe faci?")),
-            ChatMessage::make(Role::system, QStringLiteral("reset")) };
-        QCOMPARE(store.transcriptForSummary(messages),
-            QStringLiteral("Utilizator: Salut\nKelo: Bună!\nCe faci?\nSistem: reset"));
-        QCOMPARE(store.transcriptForSummary({}), QString());
     }
 
     void clearAllForgetsEverything()
     {
         ConversationMemoryStore store;
-        store.updateSummary(QStringLiteral("ceva"), withUsers(4));
+        store.updateSummary(u"ceva"_s, withUsers(4));
         QSignalSpy changed(&store, &ConversationMemoryStore::summaryChanged);
         store.clearAll();
         store.waitForWrites();
@@ -199,11 +189,11 @@ private Q_SLOTS:
         for (int round = 0; round < 20; ++round)
             store.persist(conversation(3, round));
         store.clearAll();
-        store.updateSummary(QStringLiteral("ultimul"), conversation(2, 7));
+        store.updateSummary(u"ultimul"_s, conversation(2, 7));
         store.waitForWrites();
-        QCOMPARE(fileObject(memoryFile()).value("summary").toString(), QStringLiteral("ultimul"));
+        QCOMPARE(fileObject(memoryFile()).value("summary").toString(), u"ultimul"_s);
         QCOMPARE(fileObject(memoryFile()).value("messages").toArray().first().toObject().value("text").toString(),
-            QStringLiteral("mesaj 7"));
+            u"mesaj 7"_s);
     }
 
     // Failed saves are told through saveError (from the writer's thread too) and never change what is
@@ -216,13 +206,13 @@ private Q_SLOTS:
             QSignalSpy reported(&store, &ConversationMemoryStore::saveErrorChanged);
             store.persist(conversation(2));
             store.waitForWrites();
-            QVERIFY2(store.saveError().contains(QStringLiteral("nu a putut fi citit")), qPrintable(store.saveError()));
+            QVERIFY2(store.saveError().contains(u"nu a putut fi citit"_s), qPrintable(store.saveError()));
             QCOMPARE(reported.size(), 1);
             QVERIFY(QFileInfo(memoryFile()).isDir());
         }
         QVERIFY(QDir(memoryFile()).removeRecursively());
 
-        const QString target = m_home->path() + QStringLiteral("/alt-program.json");
+        const QString target = m_home->path() + u"/alt-program.json"_s;
         const QByteArray foreign = R"({"summary":"al altcuiva","messages":[],"summarizedUserCount":0})";
         writeFile(target, foreign);
         QVERIFY(QFile::link(target, memoryFile()));
@@ -230,7 +220,7 @@ private Q_SLOTS:
         QSignalSpy reported(&store, &ConversationMemoryStore::saveErrorChanged);
         store.persist(conversation(2));
         QVERIFY(reported.wait());
-        QVERIFY2(store.saveError().contains(QStringLiteral("legătură simbolică")), qPrintable(store.saveError()));
+        QVERIFY2(store.saveError().contains(u"legătură simbolică"_s), qPrintable(store.saveError()));
         QCOMPARE(readFile(target), foreign);
         QVERIFY(QFileInfo(memoryFile()).isSymLink());
 
@@ -259,7 +249,7 @@ private Q_SLOTS:
         const ConversationMemoryStore reloaded;
         QCOMPARE(reloaded.recoveredCopyPath(), QString());
         QVERIFY(reloaded.messages().size() > 10 && reloaded.messages().size() < 80);
-        QVERIFY(reloaded.messages().constLast().text.startsWith(QStringLiteral("79ăă")));
+        QVERIFY(reloaded.messages().constLast().text.startsWith(u"79ăă"_s));
         QCOMPARE(reloaded.messages().constLast().text.size(), 200'001);
         QCOMPARE(reloaded.summary().size(), 200'001);
     }
@@ -312,7 +302,7 @@ private Q_SLOTS:
     // 32 bits is not damage and survives the next write exactly.
     void unreadableMessagesAreSkippedAndLargeCountsKept()
     {
-        const ChatMessage good = ChatMessage::make(Role::user, QStringLiteral("păstrat"));
+        const ChatMessage good = ChatMessage::make(Role::user, u"păstrat"_s);
         const QJsonArray messages { good.toJson(), QJsonObject { { "role", "robot" }, { "text", "x" } }, 42,
             QJsonObject { { "role", "assistant" } } };
         const QByteArray contents = QJsonDocument(
@@ -323,7 +313,7 @@ private Q_SLOTS:
         writeFile(memoryFile(), contents);
 
         ConversationMemoryStore store;
-        QCOMPARE(store.summary(), QStringLiteral("• s"));
+        QCOMPARE(store.summary(), u"• s"_s);
         QCOMPARE(store.messages(), QList<ChatMessage> { good });
         QCOMPARE(store.summarizedUserCount(), Q_INT64_C(4294967301));
         QCOMPARE(readFile(store.recoveredCopyPath()), contents);

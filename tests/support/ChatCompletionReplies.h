@@ -3,7 +3,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QList>
 #include <QString>
+#include <QStringList>
 
 // Replies of a chat-completions service, for the fakes that play the model.
 namespace ChatCompletionReplies {
@@ -32,6 +34,20 @@ inline QJsonObject toolCall(
         { QStringLiteral("function"),
             QJsonObject { { QStringLiteral("name"), name }, { QStringLiteral("arguments"), encoded } } },
     };
+}
+
+// The events of a streamed answer: one chunk per piece of content, then the end marker.
+inline QList<QByteArray> streamedCompletion(const QStringList &pieces)
+{
+    QList<QByteArray> events;
+    for (const QString &piece : pieces) {
+        const QJsonObject delta { { QStringLiteral("content"), piece } };
+        const QJsonObject chunk { { QStringLiteral("choices"),
+            QJsonArray { QJsonObject { { QStringLiteral("delta"), delta } } } } };
+        events.append("data: " + QJsonDocument(chunk).toJson(QJsonDocument::Compact) + "\n\n");
+    }
+    events.append("data: [DONE]\n\n");
+    return events;
 }
 
 } // namespace ChatCompletionReplies

@@ -1,14 +1,16 @@
 import QtQuick
+import Kelo.Core
 
 // Stands in for ChatStore: published state the tests set directly, and the QML entry points
 // recorded in `calls` in the order they arrive.
 QtObject {
     id: store
-    property var messages: []
-    property var visibleMessages: messages
+    // Same roles as the store's ChatMessageModel: role, text, fromApp, date.
+    property ListModel conversation: ListModel {}
     property string draft: ""
     property bool isThinking: false
     property bool isPushToTalkActive: false
+    property int activity: ChatStore.Idle
     property string toolStatus: ""
     property var zenModels: []
     property string zenError: ""
@@ -28,10 +30,16 @@ QtObject {
     function startPushToTalk() { record("begin") }
     function stopPushToTalk() { record("end") }
     function sendDraft() { record("send:" + draft) }
+    function interrupt() { record("interrupt") }
     function reloadZenModels() { record("reloadZenModels") }
     function reloadMCPBindings() { record("reloadMCPBindings") }
 
-    function message(role, text) {
-        return { id: String(Math.random()), role: role, text: text }
+    function message(role, text, fromApp) {
+        return { role: role, text: text, fromApp: !!fromApp, date: new Date() }
+    }
+    function setMessages(messages) {
+        conversation.clear()
+        for (var i = 0; i < messages.length; ++i)
+            conversation.append(messages[i])
     }
 }

@@ -5,53 +5,28 @@ import "qrc:/qt/qml/Kelo/ViewLogic.js" as Logic
 TestCase {
     name: "ViewLogic"
 
-    function state(over) {
-        var s = { store: { toolStatus: "", isThinking: false },
-                  speech: { isListening: false, isSpeaking: false, isPreparingVoice: false } }
-        for (var k in over.store || {}) s.store[k] = over.store[k]
-        for (var j in over.speech || {}) s.speech[j] = over.speech[j]
-        return s
+    // The answer card reads a list model through count and get(row); a plain array stands in for it.
+    function listOf(messages) {
+        return { count: messages.length, get: function (row) { return messages[row] } }
     }
 
-    function test_moodAndIconFollowTheFirstRuleThatHolds_data() {
+    function test_latestAnswerText_data() {
+        function m(role, text, fromApp) { return { role: role, text: text, fromApp: !!fromApp } }
         return [
-            { tag: "at rest", over: {}, mood: "idle", icon: "mic.fill" },
-            { tag: "listening wins over a search status",
-              over: { speech: { isListening: true, isSpeaking: true }, store: { toolStatus: "Caut pe internet…", isThinking: true } },
-              mood: "listening", icon: "waveform" },
-            { tag: "search status in capitals", over: { store: { toolStatus: "CAUT ÎN WIKIPEDIA" } }, mood: "searching", icon: "globe.americas.fill" },
-            { tag: "reading a page is thinking", over: { store: { toolStatus: "Citesc pagina…" } }, mood: "thinking", icon: "sparkles" },
-            { tag: "tool status beats speaking", over: { store: { toolStatus: "Folosesc GitHub…" }, speech: { isSpeaking: true } }, mood: "thinking", icon: "sparkles" },
-            { tag: "thinking beats speaking", over: { store: { isThinking: true }, speech: { isSpeaking: true } }, mood: "thinking", icon: "sparkles" },
-            { tag: "speaking", over: { speech: { isSpeaking: true } }, mood: "speaking", icon: "speaker.wave.2.fill" },
-            { tag: "preparing the voice", over: { speech: { isPreparingVoice: true } }, mood: "speaking", icon: "speaker.wave.2.fill" }
+            { tag: "no model", list: null, expected: null },
+            { tag: "no messages", list: [], expected: null },
+            { tag: "only the user spoke", list: [m("user", "Salut")], expected: null },
+            { tag: "the app's own notice hides an older answer",
+              list: [m("assistant", "O veche replică"), m("assistant", "Conversație nouă.", true)], expected: null },
+            { tag: "last assistant message, untouched, even when it quotes the welcome",
+              list: [m("assistant", "Salut.", true), m("user", "Și?"),
+                     m("assistant", "Ține apăsat companionul: 1,7 MILIOANE."), m("user", "Mersi")],
+              expected: "Ține apăsat companionul: 1,7 MILIOANE." }
         ]
     }
 
-    function test_moodAndIconFollowTheFirstRuleThatHolds(data) {
-        var s = state(data.over)
-        compare(Logic.mood(s.store, s.speech), data.mood)
-        compare(Logic.stateIcon(s.store, s.speech), data.icon)
-    }
-
-    function test_latestAssistantText_data() {
-        function m(role, text) { return { role: role, text: text } }
-        var welcome = m("assistant", "Salut. Sunt Kelo. Ține apăsat companionul și vorbește.")
-        return [
-            { tag: "no messages", messages: [], expected: null },
-            { tag: "only the user spoke", messages: [m("user", "Salut")], expected: null },
-            { tag: "welcome in other case", messages: [m("assistant", "ȚINE APĂSAT COMPANIONUL")], expected: null },
-            { tag: "new conversation notice",
-              messages: [m("assistant", "O veche replică"), m("assistant", "Conversație nouă. Memoria utilă rămâne disponibilă.")],
-              expected: null },
-            { tag: "last assistant message, untouched",
-              messages: [welcome, m("user", "Și?"), m("assistant", "Bucureștiul are 1,7 MILIOANE de locuitori."), m("user", "Mersi")],
-              expected: "Bucureștiul are 1,7 MILIOANE de locuitori." }
-        ]
-    }
-
-    function test_latestAssistantText(data) {
-        compare(Logic.latestAssistantText(data.messages), data.expected)
+    function test_latestAnswerText(data) {
+        compare(Logic.latestAnswerText(data.list === null ? null : listOf(data.list)), data.expected)
     }
 
     // Missing, blank or unknown values from the store fall back instead of breaking a view.

@@ -16,8 +16,9 @@ QString AskCommand::usage() const
     return QStringLiteral("Utilizare: kelo ask [--new] [--speak] [--] TEXT…\n"
                           "           kelo ask [--new] [--speak] -        (textul se citește de la intrarea standard)\n"
                           "\n"
-                          "Rulează o tură a conversației salvate și scrie pe stdout exact mesajul adăugat de Kelo\n"
-                          "(răspunsul sau mesajul de eroare). Liniile de stare merg pe stderr.\n"
+                          "Rulează o tură a conversației salvate și scrie pe stdout, pe măsură ce sosește,\n"
+                          "exact mesajul adăugat de Kelo (răspunsul sau mesajul de eroare).\n"
+                          "Liniile de stare merg pe stderr.\n"
                           "Opțiunile stau înaintea textului: de la primul cuvânt al textului (sau după „--”)\n"
                           "totul face parte din întrebare, chiar și „-h”.\n"
                           "\n"
@@ -56,7 +57,6 @@ QCoro::Task<int> AskCommand::run(CliSession &session, QStringList arguments)
         store.clearConversation();
 
     TurnRunner runner(store);
-    QObject::connect(&runner, &TurnRunner::replied, [](const ChatMessage &reply, bool) { Terminal::out(reply.text); });
     const TurnRunner::Outcome outcome = co_await runner.run(text);
     co_await runner.waitForSpeech();
     // The answer stands, but a conversation that was not saved is a failed run.

@@ -82,9 +82,7 @@ QCoro::Task<int> ChatCommand::run(CliSession &session, QStringList arguments)
     if (!visible.isEmpty())
         Terminal::out(QStringLiteral("Kelo: ") + visible.constLast().text);
 
-    TurnRunner runner(store);
-    QObject::connect(&runner, &TurnRunner::replied,
-        [](const ChatMessage &reply, bool) { Terminal::out(QStringLiteral("Kelo: ") + reply.text); });
+    TurnRunner runner(store, QStringLiteral("Kelo: "));
     QObject::connect(&runner, &TurnRunner::listening,
         [] { Terminal::err(QStringLiteral("🎙  Ascult… apasă Enter când ai terminat.")); });
     QObject::connect(

@@ -24,6 +24,11 @@ void out(const QString &line)
     write(stdout, line + QLatin1Char('\n'));
 }
 
+void outInline(const QString &text)
+{
+    write(stdout, text);
+}
+
 void err(const QString &line)
 {
     write(stderr, line + QLatin1Char('\n'));

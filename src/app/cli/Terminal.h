@@ -10,6 +10,8 @@
 namespace Terminal {
 
 void out(const QString &line);
+// Part of a line on stdout, flushed at once (an answer as it is written).
+void outInline(const QString &text);
 void err(const QString &line);
 // Text without a line end, flushed at once (prompts, progress).
 void errInline(const QString &text);

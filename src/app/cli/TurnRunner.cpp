@@ -11,9 +11,11 @@ namespace {
 constexpr std::chrono::milliseconds pollInterval(50);
 }
 
-TurnRunner::TurnRunner(ChatStore &store)
+TurnRunner::TurnRunner(ChatStore &store, QString answerPrefix)
     : m_store(store)
+    , m_answerPrefix(std::move(answerPrefix))
 {
+    connect(&m_store, &ChatStore::answerGrew, this, &TurnRunner::printGrowingAnswer);
     connect(&m_store, &ChatStore::messageAppended, this, [this](const ChatMessage &message) {
         if (message.role == ChatMessage::Role::assistant)
             m_reply = message;
@@ -23,12 +25,41 @@ TurnRunner::TurnRunner(ChatStore &store)
     connect(&m_store, &ChatStore::turnFinished, this, [this](bool answered) {
         m_lastOutcome = { m_reply, answered };
         if (m_reply)
-            Q_EMIT replied(*m_reply, answered);
+            printReply(*m_reply);
+        m_printed.reset();
     });
     connect(&m_store, &ChatStore::toolStatusChanged, this, [this] {
         if (!m_store.toolStatus().isEmpty())
             Terminal::err(QStringLiteral("  · ") + m_store.toolStatus());
     });
+}
+
+void TurnRunner::printGrowingAnswer(const QString &visible)
+{
+    QString shown = visible;
+    while (!shown.isEmpty() && shown.back().isSpace())
+        shown.chop(1);
+    const QString printed = m_printed.value_or(QString());
+    // A round that ends in tool calls drops its text; what is on the terminal stays, and the final
+    // answer follows on its own line.
+    if (shown.isEmpty() || !shown.startsWith(printed))
+        return;
+    if (!m_printed)
+        Terminal::outInline(m_answerPrefix);
+    Terminal::outInline(shown.mid(printed.size()));
+    m_printed = shown;
+}
+
+void TurnRunner::printReply(const ChatMessage &reply)
+{
+    if (m_printed && reply.text.startsWith(*m_printed)) {
+        Terminal::out(reply.text.mid(m_printed->size()));
+        return;
+    }
+    // A failure message after the part of the answer that arrived, or a reply never streamed.
+    if (m_printed)
+        Terminal::out({});
+    Terminal::out(m_answerPrefix + reply.text);
 }
 
 QCoro::Task<TurnRunner::Outcome> TurnRunner::run(QString text)

@@ -10,8 +10,8 @@
 class ChatStore;
 
 // Runs turns of the store from the terminal: tool status lines go to stderr while tools run, and the
-// assistant message each turn appends is handed on as soon as it exists — for typed turns and for
-// the turns the store starts itself from a spoken transcript.
+// answer goes to stdout as it is written — for typed turns and for the turns the store starts itself
+// from a spoken transcript. What a turn prints in total is its last assistant message and a line end.
 class TurnRunner : public QObject
 {
     Q_OBJECT
@@ -23,7 +23,8 @@ public:
         bool answered = false;
     };
 
-    explicit TurnRunner(ChatStore &store);
+    // `answerPrefix` starts every printed answer ("Kelo: " in a conversation).
+    explicit TurnRunner(ChatStore &store, QString answerPrefix = {});
 
     QCoro::Task<Outcome> run(QString text);
     // Push-to-talk: listens until `released` completes, then waits for the turn the transcript
@@ -35,15 +36,19 @@ public:
     QString memorySaveError() const;
 
 Q_SIGNALS:
-    // The turn's assistant message, before memory compaction (which may still run) ends.
-    void replied(const ChatMessage &message, bool answered);
     // Push-to-talk started: the microphone is on.
     void listening();
     // The user's words as the recogniser heard them, when a spoken turn starts.
     void heard(const QString &text);
 
 private:
+    void printGrowingAnswer(const QString &visible);
+    void printReply(const ChatMessage &reply);
+
     ChatStore &m_store;
+    QString m_answerPrefix;
+    // What of the answer being written is on stdout already (trailing white space held back).
+    std::optional<QString> m_printed;
     std::optional<ChatMessage> m_reply;
     Outcome m_lastOutcome;
 };

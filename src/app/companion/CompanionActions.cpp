@@ -53,7 +53,7 @@ QCoro::Task<QString> CompanionActions::zenTestText()
 
 void CompanionActions::loadVoices(const QString &engine)
 {
-    detached(runVoiceLoad(engine));
+    startDetached(runVoiceLoad(engine));
 }
 
 QCoro::Task<> CompanionActions::runVoiceLoad(QString engine)
@@ -80,7 +80,7 @@ void CompanionActions::previewVoice(const QString &engine)
         m_store->speech()->speak(SpeechService::localVoiceSample(), m_store->settings());
         return;
     }
-    detached(runCloudPreview(*preset));
+    startDetached(runCloudPreview(*preset));
 }
 
 QCoro::Task<> CompanionActions::runCloudPreview(VoiceEnginePreset engine)

@@ -1,0 +1,25 @@
+#include "KeloServices.h"
+
+#include "ConversationMemoryStore.h"
+#include "ZenAPIService.h"
+#include "settings/AppSettings.h"
+#include "skills/MCPClient.h"
+#include "skills/WebSkillService.h"
+#include "system/BackgroundExecutionManager.h"
+#include "voice/SpeechService.h"
+
+KeloServices::KeloServices(QObject *parent)
+    : QObject(parent)
+    , settings(new AppSettings(this))
+    , zen(new ZenAPIService(this))
+    , speech(new SpeechService(this))
+    , web(new WebSkillService(this))
+    , mcp(new MCPClient(this))
+    , memory(new ConversationMemoryStore(this))
+    , backgroundExecution(new BackgroundExecutionManager(this))
+{
+    // Renewed MCP tokens outlive this run.
+    connect(mcp, &MCPClient::serverCredentialsChanged, settings, &AppSettings::updateMcpServerCredentials);
+}
+
+KeloServices::~KeloServices() = default;
