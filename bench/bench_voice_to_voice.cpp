@@ -54,12 +54,12 @@ const QString kAnswer = QStringLiteral(
     "orașului. Vântul va sufla slab până la moderat, așa că o umbrelă mică în geantă ar fi de ajutor. "
     "Dacă vrei, îți pot spune și cum va fi vremea la sfârșitul săptămânii.");
 
-// About four characters a token, as the service's tokenizer would cut Romanian text.
+// About three characters a token, as a tokenizer cuts Romanian text with its diacritics.
 QStringList tokens(const QString &text)
 {
     QStringList pieces;
-    for (qsizetype i = 0; i < text.size(); i += 4)
-        pieces.append(text.mid(i, 4));
+    for (qsizetype i = 0; i < text.size(); i += 3)
+        pieces.append(text.mid(i, 3));
     return pieces;
 }
 
@@ -70,16 +70,20 @@ QByteArray completionJson(const QString &text)
     return QJsonDocument(QJsonObject { { "choices", QJsonArray { choice } } }).toJson(QJsonDocument::Compact);
 }
 
+// One event per token, each its own chunk on the wire, the first after kFirstTokenMs.
 Reply streamedAnswer()
 {
-    QList<QByteArray> events;
+    Reply reply = Reply::text({}, 200, "text/event-stream");
     for (const QString &piece : tokens(kAnswer)) {
         const QJsonObject delta { { "content", piece } };
         const QJsonObject choice { { "index", 0 }, { "delta", delta } };
-        events.append(
-            QJsonDocument(QJsonObject { { "choices", QJsonArray { choice } } }).toJson(QJsonDocument::Compact));
+        const QJsonObject event { { "choices", QJsonArray { choice } } };
+        reply.chunks.append("data: " + QJsonDocument(event).toJson(QJsonDocument::Compact) + "\n\n");
     }
-    Reply reply = Reply::eventStream(events);
+    const QJsonObject last { { "index", 0 }, { "delta", QJsonObject {} }, { "finish_reason", "stop" } };
+    reply.chunks.append(
+        "data: " + QJsonDocument(QJsonObject { { "choices", QJsonArray { last } } }).toJson(QJsonDocument::Compact)
+        + "\n\ndata: [DONE]\n\n");
     reply.delayMs = kFirstTokenMs;
     reply.chunkIntervalMs = 1000 / kTokensPerSecond;
     return reply;
@@ -316,6 +320,8 @@ int main(int argc, char **argv)
         return 2;
     }
 
+    std::printf("answer: %lld tokens, %d ms to the first, %d per second\n",
+        static_cast<long long>(tokens(kAnswer).size()), kFirstTokenMs, kTokensPerSecond);
     Harness harness(modelPath, wav);
     if (!harness.prepare()) {
         std::fprintf(stderr, "the model did not load\n");
