@@ -158,7 +158,7 @@ def main():
     parser.add_argument("--method", default="webrtc")
     # The canceller's gain control would lift the residual echo along with everything else, which hides
     # what the cancelling itself achieves; it stays off unless asked for.
-    parser.add_argument("--aec-args", default="analog_gain_control=0 digital_gain_control=0")
+    parser.add_argument("--aec-args", default="analog_gain_control=0")
     args = parser.parse_args()
     for tool in ("pulseaudio", "pactl", "paplay", "parec", "espeak-ng", "sox"):
         if not shutil.which(tool):
