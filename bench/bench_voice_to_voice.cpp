@@ -31,6 +31,8 @@
 #include <QGuiApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -225,6 +227,31 @@ public:
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
+    // The streamed service on its own, so its pace can be trusted before the store consumes it.
+    void checkStreamedService()
+    {
+        m_streamed = true;
+        QNetworkAccessManager network;
+        QNetworkRequest request(QUrl(m_service.baseUrl() + QStringLiteral("/chat/completions")));
+        request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("application/json"));
+        QElapsedTimer clock;
+        clock.start();
+        QNetworkReply *reply = network.post(request, QByteArray("{\"stream\":true}"));
+        qint64 firstMs = -1;
+        QByteArray body;
+        QObject::connect(reply, &QNetworkReply::readyRead, [&] {
+            if (firstMs < 0)
+                firstMs = clock.elapsed();
+            body += reply->readAll();
+        });
+        spinUntil([&] { return reply->isFinished(); }, kTimeoutMs);
+        body += reply->readAll();
+        std::printf("streamed service alone: first event after %lld ms, %lld events, done after %lld ms\n",
+            static_cast<long long>(firstMs), static_cast<long long>(body.count("data: ")),
+            static_cast<long long>(clock.elapsed()));
+        reply->deleteLater();
+    }
+
     bool streamingAvailable() const { return VoiceTurnAdapter::streamsAnswers(); }
 
     Run run(bool streamed)
@@ -327,6 +354,7 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "the model did not load\n");
         return 2;
     }
+    harness.checkStreamedService();
     QList<bool> modes { false };
     if (harness.streamingAvailable())
         modes.prepend(true);
