@@ -3,6 +3,7 @@
 #include "SpeechRecognitionError.h"
 #include "TranscriptText.h"
 
+#include <QFile>
 #include <QThread>
 
 #ifdef KELO_WITH_WHISPER
@@ -27,12 +28,21 @@ bool shouldAbort(void *flag)
     return flag && static_cast<const std::atomic_bool *>(flag)->load();
 }
 
+// Special tokens (start of transcript, language, timestamps, end) are not text.
+int textTokens(whisper_context *context, int segment)
+{
+    const whisper_token firstSpecial = whisper_token_eot(context);
+    int count = 0;
+    for (int i = 0; i < whisper_full_n_tokens(context, segment); ++i)
+        count += whisper_full_get_token_id(context, segment, i) < firstSpecial ? 1 : 0;
+    return count;
+}
+
 } // namespace
 
 WhisperModel::WhisperModel(WhisperModelFile file, whisper_context *context)
     : m_file(std::move(file))
     , m_context(context)
-    , m_threads(std::clamp(QThread::idealThreadCount(), 1, 4))
 { }
 
 WhisperModel::~WhisperModel()
@@ -67,7 +77,8 @@ int WhisperModel::audioContextFor(size_t sampleCount) const
 QString WhisperModel::transcribe(const std::vector<float> &samples, const std::atomic_bool *abort)
 {
     whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-    params.n_threads = m_threads;
+    const int threads = m_threads.load();
+    params.n_threads = threads > 0 ? threads : threadsNow();
     params.language = "ro";
     params.translate = false;
     params.no_context = true;
@@ -78,10 +89,12 @@ QString WhisperModel::transcribe(const std::vector<float> &samples, const std::a
     params.print_special = false;
     params.print_timestamps = false;
     params.audio_ctx = audioContextFor(samples.size());
-    // A push-to-talk turn is short: no temperature fallbacks (each would decode again), and a cap on
-    // tokens so a confused decoder cannot run on for the whole text context.
+    // A push-to-talk turn is short: no temperature fallbacks (each would decode again).
     params.temperature_inc = 0.0f;
-    params.max_tokens = int(std::min<size_t>(24 + samples.size() * 8 / kSampleRate, 200));
+    const int cap = m_maxTokens.load();
+    const int bound = cap > 0 ? std::min(cap, tokensFor(samples.size())) : tokensFor(samples.size());
+    // whisper stops after the token that goes past max_tokens.
+    params.max_tokens = std::max(1, bound - 1);
     auto *flag = const_cast<std::atomic_bool *>(abort);
     params.abort_callback = [](void *data) { return shouldAbort(data); };
     params.abort_callback_user_data = flag;
@@ -95,9 +108,12 @@ QString WhisperModel::transcribe(const std::vector<float> &samples, const std::a
         throw SpeechRecognitionError(SpeechRecognitionError::Kind::transcriptionFailed);
 
     QString text;
+    m_lastTokenCount = 0;
     const int segments = whisper_full_n_segments(m_context);
-    for (int i = 0; i < segments; ++i)
+    for (int i = 0; i < segments; ++i) {
         text += QString::fromUtf8(whisper_full_get_segment_text(m_context, i));
+        m_lastTokenCount += textTokens(m_context, i);
+    }
     return TranscriptText::normalised(text);
 }
 
@@ -107,12 +123,47 @@ void WhisperModel::warmUp()
     transcribe(silence);
 }
 
-#else // built without whisper.cpp
+#endif
+
+void WhisperModel::setDecoding(Decoding decoding)
+{
+    m_maxTokens = std::max(0, decoding.maxTokens);
+    m_threads = std::max(0, decoding.threads);
+}
+
+int WhisperModel::tokensFor(size_t sampleCount)
+{
+    return int(std::min<size_t>(16 + sampleCount * 7 / kSampleRate, 200));
+}
+
+int WhisperModel::threadsFor(int cores, int busyTasks)
+{
+    return std::max(1, cores - std::max(0, busyTasks));
+}
+
+int WhisperModel::busyTasksNow()
+{
+    QFile file(QStringLiteral("/proc/loadavg"));
+    if (!file.open(QIODevice::ReadOnly))
+        return 0;
+    // "0.52 0.58 0.59 3/467 12345": the averages, then tasks runnable now / all tasks. The averages
+    // hold our own earlier transcriptions; what counts is who competes for the cores at this moment.
+    // The count includes the thread reading this file.
+    const QList<QByteArray> fields = file.readLine(256).split(' ');
+    const int runnable = fields.value(3).split('/').value(0).toInt();
+    return std::max(0, runnable - 1);
+}
+
+int WhisperModel::threadsNow()
+{
+    return threadsFor(std::clamp(QThread::idealThreadCount(), 1, 4), busyTasksNow());
+}
+
+#ifndef KELO_WITH_WHISPER
 
 WhisperModel::WhisperModel(WhisperModelFile file, whisper_context *context)
     : m_file(std::move(file))
     , m_context(context)
-    , m_threads(1)
 { }
 
 WhisperModel::~WhisperModel() = default;

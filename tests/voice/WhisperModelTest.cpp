@@ -110,6 +110,43 @@ private Q_SLOTS:
         QVERIFY2(abortedMs <= fullMs, qPrintable(QStringLiteral("%1 vs %2").arg(abortedMs).arg(fullMs)));
     }
 
+    // Random weights rarely end their text: without a bound the decoder would run through its whole context.
+    void theDecoderStopsAtTheTokenBound()
+    {
+        auto model = WhisperModel::load(m_modelPath);
+        const std::vector<float> audio = toVector(VoiceSamples::sine(220, 0.3, 16000, 2.0));
+        model->transcribe(audio);
+        const int unbounded = model->lastTokenCount();
+        QVERIFY(unbounded <= WhisperModel::tokensFor(audio.size()));
+        QVERIFY2(unbounded > 4, "the model ends too soon for the cap to be seen");
+
+        model->setDecoding({ .maxTokens = 4 });
+        QVERIFY(!model->transcribe(audio).isEmpty());
+        QCOMPARE(model->lastTokenCount(), 4);
+        // A cap above the bound for the audio's length does not lift that bound.
+        model->setDecoding({ .maxTokens = 1000 });
+        model->transcribe(audio);
+        QCOMPARE(model->lastTokenCount(), unbounded);
+    }
+
+    void busyCoresLeaveFewerThreads()
+    {
+        std::atomic_bool stop { false };
+        std::vector<std::thread> spinners;
+        for (int i = 0; i < 2; ++i)
+            spinners.emplace_back([&stop] {
+                while (!stop.load()) { }
+            });
+        const int busy = WhisperModel::busyTasksNow();
+        stop = true;
+        for (std::thread &spinner : spinners)
+            spinner.join();
+        QVERIFY2(busy >= 2, qPrintable(QString::number(busy)));
+        QCOMPARE(WhisperModel::threadsFor(2, busy), 1);
+        QCOMPARE(WhisperModel::threadsFor(4, 1), 3);
+        QCOMPARE(WhisperModel::threadsFor(4, 0), 4);
+    }
+
     void unusableFilesAreRefusedBeforeWhisperReadsThem_data()
     {
         QTest::addColumn<QByteArray>("bytes");

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "conversation/ChatStore.h"
+#include "voice/CloudAudioPlayer.h"
+#include "voice/SpeechService.h"
+
+#include <QObject>
+#include <QString>
+
+#include <functional>
+
+// The few places where the voice-to-voice benchmark meets the store's voice objects, kept together
+// because they change when listening and speaking become objects of their own and answers stream.
+namespace VoiceTurnAdapter {
+
+// Whether the store speaks an answer while it is still being written.
+inline bool streamsAnswers()
+{
+    return false;
+}
+
+// The object that listens (audio input factory, models, worker).
+inline auto *recognizerOf(ChatStore &store)
+{
+    return store.speech();
+}
+
+// The object that speaks.
+inline auto *synthesizerOf(ChatStore &store)
+{
+    return store.speech();
+}
+
+// Calls `firstAudio` each time a cloud voice's first decoded samples are pulled by the device, until
+// `context` is destroyed.
+inline void onFirstAudio(ChatStore &store, QObject *context, std::function<void()> firstAudio)
+{
+    auto *speech = synthesizerOf(store);
+    QObject::connect(speech, &SpeechService::isSpeakingChanged, context, [speech, context, firstAudio] {
+        if (speech->isSpeaking() && speech->cloudAudioPlayer())
+            QObject::connect(speech->cloudAudioPlayer(), &CloudAudioPlayer::firstAudioQueued, context, firstAudio);
+    });
+}
+
+inline bool isSpeaking(ChatStore &store)
+{
+    return synthesizerOf(store)->isSpeaking();
+}
+
+inline QString lastVoiceError(ChatStore &store)
+{
+    return synthesizerOf(store)->lastError();
+}
+
+} // namespace VoiceTurnAdapter
