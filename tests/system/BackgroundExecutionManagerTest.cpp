@@ -222,7 +222,7 @@ private Q_SLOTS:
         orphan->end();
 
         // No bus at all.
-        BackgroundExecutionManager startDetached(
+        BackgroundExecutionManager detached(
             QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/kelo-bus"), QStringLiteral("none")),
             nullptr);
         detached.begin(QStringLiteral("Kelo response"));
