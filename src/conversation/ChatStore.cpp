@@ -8,7 +8,6 @@
 #include "skills/WebSkillService.h"
 #include "system/BackgroundExecutionManager.h"
 #include "system/VariantLists.h"
-#include "voice/SpeechService.h"
 
 #include <QCoroTimer>
 #include <QJsonDocument>
@@ -105,7 +104,8 @@ ChatStore::ChatStore(QObject *parent)
     : QObject(parent)
     , m_settings(new AppSettings(this))
     , m_zen(new ZenAPIService(this))
-    , m_speech(new SpeechService(this))
+    , m_recognizer(new SpeechRecognizer(this))
+    , m_synthesizer(new SpeechSynthesizer(this))
     , m_web(new WebSkillService(this))
     , m_mcp(new MCPClient(this))
     , m_memory(new ConversationMemoryStore(this))
@@ -116,16 +116,18 @@ ChatStore::ChatStore(QObject *parent)
         publishDerivedState();
         Q_EMIT changed();
     });
-    connect(m_speech, &SpeechService::changed, this, [this] {
+    const auto speechChanged = [this] {
         publishDerivedState();
         Q_EMIT changed();
-    });
+    };
+    connect(m_recognizer, &SpeechRecognizer::changed, this, speechChanged);
+    connect(m_synthesizer, &SpeechSynthesizer::changed, this, speechChanged);
     // The next turn must offer the servers as they are now, not the cached tools.
     connect(m_settings, &AppSettings::mcpServersChanged, this, &ChatStore::invalidateMCPBindings);
     // Renewed MCP tokens outlive this run.
     connect(m_mcp, &MCPClient::serverCredentialsChanged, m_settings, &AppSettings::updateMcpServerCredentials);
-    m_speech->onAutomaticTranscript = [this](const QString &text) { onAutomaticTranscript(text); };
-    m_speech->onPlaybackFinished = [this] { scheduleHandsFreeListening(); };
+    connect(m_recognizer, &SpeechRecognizer::finalTranscript, this, &ChatStore::onAutomaticTranscript);
+    connect(m_synthesizer, &SpeechSynthesizer::playbackFinished, this, &ChatStore::scheduleHandsFreeListening);
 
     m_handsFreeTimer->setInterval(100);
     connect(m_handsFreeTimer, &QTimer::timeout, this, &ChatStore::watchHandsFreeSilence);
@@ -140,14 +142,15 @@ ChatStore::ChatStore(QObject *parent)
 
 ChatStore::~ChatStore()
 {
-    // The speech service outlives nothing of ours, but its callbacks must not reach a dying store.
-    m_speech->onAutomaticTranscript = nullptr;
-    m_speech->onPlaybackFinished = nullptr;
+    // Speech signals must not reach a dying store.
+    m_recognizer->disconnect(this);
+    m_synthesizer->disconnect(this);
     // A turn waiting on the network and an orb run waiting for its model end now, while every member
     // is alive; neither leaves a trace.
     m_closing = true;
     HttpClient::closeAllUnder(this);
-    m_speech->close();
+    m_recognizer->close();
+    m_synthesizer->close();
 }
 
 QString ChatStore::welcomeText()
@@ -197,11 +200,11 @@ ZenModel ChatStore::selectedZenModel() const
 
 QString ChatStore::activityText() const
 {
-    if (m_speech->isPreparingVoice())
+    if (m_synthesizer->isPreparingVoice())
         return QStringLiteral("Pregătesc vocea…");
     if (!hasZenKey())
         return QStringLiteral("Adaugă cheia OpenCode Zen în Setări");
-    if (m_isThinking || m_isPushToTalkActive || m_speech->isListening() || m_speech->isSpeaking())
+    if (m_isThinking || m_isPushToTalkActive || m_recognizer->isListening() || m_synthesizer->isSpeaking())
         return QStringLiteral("Companion activ · poți continua și din fundal");
     return QStringLiteral("Ține apăsat pentru a vorbi");
 }
@@ -298,7 +301,7 @@ QCoro::Task<> ChatStore::send(std::optional<QString> text)
     m_backgroundExecution->end();
     m_lastTurnWasVoice = fromVoice && answer.has_value();
     if (answer && m_speaksAnswers && m_settings->autoSpeak())
-        m_speech->speak(*answer, m_settings);
+        m_synthesizer->speak(*answer, m_settings);
     Q_EMIT turnFinished(answer.has_value());
     co_await refreshMemoryIfNeeded();
 }
@@ -569,14 +572,14 @@ QCoro::Task<> ChatStore::beginPushToTalk()
 {
     if (m_isPushToTalkActive)
         co_return;
-    m_speech->stopSpeaking();
+    m_synthesizer->stopSpeaking();
     m_handsFreeRun = false;
     m_handsFreeTimer->stop();
     setPushToTalkActive(true);
-    co_await m_speech->startListening(m_settings->preferOnDeviceSpeech(), true);
+    co_await m_recognizer->startListening(m_settings->preferOnDeviceSpeech(), true);
     if (!m_isPushToTalkActive)
-        m_speech->finishListening(); // released while the microphone was starting
-    else if (!m_speech->isListening())
+        m_recognizer->finishListening(); // released while the microphone was starting
+    else if (!m_recognizer->isListening())
         setPushToTalkActive(false); // the run could not start; lastError says why
     else
         showTemporaryStatus(QStringLiteral("Kelo este gata"));
@@ -587,7 +590,7 @@ QCoro::Task<> ChatStore::endPushToTalk()
     if (!m_isPushToTalkActive)
         co_return;
     setPushToTalkActive(false);
-    m_speech->finishListening();
+    m_recognizer->finishListening();
 }
 
 void ChatStore::onAutomaticTranscript(const QString &text)
@@ -605,13 +608,13 @@ void ChatStore::scheduleHandsFreeListening()
     if (!m_lastTurnWasVoice)
         return;
     QTimer::singleShot(handsFreeDelayMs, this, [this] {
-        if (!m_lastTurnWasVoice || m_isThinking || m_isPushToTalkActive || m_speech->isListening()
-            || m_speech->isSpeaking() || !hasZenKey())
+        if (!m_lastTurnWasVoice || m_isThinking || m_isPushToTalkActive || m_recognizer->isListening()
+            || m_synthesizer->isSpeaking() || !hasZenKey())
             return;
         m_lastTurnWasVoice = false;
         detach([](ChatStore *self) -> QCoro::Task<> {
-            co_await self->m_speech->startListening(self->m_settings->preferOnDeviceSpeech(), true);
-            if (!self->m_speech->isListening())
+            co_await self->m_recognizer->startListening(self->m_settings->preferOnDeviceSpeech(), true);
+            if (!self->m_recognizer->isListening())
                 co_return;
             self->m_handsFreeRun = true;
             self->m_handsFreeClock.start();
@@ -623,22 +626,22 @@ void ChatStore::scheduleHandsFreeListening()
 
 void ChatStore::watchHandsFreeSilence()
 {
-    if (!m_handsFreeRun || !m_speech->isListening()) {
+    if (!m_handsFreeRun || !m_recognizer->isListening()) {
         m_handsFreeRun = false;
         m_handsFreeTimer->stop();
         return;
     }
     const qint64 now = m_handsFreeClock.elapsed();
-    if (m_speech->inputLevel() >= speechLevel)
+    if (m_recognizer->inputLevel() >= speechLevel)
         m_lastVoiceAtMs = now;
     if (m_lastVoiceAtMs >= 0 && now - m_lastVoiceAtMs >= handsFreePauseMs) {
         m_handsFreeRun = false;
         m_handsFreeTimer->stop();
-        m_speech->finishListening();
+        m_recognizer->finishListening();
     } else if (m_lastVoiceAtMs < 0 && now >= handsFreeNoSpeechMs) {
         m_handsFreeRun = false;
         m_handsFreeTimer->stop();
-        m_speech->cancelListening();
+        m_recognizer->cancelListening();
     }
 }
 

@@ -6,7 +6,8 @@
 #include "ZenModel.h"
 #include "settings/AppSettings.h"
 #include "skills/MCPToolBinding.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechRecognizer.h"
+#include "voice/SpeechSynthesizer.h"
 
 #include <QCoroTask>
 #include <QDateTime>
@@ -49,7 +50,8 @@ class ChatStore : public QObject
     Q_PROPERTY(QString activityText READ activityText NOTIFY activityTextChanged)
 
     Q_PROPERTY(AppSettings *settings READ settings CONSTANT)
-    Q_PROPERTY(SpeechService *speech READ speech CONSTANT)
+    Q_PROPERTY(SpeechRecognizer *recognizer READ recognizer CONSTANT)
+    Q_PROPERTY(SpeechSynthesizer *synthesizer READ synthesizer CONSTANT)
     Q_PROPERTY(ConversationMemoryStore *memory READ memory CONSTANT)
 
 public:
@@ -76,7 +78,8 @@ public:
     QString activityText() const;
 
     AppSettings *settings() const { return m_settings; }
-    SpeechService *speech() const { return m_speech; }
+    SpeechRecognizer *recognizer() const { return m_recognizer; }
+    SpeechSynthesizer *synthesizer() const { return m_synthesizer; }
     ConversationMemoryStore *memory() const { return m_memory; }
     ZenAPIService *zen() const { return m_zen; }
     MCPClient *mcp() const { return m_mcp; }
@@ -160,7 +163,8 @@ private:
 
     AppSettings *m_settings;
     ZenAPIService *m_zen;
-    SpeechService *m_speech;
+    SpeechRecognizer *m_recognizer;
+    SpeechSynthesizer *m_synthesizer;
     WebSkillService *m_web;
     MCPClient *m_mcp;
     ConversationMemoryStore *m_memory;

@@ -17,8 +17,9 @@ FocusScope {
     // Follows the window's visibility so that a hidden window draws nothing.
     property bool animating: true
 
-    readonly property var speech: store ? store.speech : null
-    readonly property string mood: Logic.mood(store, speech)
+    readonly property var recognizer: store ? store.recognizer : null
+    readonly property var synthesizer: store ? store.synthesizer : null
+    readonly property string mood: Logic.mood(store, recognizer, synthesizer)
     readonly property var answerText: Logic.latestAssistantText(store ? store.visibleMessages : [])
     property alias showConversation: sheet.visible
     property alias orbPressed: gesture.orbPressed
@@ -123,7 +124,7 @@ FocusScope {
             Layout.minimumHeight: 180
             Layout.maximumHeight: 340
             mood: view.mood
-            audioLevel: view.speech ? view.speech.inputLevel : 0
+            audioLevel: view.recognizer ? view.recognizer.inputLevel : 0
             animating: view.animating
             pressed: gesture.orbPressed
 
@@ -146,7 +147,7 @@ FocusScope {
         StatusPill {
             objectName: "statusPill"
             Layout.alignment: Qt.AlignHCenter
-            symbol: Logic.stateIcon(view.store, view.speech)
+            symbol: Logic.stateIcon(view.store, view.recognizer, view.synthesizer)
             text: view.store ? view.store.activityText : ""
         }
 

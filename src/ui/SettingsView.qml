@@ -16,7 +16,8 @@ Item {
     Material.accent: Theme.accent
 
     readonly property var settings: store ? store.settings : null
-    readonly property var speech: store ? store.speech : null
+    readonly property var recognizer: store ? store.recognizer : null
+    readonly property var synthesizer: store ? store.synthesizer : null
     readonly property string engine: settings ? settings.voiceEngine : "Apple Local"
     property string zenTestStatus: ""
     property bool isTestingZen: false
@@ -219,12 +220,12 @@ Item {
                     }
                 }
                 RowLayout {
-                    visible: (view.speech.lastError || "").length > 0
+                    visible: (view.synthesizer.lastError || "").length > 0
                     Layout.fillWidth: true
                     SymbolIcon { symbol: "exclamationmark.circle"; size: 16; color: Theme.danger }
                     Label {
                         objectName: "speechError"
-                        text: view.speech.lastError || ""
+                        text: view.synthesizer.lastError || ""
                         color: Theme.danger
                         wrapMode: Text.Wrap
                         font.pixelSize: 13
@@ -236,7 +237,7 @@ Item {
                 ColumnLayout {
                     id: recognitionModel
                     objectName: "recognitionModelRows"
-                    readonly property var models: view.speech ? view.speech.recognitionModels : null
+                    readonly property var models: view.recognizer ? view.recognizer.recognitionModels : null
                     visible: !!models
                     Layout.fillWidth: true
                     spacing: 6
@@ -305,7 +306,7 @@ Item {
                             objectName: "localVoicePicker"
                             focusPolicy: Qt.NoFocus
                             Layout.fillWidth: true
-                            readonly property var options: Logic.localVoiceOptions(view.speech.romanianVoices)
+                            readonly property var options: Logic.localVoiceOptions(view.synthesizer.romanianVoices)
                             model: options
                             textRole: "label"
                             valueRole: "identifier"
@@ -317,7 +318,7 @@ Item {
                         Layout.fillWidth: true
                         Label { text: "Vocea detectată"; color: Theme.secondaryText; font.pixelSize: 13 }
                         Label {
-                            text: view.speech.bestVoiceDescription || "—"
+                            text: view.synthesizer.bestVoiceDescription || "—"
                             color: Theme.text
                             font.pixelSize: 13
                             elide: Text.ElideRight
@@ -376,7 +377,7 @@ Item {
                     }
                     CloudVoicePicker {
                         title: "Voce Google"
-                        voices: view.speech.googleVoices
+                        voices: view.synthesizer.googleVoices
                         value: view.settings.googleVoiceName
                         onPicked: id => view.settings.googleVoiceName = id
                     }
@@ -415,7 +416,7 @@ Item {
                     }
                     CloudVoicePicker {
                         title: "Voce Azure"
-                        voices: view.speech.azureVoices
+                        voices: view.synthesizer.azureVoices
                         value: view.settings.azureVoiceName
                         onPicked: id => view.settings.azureVoiceName = id
                     }
@@ -449,7 +450,7 @@ Item {
                     }
                     CloudVoicePicker {
                         title: "Voce ElevenLabs"
-                        voices: view.speech.elevenVoices
+                        voices: view.synthesizer.elevenVoices
                         value: view.settings.elevenVoiceID
                         onPicked: id => view.settings.elevenVoiceID = id
                     }
@@ -551,7 +552,7 @@ Item {
             objectName: "loadVoicesButton"
             text: "Încarcă vocile"
             symbol: "waveform.badge.plus"
-            busy: view.speech.isLoadingVoices === true
+            busy: view.synthesizer.isLoadingVoices === true
             enabled: !busy
             onClicked: view.actions.loadVoices(parent.engine)
         }
@@ -560,7 +561,7 @@ Item {
             objectName: "previewVoiceButton"
             text: "Testează vocea"
             symbol: "play"
-            busy: view.speech.isPreparingVoice === true
+            busy: view.synthesizer.isPreparingVoice === true
             onClicked: view.actions.previewVoice(parent.engine)
         }
     }

@@ -10,20 +10,20 @@ function hasText(value) {
 }
 
 // The first rule that holds wins; listening beats any tool status.
-function mood(store, speech) {
-    if (speech && speech.isListening)
+function mood(store, recognizer, synthesizer) {
+    if (recognizer && recognizer.isListening)
         return "listening"
     if (store && hasText(store.toolStatus))
         return String(store.toolStatus).toLowerCase().indexOf("caut") !== -1 ? "searching" : "thinking"
     if (store && store.isThinking)
         return "thinking"
-    if (speech && (speech.isSpeaking || speech.isPreparingVoice))
+    if (synthesizer && (synthesizer.isSpeaking || synthesizer.isPreparingVoice))
         return "speaking"
     return "idle"
 }
 
-function stateIcon(store, speech) {
-    switch (mood(store, speech)) {
+function stateIcon(store, recognizer, synthesizer) {
+    switch (mood(store, recognizer, synthesizer)) {
     case "listening": return "waveform"
     case "searching": return "globe.americas.fill"
     case "thinking": return "sparkles"

@@ -33,8 +33,8 @@ Item {
             store.toolStatus = ""
             store.isThinking = false
             store.hasZenKey = true
-            store.speech.isListening = false
-            store.speech.isSpeaking = false
+            store.recognizer.isListening = false
+            store.synthesizer.isSpeaking = false
             rootView.selection = 0
             chat.showConversation = false
             chat.takeKeyboard()
@@ -123,10 +123,10 @@ Item {
         }
 
         function test_statusPillFollowsTheMood() {
-            store.speech.isListening = true
+            store.recognizer.isListening = true
             store.toolStatus = "Caut pe internet…"
             compare(findChild(rootView, "orb").mood, "listening")
-            store.speech.isListening = false
+            store.recognizer.isListening = false
             compare(findChild(rootView, "orb").mood, "searching")
             compare(findChild(rootView, "statusPill").symbol, "globe.americas.fill")
             store.activityText = "Companion activ · poți continua și din fundal"

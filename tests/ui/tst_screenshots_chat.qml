@@ -54,9 +54,9 @@ Item {
             store.hasZenKey = !data.noKey
             store.toolStatus = data.tool || ""
             store.isThinking = !!data.thinking
-            store.speech.isListening = !!data.listening
-            store.speech.isSpeaking = !!data.speaking
-            store.speech.inputLevel = data.level || 0
+            store.recognizer.isListening = !!data.listening
+            store.synthesizer.isSpeaking = !!data.speaking
+            store.recognizer.inputLevel = data.level || 0
             store.activityText = data.activity
             store.messages = conversation(data.messages || 1)
             rootView.chatView.showConversation = !!data.sheet

@@ -87,11 +87,11 @@ Item {
             show(settingsView, 2900)
             store.settings.zenAPIKey = "sk-test"
             store.zenModels = [{ id: "big-pickle", name: "Big Pickle", isFree: true }, { id: "gpt-5", name: "GPT 5", isFree: false }]
-            store.speech.romanianVoices = [{ identifier: "ro", name: "Romanian", quality: "default" }]
-            store.speech.bestVoiceDescription = "Romanian (espeak-ng) · Standard"
-            store.speech.azureVoices = [{ id: "ro-RO-AlinaNeural", name: "Alina", gender: "Female" }, { id: "ro-RO-EmilNeural", name: "Emil", gender: "Male" }]
+            store.synthesizer.romanianVoices = [{ identifier: "ro", name: "Romanian", quality: "default" }]
+            store.synthesizer.bestVoiceDescription = "Romanian (espeak-ng) · Standard"
+            store.synthesizer.azureVoices = [{ id: "ro-RO-AlinaNeural", name: "Alina", gender: "Female" }, { id: "ro-RO-EmilNeural", name: "Emil", gender: "Male" }]
             store.settings.voiceEngine = data.engine
-            store.speech.lastError = data.tag === "eleven" ? "ElevenLabs: cheia API lipsește." : ""
+            store.synthesizer.lastError = data.tag === "eleven" ? "ElevenLabs: cheia API lipsește." : ""
             store.memory.summary = data.tag === "local" ? "" : "Utilizatorul se numește Ana, lucrează ca arhitect și preferă răspunsuri scurte."
             shoot(settingsView, "settings-" + data.tag)
         }

@@ -27,7 +27,7 @@ Item {
             store.calls = []
             store.settings.voiceEngine = "Apple Local"
             store.settings.voiceIdentifier = ""
-            store.speech.romanianVoices = []
+            store.synthesizer.romanianVoices = []
             waitForRendering(settingsView)
         }
 
@@ -67,7 +67,7 @@ Item {
         }
 
         function test_localVoicePickerFirstEntryStoresTheEmptyIdentifier() {
-            store.speech.romanianVoices = [{ identifier: "ro+adam", name: "Romanian+Adam", quality: "enhanced" }]
+            store.synthesizer.romanianVoices = [{ identifier: "ro+adam", name: "Romanian+Adam", quality: "enhanced" }]
             store.settings.voiceIdentifier = "ro+adam"
             var picker = findChild(settingsView, "localVoicePicker")
             compare(picker.currentIndex, 1)

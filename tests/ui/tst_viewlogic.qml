@@ -30,8 +30,8 @@ TestCase {
 
     function test_moodAndIconFollowTheFirstRuleThatHolds(data) {
         var s = state(data.over)
-        compare(Logic.mood(s.store, s.speech), data.mood)
-        compare(Logic.stateIcon(s.store, s.speech), data.icon)
+        compare(Logic.mood(s.store, s.speech, s.speech), data.mood)
+        compare(Logic.stateIcon(s.store, s.speech, s.speech), data.icon)
     }
 
     function test_latestAssistantText_data() {

@@ -8,7 +8,7 @@
 #include "system/SystemDoctor.h"
 #include "system/VariantLists.h"
 #include "ui/MCPServerListEditor.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechSynthesizer.h"
 
 #include <QProcess>
 #include <QStandardPaths>
@@ -60,18 +60,12 @@ void CompanionActions::loadVoices(const QString &engine)
 QCoro::Task<> CompanionActions::runVoiceLoad(QString engine)
 {
     AppSettings *settings = m_store->settings();
-    SpeechService *speech = m_store->speech();
-    // The speech service reports its own failures through lastError; this only keeps an
+    SpeechSynthesizer *speech = m_store->synthesizer();
+    // The synthesizer reports its own failures through lastError; this only keeps an
     // unexpected exception from escaping a coroutine nobody awaits.
     try {
-        const auto preset = Presets::voiceEngineFromRawValue(engine);
-        if (preset == VoiceEnginePreset::googleCloud)
-            co_await speech->refreshGoogleVoices(settings->googleTTSAPIKey().trimmed());
-        else if (preset == VoiceEnginePreset::azureSpeech)
-            co_await speech->refreshAzureVoices(
-                settings->azureSpeechKey().trimmed(), settings->azureRegion().trimmed());
-        else if (preset == VoiceEnginePreset::elevenLabs)
-            co_await speech->refreshElevenVoices(settings->elevenAPIKey().trimmed());
+        if (const auto preset = Presets::voiceEngineFromRawValue(engine))
+            co_await speech->refreshVoices(*preset, settings);
     } catch (...) {
         qWarning("kelo: încărcarea vocilor a eșuat: %s", qPrintable(describeException(std::current_exception())));
     }
@@ -84,7 +78,7 @@ void CompanionActions::previewVoice(const QString &engine)
         return;
     if (*preset == VoiceEnginePreset::appleLocal) {
         // speak() uses the selected engine, which is the local one whenever its card shows.
-        m_store->speech()->speak(SpeechService::localVoiceSample(), m_store->settings());
+        m_store->synthesizer()->speak(SpeechSynthesizer::localVoiceSample(), m_store->settings());
         return;
     }
     runCloudPreview(engine);
@@ -93,7 +87,7 @@ void CompanionActions::previewVoice(const QString &engine)
 QCoro::Task<> CompanionActions::runCloudPreview(QString engine)
 {
     try {
-        co_await m_store->speech()->previewCloudVoice(*Presets::voiceEngineFromRawValue(engine), m_store->settings());
+        co_await m_store->synthesizer()->previewCloudVoice(*Presets::voiceEngineFromRawValue(engine), m_store->settings());
     } catch (...) {
         qWarning("kelo: testul vocii a eșuat: %s", qPrintable(describeException(std::current_exception())));
     }

@@ -1,5 +1,7 @@
 #include "CompanionApp.h"
 
+#include "voice/SpeechRecognizer.h"
+
 #include "CompanionActions.h"
 #include "CompanionTray.h"
 #include "LiveActivityFeed.h"
@@ -9,6 +11,7 @@
 #include "skills/MCPClient.h"
 #include "system/LiveActivityManager.h"
 #include "ui/IconTheme.h"
+#include "voice/SpeechRecognizer.h"
 
 #include <QGuiApplication>
 #include <QIcon>
@@ -53,6 +56,8 @@ CompanionApp::~CompanionApp()
 
 bool CompanionApp::start()
 {
+    // The first press of the orb should not wait for the recognition model.
+    m_store->recognizer()->preload();
     const bool trayAvailable = CompanionTray::isAvailable();
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     m_engine.setInitialProperties({
