@@ -184,36 +184,31 @@ void SpeechRecognizer::finishRecognitionEngine()
     setInputLevel(0.0);
 }
 
+template<typename T> void SpeechRecognizer::publish(T &member, const T &value, void (SpeechRecognizer::*signal)())
+{
+    if (member == value)
+        return;
+    member = value;
+    Q_EMIT(this->*signal)();
+    Q_EMIT changed();
+}
+
 void SpeechRecognizer::setListening(bool value)
 {
-    if (std::exchange(m_isListening, value) == value)
-        return;
-    Q_EMIT isListeningChanged();
-    Q_EMIT changed();
+    publish(m_isListening, value, &SpeechRecognizer::isListeningChanged);
 }
 
 void SpeechRecognizer::setTranscript(const QString &value)
 {
-    if (m_transcript == value)
-        return;
-    m_transcript = value;
-    Q_EMIT transcriptChanged();
-    Q_EMIT changed();
+    publish(m_transcript, value, &SpeechRecognizer::transcriptChanged);
 }
 
 void SpeechRecognizer::setInputLevel(double value)
 {
-    if (std::exchange(m_inputLevel, value) == value)
-        return;
-    Q_EMIT inputLevelChanged();
-    Q_EMIT changed();
+    publish(m_inputLevel, value, &SpeechRecognizer::inputLevelChanged);
 }
 
 void SpeechRecognizer::setLastError(const QString &value)
 {
-    if (m_lastError == value)
-        return;
-    m_lastError = value;
-    Q_EMIT lastErrorChanged();
-    Q_EMIT changed();
+    publish(m_lastError, value, &SpeechRecognizer::lastErrorChanged);
 }

@@ -80,6 +80,7 @@ private:
     void handleRecognitionResult(const QString &text, bool isFinal);
     void handleRecognitionFailure(const QString &message);
 
+    template<typename T> void publish(T &member, const T &value, void (SpeechRecognizer::*signal)());
     void setListening(bool value);
     void setTranscript(const QString &value);
     void setInputLevel(double value);

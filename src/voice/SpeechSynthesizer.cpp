@@ -267,7 +267,7 @@ QString SpeechSynthesizer::bestVoiceDescription() const
 
 // --- published state ---
 
-void SpeechSynthesizer::setFlag(bool &member, bool value, void (SpeechSynthesizer::*signal)())
+template<typename T> void SpeechSynthesizer::publish(T &member, const T &value, void (SpeechSynthesizer::*signal)())
 {
     if (member == value)
         return;
@@ -278,24 +278,20 @@ void SpeechSynthesizer::setFlag(bool &member, bool value, void (SpeechSynthesize
 
 void SpeechSynthesizer::setSpeaking(bool value)
 {
-    setFlag(m_isSpeaking, value, &SpeechSynthesizer::isSpeakingChanged);
+    publish(m_isSpeaking, value, &SpeechSynthesizer::isSpeakingChanged);
 }
 
 void SpeechSynthesizer::setPreparingVoice(bool value)
 {
-    setFlag(m_isPreparingVoice, value, &SpeechSynthesizer::isPreparingVoiceChanged);
+    publish(m_isPreparingVoice, value, &SpeechSynthesizer::isPreparingVoiceChanged);
 }
 
 void SpeechSynthesizer::setLoadingVoices(bool value)
 {
-    setFlag(m_isLoadingVoices, value, &SpeechSynthesizer::isLoadingVoicesChanged);
+    publish(m_isLoadingVoices, value, &SpeechSynthesizer::isLoadingVoicesChanged);
 }
 
 void SpeechSynthesizer::setLastError(const QString &value)
 {
-    if (m_lastError == value)
-        return;
-    m_lastError = value;
-    Q_EMIT lastErrorChanged();
-    Q_EMIT changed();
+    publish(m_lastError, value, &SpeechSynthesizer::lastErrorChanged);
 }

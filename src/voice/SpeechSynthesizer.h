@@ -106,7 +106,7 @@ private:
     void setPreparingVoice(bool value);
     void setLoadingVoices(bool value);
     void setLastError(const QString &value);
-    void setFlag(bool &member, bool value, void (SpeechSynthesizer::*signal)());
+    template<typename T> void publish(T &member, const T &value, void (SpeechSynthesizer::*signal)());
 
     bool m_isSpeaking = false;
     bool m_isPreparingVoice = false;
