@@ -8,9 +8,9 @@
 #include "voice/LocalSynthesizer.h"
 
 #include <QElapsedTimer>
-#include <QtQml/QJSEngine>
 #include <QSignalSpy>
 #include <QTest>
+#include <QtQml/QJSEngine>
 
 using Reply = FakeHttpServer::Reply;
 using namespace VoiceTestSupport;

@@ -10,8 +10,6 @@
 #include "voice/SpeechSynthesizer.h"
 #include "voice/SpeechText.h"
 
-
-
 QString SayCommand::summary() const
 {
     return QStringLiteral("rostește un text cu vocea aleasă în setări sau cu --engine");
@@ -72,8 +70,7 @@ QCoro::Task<int> SayCommand::run(CliSession &session, QStringList arguments)
         speech, [&] { return finished || !speech->lastError().isEmpty(); }, &SpeechSynthesizer::playbackFinished,
         &SpeechSynthesizer::lastErrorChanged);
     QObject::disconnect(connection);
-    const std::optional<QString> failure
-        = finished ? std::nullopt : std::optional<QString>(speech->lastError());
+    const std::optional<QString> failure = finished ? std::nullopt : std::optional<QString>(speech->lastError());
 
     if (failure) {
         Terminal::err(*failure);

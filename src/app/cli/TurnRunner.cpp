@@ -3,10 +3,9 @@
 #include "Terminal.h"
 #include "conversation/ChatStore.h"
 #include "conversation/ConversationMemoryStore.h"
+#include "system/SignalWait.h"
 #include "voice/SpeechRecognizer.h"
 #include "voice/SpeechSynthesizer.h"
-
-#include "system/SignalWait.h"
 
 TurnRunner::TurnRunner(ChatStore &store)
     : m_store(store)

@@ -11,8 +11,6 @@
 #include "voice/LocalVoice.h"
 #include "voice/SpeechSynthesizer.h"
 
-
-
 QString VoicesCommand::summary() const
 {
     return QStringLiteral("listează vocile românești ale unui motor de voce");

@@ -87,7 +87,8 @@ void CompanionActions::previewVoice(const QString &engine)
 QCoro::Task<> CompanionActions::runCloudPreview(QString engine)
 {
     try {
-        co_await m_store->synthesizer()->previewCloudVoice(*Presets::voiceEngineFromRawValue(engine), m_store->settings());
+        co_await m_store->synthesizer()->previewCloudVoice(
+            *Presets::voiceEngineFromRawValue(engine), m_store->settings());
     } catch (...) {
         qWarning("kelo: testul vocii a eșuat: %s", qPrintable(describeException(std::current_exception())));
     }

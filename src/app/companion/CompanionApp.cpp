@@ -1,7 +1,5 @@
 #include "CompanionApp.h"
 
-#include "voice/SpeechRecognizer.h"
-
 #include "CompanionActions.h"
 #include "CompanionTray.h"
 #include "LiveActivityFeed.h"
