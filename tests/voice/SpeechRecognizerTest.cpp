@@ -208,24 +208,6 @@ private Q_SLOTS:
         }
         QTest::qWait(100);
     }
-
-    void aRealModelUnderstandsSpokenRomanian()
-    {
-        const QString realModel = qEnvironmentVariable("KELO_TEST_WHISPER_MODEL");
-        if (realModel.isEmpty())
-            QSKIP("set KELO_TEST_WHISPER_MODEL to a multilingual ggml model to run this");
-        if (m_spokenPath.isEmpty())
-            QSKIP("espeak-ng is not installed");
-        SpeechRecognizer speech;
-        speech.recognitionModels()->setModelPath(realModel);
-        feedFrom(speech, m_spokenPath, 0.0);
-        Observed observed;
-        observe(speech, observed);
-        AsyncTest::await(speech.startListening(true, true), 120'000);
-        QVERIFY(AsyncTest::waitUntil([&] { return !observed.submitted.isEmpty(); }, 120'000));
-        const QString heard = observed.submitted.first().toLower();
-        QVERIFY2(heard.contains(QStringLiteral("bun")) || heard.contains(QStringLiteral("ziua")), qPrintable(heard));
-    }
 };
 
 QTEST_GUILESS_MAIN(SpeechRecognizerTest)

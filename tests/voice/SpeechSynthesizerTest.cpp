@@ -367,7 +367,6 @@ private Q_SLOTS:
         m_settings->setVoiceRate(0.6);
         m_settings->setVoiceIdentifier(QStringLiteral("no such voice"));
         StateLog log(m_speech.get());
-        MonitorRecording recording;
 
         m_speech->enqueue(QStringLiteral("## Bună ziua! Vezi [pagina](https://example.ro)."), m_settings.get());
         m_speech->enqueue(QStringLiteral("Mulțumesc."), m_settings.get());
@@ -377,12 +376,9 @@ private Q_SLOTS:
         if (m_speech->localSynthesizer()->engineState() == LocalSynthesizer::EngineState::unavailable)
             QSKIP(qPrintable("speech-dispatcher is not usable here: " + m_speech->lastError()));
         QVERIFY2(m_speech->lastError().isEmpty(), qPrintable(m_speech->lastError()));
-        QTest::qWait(1'500);
-        const AudioLevels levels = measure(recording.stop());
-
         QCOMPARE(m_finished->size(), 1);
+        // One speaking stretch for the whole answer; LocalSynthesizerTest hears it.
         QCOMPARE(log.entries, (QStringList { "speaking", "idle" }));
-        QVERIFY2(levels.audibleSeconds > 1.0, qPrintable(QString::number(levels.audibleSeconds)));
 
         const QList<LocalVoice> voices = m_speech->property("romanianVoices").value<QList<LocalVoice>>();
         QVERIFY(!voices.isEmpty());
