@@ -1,4 +1,4 @@
-// Time from SpeechService::speak to the first audio handed over, for a two-sentence Romanian answer.
+// Time from SpeechSynthesizer::speak to the first audio handed over, for a two-sentence Romanian answer.
 //
 // Cloud (target < 60 ms of our own time): a loopback server answers at once with a real MP3; the
 // clock stops when the audio device pulls the first decoded samples.
@@ -12,9 +12,9 @@
 #include "TemporaryHome.h"
 #include "VoiceTestSupport.h"
 #include "settings/AppSettings.h"
-#include "voice/CloudAudioPlayer.h"
+#include "voice/CloudAudioOutput.h"
 #include "voice/LocalSynthesizer.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechSynthesizer.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -57,7 +57,7 @@ struct Environment
     FakeHttpServer server;
     ScopedEnvironment elevenBase { "KELO_ELEVENLABS_BASE_URL", server.baseUrl() };
     AppSettings settings;
-    SpeechService speech;
+    SpeechSynthesizer speech;
 };
 
 Environment &environment()
@@ -85,11 +85,11 @@ void cloudSpeakToFirstAudio(benchmark::State &state)
         bool firstAudio = false;
         QElapsedTimer clock;
         qint64 speakingAt = 0;
-        const auto connection = QObject::connect(&env.speech, &SpeechService::isSpeakingChanged, [&] {
-            if (!env.speech.isSpeaking() || !env.speech.cloudAudioPlayer())
+        const auto connection = QObject::connect(&env.speech, &SpeechSynthesizer::isSpeakingChanged, [&] {
+            if (!env.speech.isSpeaking() || !env.speech.cloudAudioOutput())
                 return;
             speakingAt = clock.nsecsElapsed();
-            QObject::connect(env.speech.cloudAudioPlayer(), &CloudAudioPlayer::firstAudioQueued, [&] {
+            QObject::connect(env.speech.cloudAudioOutput(), &CloudAudioOutput::firstAudioQueued, [&] {
                 if (!firstAudio)
                     state.SetIterationTime(double(clock.nsecsElapsed()) / 1e9);
                 firstAudio = true;
@@ -133,7 +133,7 @@ void localSpeakToSpeechStart(benchmark::State &state)
     for (auto _ : state) {
         bool speaking = false;
         QElapsedTimer clock;
-        const auto connection = QObject::connect(&env.speech, &SpeechService::isSpeakingChanged, [&] {
+        const auto connection = QObject::connect(&env.speech, &SpeechSynthesizer::isSpeakingChanged, [&] {
             if (env.speech.isSpeaking() && !speaking) {
                 state.SetIterationTime(double(clock.nsecsElapsed()) / 1e9);
                 speaking = true;

@@ -1,8 +1,9 @@
 #pragma once
 
 #include "conversation/ChatStore.h"
-#include "voice/CloudAudioPlayer.h"
-#include "voice/SpeechService.h"
+#include "voice/CloudAudioOutput.h"
+#include "voice/SpeechRecognizer.h"
+#include "voice/SpeechSynthesizer.h"
 
 #include <QObject>
 #include <QString>
@@ -16,19 +17,19 @@ namespace VoiceTurnAdapter {
 // Whether the store speaks an answer while it is still being written.
 inline bool streamsAnswers()
 {
-    return false;
+    return true;
 }
 
 // The object that listens (audio input factory, models, worker).
 inline auto *recognizerOf(ChatStore &store)
 {
-    return store.speech();
+    return store.recognizer();
 }
 
 // The object that speaks.
 inline auto *synthesizerOf(ChatStore &store)
 {
-    return store.speech();
+    return store.synthesizer();
 }
 
 // Calls `firstAudio` each time a cloud voice's first decoded samples are pulled by the device, until
@@ -36,9 +37,9 @@ inline auto *synthesizerOf(ChatStore &store)
 inline void onFirstAudio(ChatStore &store, QObject *context, std::function<void()> firstAudio)
 {
     auto *speech = synthesizerOf(store);
-    QObject::connect(speech, &SpeechService::isSpeakingChanged, context, [speech, context, firstAudio] {
-        if (speech->isSpeaking() && speech->cloudAudioPlayer())
-            QObject::connect(speech->cloudAudioPlayer(), &CloudAudioPlayer::firstAudioQueued, context, firstAudio);
+    QObject::connect(speech, &SpeechSynthesizer::isSpeakingChanged, context, [speech, context, firstAudio] {
+        if (speech->isSpeaking() && speech->cloudAudioOutput())
+            QObject::connect(speech->cloudAudioOutput(), &CloudAudioOutput::firstAudioQueued, context, firstAudio);
     });
 }
 

@@ -24,14 +24,19 @@ ChatStore::ChatStore(QObject *parent)
     , m_services(new KeloServices(this))
     , m_mcpTools(new MCPToolCache(m_services->settings, m_services->mcp, this))
     , m_handsFree(new HandsFreeListener(
-          m_services->speech, m_services->settings,
-          [this] { return !isThinking() && !m_isPushToTalkActive && hasZenKey(); }, this))
+          m_services->recognizer, m_services->settings,
+          [this] { return !isThinking() && !m_isPushToTalkActive && !synthesizer()->isSpeaking() && hasZenKey(); },
+          this))
     , m_conversation(new ChatMessageModel(this))
 {
     // Derived state first, so that whoever listens to changed() reads it current.
     connect(this, &ChatStore::changed, this, &ChatStore::publishDerivedState);
     connect(settings(), &AppSettings::changed, this, &ChatStore::changed);
-    connect(speech(), &SpeechService::changed, this, &ChatStore::changed);
+    connect(recognizer(), &SpeechRecognizer::changed, this, &ChatStore::changed);
+    connect(synthesizer(), &SpeechSynthesizer::changed, this, &ChatStore::changed);
+    connect(recognizer(), &SpeechRecognizer::finalTranscript, this, &ChatStore::onAutomaticTranscript);
+    connect(synthesizer(), &SpeechSynthesizer::playbackFinished, m_handsFree, &HandsFreeListener::playbackFinished);
+    connect(this, &ChatStore::sentenceReady, this, &ChatStore::speakSentence);
     connect(m_mcpTools, &MCPToolCache::syncing, this, [this](bool running) {
         const QString syncing = QStringLiteral("Sincronizez skillurile…");
         if (running)
@@ -39,8 +44,6 @@ ChatStore::ChatStore(QObject *parent)
         else if (m_toolStatus == syncing)
             setToolStatus({});
     });
-    speech()->onAutomaticTranscript = [this](const QString &text) { onAutomaticTranscript(text); };
-    speech()->onPlaybackFinished = [this] { m_handsFree->playbackFinished(); };
 
     m_messages = memory()->messages();
     if (m_messages.isEmpty())
@@ -54,14 +57,12 @@ ChatStore::ChatStore(QObject *parent)
 
 ChatStore::~ChatStore()
 {
-    // The speech service outlives nothing of ours, but its callbacks must not reach a dying store.
-    speech()->onAutomaticTranscript = nullptr;
-    speech()->onPlaybackFinished = nullptr;
     // A turn waiting on the network and an orb run waiting for its model end now, while every member
     // is alive; neither leaves a trace.
     m_closing = true;
     HttpClient::closeAllUnder(this);
-    speech()->close();
+    recognizer()->close();
+    synthesizer()->close();
 }
 
 QString ChatStore::welcomeText()
@@ -73,7 +74,7 @@ void ChatStore::setDraft(const QString &draft)
 {
     if (m_draft == draft)
         return;
-    if (!draft.isEmpty() && (isThinking() || speech()->isSpeaking()))
+    if (!draft.isEmpty() && (isThinking() || synthesizer()->isSpeaking()))
         interrupt();
     m_draft = draft;
     Q_EMIT draftChanged();
@@ -103,7 +104,7 @@ ZenModel ChatStore::selectedZenModel() const
 
 QString ChatStore::activityText() const
 {
-    if (speech()->isPreparingVoice())
+    if (synthesizer()->isPreparingVoice())
         return QStringLiteral("Pregătesc vocea…");
     if (!hasZenKey())
         return missingKeyText;
@@ -114,14 +115,14 @@ QString ChatStore::activityText() const
 
 ChatStore::Activity ChatStore::activity() const
 {
-    if (m_isPushToTalkActive || speech()->isListening())
+    if (m_isPushToTalkActive || recognizer()->isListening())
         return Activity::Listening;
     if (m_toolKind)
         return *m_toolKind == AgentTurn::ToolKind::webSearch ? Activity::Searching : Activity::UsingTool;
     // Thinking until the first visible words of the answer arrive.
     if (isThinking())
         return m_growing ? Activity::Speaking : Activity::Thinking;
-    if (speech()->isSpeaking() || speech()->isPreparingVoice())
+    if (synthesizer()->isSpeaking() || synthesizer()->isPreparingVoice())
         return Activity::Speaking;
     return Activity::Idle;
 }
@@ -238,9 +239,12 @@ void ChatStore::finishTurn(std::optional<QString> answer, bool fromVoice)
     memory()->persist(m_messages);
     m_services->backgroundExecution->end();
     m_handsFree->setArmed(fromVoice && answer.has_value());
-    // Spoken whole for now; sentenceReady is where a voice that queues pieces takes over.
-    if (answer && m_speaksAnswers && settings()->autoSpeak())
-        speech()->speak(*answer, settings());
+    // Sentences already went to the voice as they were written; a turn that produced none (a failure
+    // before any text, an empty answer) is spoken whole, as is the message standing in for it.
+    if (std::exchange(m_answerQueued, false))
+        synthesizer()->finishQueue();
+    else if (answer && speaksNow())
+        synthesizer()->speak(*answer, settings());
     Q_EMIT turnFinished(answer.has_value());
 }
 
@@ -268,9 +272,23 @@ void ChatStore::showGrowingAnswer(const QString &visible)
     publishDerivedState();
 }
 
+bool ChatStore::speaksNow() const
+{
+    return m_speaksAnswers && settings()->autoSpeak();
+}
+
+void ChatStore::speakSentence(const QString &sentence)
+{
+    if (!speaksNow())
+        return;
+    m_answerQueued = true;
+    synthesizer()->enqueue(sentence, settings());
+}
+
 void ChatStore::interrupt()
 {
-    speech()->stopSpeaking();
+    m_answerQueued = false;
+    synthesizer()->stopSpeaking();
     m_handsFree->setArmed(false);
     if (m_turn)
         m_turn->cancel();
@@ -344,10 +362,10 @@ QCoro::Task<> ChatStore::beginPushToTalk()
     interrupt();
     m_handsFree->stop();
     setPushToTalkActive(true);
-    co_await speech()->startListening(settings()->preferOnDeviceSpeech(), true);
+    co_await recognizer()->startListening(settings()->preferOnDeviceSpeech(), true);
     if (!m_isPushToTalkActive)
-        speech()->finishListening(); // released while the microphone was starting
-    else if (!speech()->isListening())
+        recognizer()->finishListening(); // released while the microphone was starting
+    else if (!recognizer()->isListening())
         setPushToTalkActive(false); // the run could not start; lastError says why
     else
         showTemporaryStatus(QStringLiteral("Kelo este gata"));
@@ -358,7 +376,7 @@ QCoro::Task<> ChatStore::endPushToTalk()
     if (!m_isPushToTalkActive)
         co_return;
     setPushToTalkActive(false);
-    speech()->finishListening();
+    recognizer()->finishListening();
 }
 
 void ChatStore::onAutomaticTranscript(const QString &text)

@@ -7,7 +7,8 @@
 #include "KeloServices.h"
 #include "ZenModel.h"
 #include "settings/AppSettings.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechRecognizer.h"
+#include "voice/SpeechSynthesizer.h"
 
 #include <QCoroTask>
 #include <QObject>
@@ -46,10 +47,8 @@ class ChatStore : public QObject
     Q_PROPERTY(Activity activity READ activity NOTIFY activityChanged)
 
     Q_PROPERTY(AppSettings *settings READ settings CONSTANT)
-    Q_PROPERTY(SpeechService *speech READ speech CONSTANT)
-    // Until speech splits in two, one service answers for both halves.
-    Q_PROPERTY(SpeechService *recognizer READ speech CONSTANT)
-    Q_PROPERTY(SpeechService *synthesizer READ speech CONSTANT)
+    Q_PROPERTY(SpeechRecognizer *recognizer READ recognizer CONSTANT)
+    Q_PROPERTY(SpeechSynthesizer *synthesizer READ synthesizer CONSTANT)
     Q_PROPERTY(ConversationMemoryStore *memory READ memory CONSTANT)
 
 public:
@@ -82,7 +81,8 @@ public:
     Activity activity() const;
 
     AppSettings *settings() const { return m_services->settings; }
-    SpeechService *speech() const { return m_services->speech; }
+    SpeechRecognizer *recognizer() const { return m_services->recognizer; }
+    SpeechSynthesizer *synthesizer() const { return m_services->synthesizer; }
     ConversationMemoryStore *memory() const { return m_services->memory; }
     ZenAPIService *zen() const { return m_services->zen; }
     MCPClient *mcp() const { return m_services->mcp; }
@@ -143,6 +143,8 @@ private:
     void onAutomaticTranscript(const QString &text);
     void onToolStarted(AgentTurn::ToolKind kind, const QString &status);
     void showGrowingAnswer(const QString &visible);
+    bool speaksNow() const;
+    void speakSentence(const QString &sentence);
     void publishDerivedState();
 
     void appendMessage(ChatMessage message);
@@ -178,6 +180,8 @@ private:
 
     quint64 m_statusGeneration = 0;
     bool m_speaksAnswers = true;
+    // Sentences of the running answer already handed to the voice.
+    bool m_answerQueued = false;
     // The turn about to start came from the microphone.
     bool m_nextTurnIsVoice = false;
     // Derived values last published, so their signals fire only on real changes.

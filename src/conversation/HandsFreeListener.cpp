@@ -2,7 +2,7 @@
 
 #include "net/Detached.h"
 #include "settings/AppSettings.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechRecognizer.h"
 
 #include <QTimer>
 
@@ -14,9 +14,9 @@ constexpr double speechLevel = 0.08;
 } // namespace
 
 HandsFreeListener::HandsFreeListener(
-    SpeechService *speech, AppSettings *settings, std::function<bool()> mayListen, QObject *parent)
+    SpeechRecognizer *recognizer, AppSettings *settings, std::function<bool()> mayListen, QObject *parent)
     : QObject(parent)
-    , m_speech(speech)
+    , m_speech(recognizer)
     , m_settings(settings)
     , m_mayListen(std::move(mayListen))
     , m_watch(new QTimer(this))
@@ -36,7 +36,7 @@ void HandsFreeListener::playbackFinished()
     if (!m_armed)
         return;
     QTimer::singleShot(startDelayMs, this, [this] {
-        if (!m_armed || m_speech->isListening() || m_speech->isSpeaking() || !m_mayListen())
+        if (!m_armed || m_speech->isListening() || !m_mayListen())
             return;
         m_armed = false;
         startDetached(listen());

@@ -8,7 +8,7 @@
 
 class AppSettings;
 class QTimer;
-class SpeechService;
+class SpeechRecognizer;
 
 // After a spoken turn has been answered aloud, listens again without a press: a pause after speech
 // ends the run (its transcript starts the next turn), and a run in which nobody speaks gives up.
@@ -17,9 +17,9 @@ class HandsFreeListener : public QObject
     Q_OBJECT
 
 public:
-    // `mayListen` says whether the store is free for a new turn (no turn running, a key set…).
+    // `mayListen` says whether the store is free for a new turn (no turn running, nothing spoken, a key set…).
     HandsFreeListener(
-        SpeechService *speech, AppSettings *settings, std::function<bool()> mayListen, QObject *parent = nullptr);
+        SpeechRecognizer *recognizer, AppSettings *settings, std::function<bool()> mayListen, QObject *parent = nullptr);
 
     // Whether the next playback end starts listening: the last turn came from the microphone.
     void setArmed(bool armed) { m_armed = armed; }
@@ -33,7 +33,7 @@ private:
     QCoro::Task<> listen();
     void watchSilence();
 
-    SpeechService *m_speech;
+    SpeechRecognizer *m_speech;
     AppSettings *m_settings;
     std::function<bool()> m_mayListen;
     QTimer *m_watch;

@@ -6,13 +6,15 @@
 #include "skills/MCPClient.h"
 #include "skills/WebSkillService.h"
 #include "system/BackgroundExecutionManager.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechRecognizer.h"
+#include "voice/SpeechSynthesizer.h"
 
 KeloServices::KeloServices(QObject *parent)
     : QObject(parent)
     , settings(new AppSettings(this))
     , zen(new ZenAPIService(this))
-    , speech(new SpeechService(this))
+    , recognizer(new SpeechRecognizer(this))
+    , synthesizer(new SpeechSynthesizer(this))
     , web(new WebSkillService(this))
     , mcp(new MCPClient(this))
     , memory(new ConversationMemoryStore(this))

@@ -6,7 +6,8 @@ class AppSettings;
 class BackgroundExecutionManager;
 class ConversationMemoryStore;
 class MCPClient;
-class SpeechService;
+class SpeechRecognizer;
+class SpeechSynthesizer;
 class WebSkillService;
 class ZenAPIService;
 
@@ -22,7 +23,8 @@ public:
 
     AppSettings *const settings;
     ZenAPIService *const zen;
-    SpeechService *const speech;
+    SpeechRecognizer *const recognizer;
+    SpeechSynthesizer *const synthesizer;
     WebSkillService *const web;
     MCPClient *const mcp;
     ConversationMemoryStore *const memory;

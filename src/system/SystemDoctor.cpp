@@ -8,7 +8,8 @@
 #include "skills/MCPClient.h"
 #include "skills/MCPError.h"
 #include "voice/LocalSynthesizer.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechRecognizer.h"
+#include "voice/SpeechSynthesizer.h"
 #include "voice/WhisperModelManager.h"
 
 #include <QAudioDevice>
@@ -146,7 +147,7 @@ QCoro::Task<DoctorCheck> SystemDoctor::checkLocalVoice()
     if (!used)
         co_return passed(
             title, QStringLiteral("nefolosit: răspunsurile se rostesc cu %1.").arg(settings->voiceEngineRawValue()));
-    LocalSynthesizer *local = m_store->speech()->localSynthesizer();
+    LocalSynthesizer *local = m_store->synthesizer()->localSynthesizer();
     local->prepare();
     while (local->engineState() == LocalSynthesizer::EngineState::starting)
         co_await QCoro::sleepFor(std::chrono::milliseconds(50));
@@ -195,7 +196,7 @@ QCoro::Task<DoctorCheck> SystemDoctor::checkRecognitionModel()
 #ifndef KELO_WITH_WHISPER
     co_return toDo(title, QStringLiteral("această versiune de Kelo nu include recunoașterea vocală."), true);
 #else
-    WhisperModelManager *models = m_store->speech()->recognitionModels();
+    WhisperModelManager *models = m_store->recognizer()->recognitionModels();
     const QString download
         = QStringLiteral("„kelo model download %1” sau Setări → Voce").arg(WhisperModelManager::defaultModelName());
     if (!models->modelAvailable())

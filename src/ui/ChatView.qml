@@ -18,7 +18,6 @@ FocusScope {
     // Follows the window's visibility so that a hidden window draws nothing.
     property bool animating: true
 
-    readonly property var speech: store ? store.speech : null
     readonly property string mood: view.moodOf(store ? store.activity : ChatStore.Idle)
     // The latest answer of the model; null when there is none to show (the app's own texts never are).
     property var answerText: null
@@ -151,7 +150,7 @@ FocusScope {
             Layout.minimumHeight: 180
             Layout.maximumHeight: 340
             mood: view.mood
-            audioLevel: view.speech ? view.speech.inputLevel : 0
+            audioLevel: view.recognizer ? view.recognizer.inputLevel : 0
             animating: view.animating
             pressed: gesture.orbPressed
 

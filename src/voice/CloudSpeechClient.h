@@ -1,5 +1,7 @@
 #pragma once
 
+#include "CloudVoice.h"
+#include "CloudVoiceProvider.h"
 #include "net/HttpReply.h"
 
 #include <QCoroTask>
@@ -8,9 +10,10 @@
 
 class HttpClient;
 
-// The three cloud voices: one POST per text, answered with one MP3 file. Failures are thrown:
-// URLError for transport problems and undecodable answers, ProviderError for refusals.
-// Callers pass the cleaned text and trimmed credentials.
+// Talks to the cloud voices described by CloudVoiceProvider: one POST per text answered with one MP3,
+// and the voice list of an account. Failures are thrown: URLError for transport problems and
+// undecodable answers, ProviderError for refusals. Callers pass the cleaned text and credentials
+// their provider accepted.
 class CloudSpeechClient : public QObject
 {
     Q_OBJECT
@@ -19,31 +22,19 @@ public:
     static constexpr int requestTimeoutMs = 30'000;
     // The MP3 of a long answer is a few megabytes: a minute covers a slow line, not a stalled one.
     static constexpr int synthesisDeadlineMs = 60'000;
-    // Voice lists are small.
     static constexpr int voiceListDeadlineMs = 45'000;
-
-    static QString googleProvider() { return QStringLiteral("Google Cloud"); }
-    static QString azureProvider() { return QStringLiteral("Azure Speech"); }
-    static QString elevenLabsProvider() { return QStringLiteral("ElevenLabs"); }
 
     explicit CloudSpeechClient(QObject *parent = nullptr);
 
-    QCoro::Task<QByteArray> synthesizeGoogle(QString text, QString apiKey, QString voiceName);
-    QCoro::Task<QByteArray> synthesizeAzure(QString text, QString apiKey, QString region, QString voiceName);
-    QCoro::Task<QByteArray> synthesizeElevenLabs(QString text, QString apiKey, QString voiceID);
+    QCoro::Task<QByteArray> synthesize(
+        const CloudVoiceProvider &provider, QString text, CloudVoiceCredentials credentials);
+    QCoro::Task<QList<CloudVoice>> voices(const CloudVoiceProvider &provider, CloudVoiceCredentials credentials);
+    // Ends every request under way (their callers see a transport error) and refuses new ones.
+    void abortAll();
 
     // Throws ProviderError for any answer outside 200…299.
     static void validate(const HttpReply &reply, const QString &provider);
-    // The SSML document Azure reads.
-    static QByteArray azureSSML(const QString &text, const QString &voiceName);
-    // The regional base, refusing regions that are not a plain host label (they would redirect the
-    // key to another host).
-    static QString azureBaseURL(const QString &region);
-    // The MP3 carried base64-encoded in Google's synthesis reply; throws URLError when there is none.
-    static QByteArray googleAudio(const QByteArray &body);
 
 private:
-    QCoro::Task<HttpReply> post(QNetworkRequest request, QByteArray body);
-
     HttpClient *m_http;
 };

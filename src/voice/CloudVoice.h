@@ -4,6 +4,7 @@
 
 #include <QMetaType>
 #include <QString>
+#include <QtQml/qqmlregistration.h>
 
 #include <optional>
 
@@ -11,6 +12,7 @@
 class CloudVoice
 {
     Q_GADGET
+    QML_VALUE_TYPE(cloudVoice)
     Q_PROPERTY(QString id MEMBER id CONSTANT)
     Q_PROPERTY(QString name MEMBER name CONSTANT)
     Q_PROPERTY(QString provider READ providerRawValue CONSTANT)

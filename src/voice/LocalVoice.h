@@ -2,11 +2,13 @@
 
 #include <QMetaType>
 #include <QString>
+#include <QtQml/qqmlregistration.h>
 
 // A voice of the local synthesiser, as the settings screen lists it.
 class LocalVoice
 {
     Q_GADGET
+    QML_VALUE_TYPE(localVoice)
     Q_PROPERTY(QString identifier MEMBER identifier CONSTANT)
     Q_PROPERTY(QString name MEMBER name CONSTANT)
     Q_PROPERTY(QString quality READ qualityLabel CONSTANT)

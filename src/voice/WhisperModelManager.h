@@ -24,7 +24,7 @@ class WhisperModelManager : public QObject
 {
     Q_OBJECT
     QML_ELEMENT
-    QML_UNCREATABLE("WhisperModelManager belongs to the SpeechService")
+    QML_UNCREATABLE("WhisperModelManager belongs to the SpeechRecognizer")
 
     Q_PROPERTY(QString modelPath READ modelPath WRITE setModelPath NOTIFY modelPathChanged)
     Q_PROPERTY(bool modelAvailable READ modelAvailable NOTIFY statusChanged)

@@ -34,8 +34,8 @@ class ChatStoreVoiceTest : public QObject
     void prepare(ChatStore &store, const QString &wavPath)
     {
         store.setSpeaksAnswers(false);
-        store.speech()->recognitionModels()->setModelPath(m_modelPath);
-        store.speech()->setAudioInputFactory(
+        store.recognizer()->recognitionModels()->setModelPath(m_modelPath);
+        store.recognizer()->setAudioInputFactory(
             [wavPath] { return std::unique_ptr<AudioInput>(new WavFileInput(WavFile::read(wavPath))); });
     }
 
@@ -78,9 +78,9 @@ private Q_SLOTS:
 
         AsyncTest::await(store.beginPushToTalk());
         QVERIFY(store.isPushToTalkActive());
-        QVERIFY(store.speech()->isListening());
-        QCOMPARE(statuses.value(0), u"Kelo este gata"_s);
-        QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->transcript().isEmpty(); }, 60'000));
+        QVERIFY(store.recognizer()->isListening());
+        QCOMPARE(statuses.value(0), QStringLiteral("Kelo este gata"));
+        QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->transcript().isEmpty(); }, 60'000));
 
         AsyncTest::await(store.endPushToTalk());
         QVERIFY(!store.isPushToTalkActive());
@@ -109,7 +109,7 @@ private Q_SLOTS:
             AsyncTest::await(store.beginPushToTalk());
             AsyncTest::await(store.beginPushToTalk()); // a second press while held changes nothing
             AsyncTest::await(store.endPushToTalk());
-            QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->isListening(); }, 30'000));
+            QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->isListening(); }, 30'000));
         }
         QTest::qWait(200);
         QVERIFY(!store.isPushToTalkActive());
@@ -134,18 +134,18 @@ private Q_SLOTS:
         prepare(store, m_spokenPath);
 
         // A typed turn: the end of its playback does not open the microphone.
-        AsyncTest::await(store.send(u"Salut"_s));
-        store.speech()->onPlaybackFinished();
+        AsyncTest::await(store.send(QStringLiteral("Salut")));
+        Q_EMIT store.synthesizer()->playbackFinished();
         QTest::qWait(1'000);
-        QVERIFY(!store.speech()->isListening());
+        QVERIFY(!store.recognizer()->isListening());
 
         AsyncTest::await(store.beginPushToTalk());
-        QVERIFY(AsyncTest::waitUntil([&] { return !store.speech()->transcript().isEmpty(); }, 60'000));
+        QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->transcript().isEmpty(); }, 60'000));
         AsyncTest::await(store.endPushToTalk());
         QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 2 && !store.isThinking(); }, 90'000));
 
-        store.speech()->onPlaybackFinished();
-        QVERIFY(AsyncTest::waitUntil([&] { return store.speech()->isListening(); }, 20'000));
+        Q_EMIT store.synthesizer()->playbackFinished();
+        QVERIFY(AsyncTest::waitUntil([&] { return store.recognizer()->isListening(); }, 20'000));
         // The hands-free run ends by itself after the speaker pauses, and its transcript is a turn.
         QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 3; }, 90'000));
     }

@@ -1,6 +1,6 @@
 import QtQuick
 
-// Stands in for SpeechService's published state.
+// Stands in for the published state of SpeechRecognizer and SpeechSynthesizer.
 QtObject {
     property bool isListening: false
     property string transcript: ""

@@ -18,7 +18,8 @@ QtObject {
     property var selectedZenModel: ({ id: "big-pickle", name: "Big Pickle", isFree: true })
     property string activityText: "Ține apăsat pentru a vorbi"
     property FakeSettings settings: FakeSettings {}
-    property FakeSpeech speech: FakeSpeech {}
+    property FakeSpeech recognizer: FakeSpeech {}
+    property FakeSpeech synthesizer: FakeSpeech {}
     property QtObject memory: QtObject { property string summary: "" }
     property var calls: []
 

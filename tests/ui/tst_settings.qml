@@ -37,7 +37,8 @@ Item {
         // they stand for, or a renamed property would pass there and break in the app.
         function test_doublesDeclareOnlyWhatTheRealObjectsHave_data() {
             return [{ tag: "settings", fake: fakeSettings, real: store.settings, own: [] },
-                    { tag: "speech", fake: fakeSpeech, real: store.speech, own: [] },
+                    { tag: "recognizer", fake: fakeSpeech, real: store.recognizer, own: ["isSpeaking", "isPreparingVoice", "isLoadingVoices", "romanianVoices", "bestVoiceDescription", "googleVoices", "azureVoices", "elevenVoices"] },
+                    { tag: "synthesizer", fake: fakeSpeech, real: store.synthesizer, own: ["isListening", "transcript", "inputLevel", "recognitionAvailable", "recognitionModels"] },
                     { tag: "actions", fake: fakeActions, real: actions, own: ["calls", "record", "last"] }]
         }
 
@@ -80,7 +81,7 @@ Item {
 
             // The automatic voice (empty identifier) comes first and stands for an unknown one.
             var voice = findChild(settingsView, "localVoicePicker")
-            compare(voice.count, store.speech.romanianVoices.length + 1)
+            compare(voice.count, store.synthesizer.romanianVoices.length + 1)
             store.settings.voiceIdentifier = "no-such-voice"
             compare(voice.currentText, ViewPresets.automaticVoiceLabel)
             voice.activated(0)

@@ -3,7 +3,6 @@
 #include "AsyncTest.h"
 #include "VoiceTestSupport.h"
 
-#include <QCollator>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -56,24 +55,15 @@ private Q_SLOTS:
             QSKIP(qPrintable("speech-dispatcher is not usable here: " + m_synthesizer->unavailableReason()));
     }
 
-    void romanianVoicesBestFirstThenByName()
+    void romanianVoicesOnlyEachOnce()
     {
         const QList<LocalVoice> voices = m_synthesizer->romanianVoices();
         QVERIFY2(!voices.isEmpty(), "speech-dispatcher-espeak-ng lists Romanian voices");
-        QCollator collator;
-        collator.setCaseSensitivity(Qt::CaseInsensitive);
         QSet<QString> identifiers;
-        for (qsizetype i = 0; i < voices.size(); ++i) {
-            QVERIFY(voices[i].language.toLower().startsWith(QLatin1String("ro")));
-            QVERIFY2(!identifiers.contains(voices[i].identifier), qPrintable(voices[i].identifier));
-            identifiers.insert(voices[i].identifier);
-            if (i == 0)
-                continue;
-            const LocalVoice &previous = voices[i - 1];
-            QVERIFY(previous.quality >= voices[i].quality);
-            if (previous.quality == voices[i].quality)
-                QVERIFY2(collator.compare(previous.name, voices[i].name) <= 0,
-                    qPrintable(previous.name + " / " + voices[i].name));
+        for (const LocalVoice &voice : voices) {
+            QVERIFY(voice.language.toLower().startsWith(QLatin1String("ro")));
+            QVERIFY2(!identifiers.contains(voice.identifier), qPrintable(voice.identifier));
+            identifiers.insert(voice.identifier);
         }
     }
 

@@ -6,7 +6,7 @@
 #include "VoiceSamples.h"
 #include "voice/AudioMath.h"
 #include "voice/Resampler.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechRecognizer.h"
 #include "voice/WavFile.h"
 #include "voice/WhisperModelManager.h"
 
@@ -138,10 +138,11 @@ private Q_SLOTS:
         TemporaryHome home;
         const QString model = dir.filePath(QStringLiteral("ggml-random.bin"));
         RandomWhisperModel::write(model, RandomWhisperModel::tiny());
-        SpeechService speech;
+        SpeechRecognizer speech;
         speech.recognitionModels()->setModelPath(model);
         QStringList submitted;
-        speech.onAutomaticTranscript = [&](const QString &text) { submitted.append(text); };
+        QObject::connect(
+            &speech, &SpeechRecognizer::finalTranscript, [&](const QString &text) { submitted.append(text); });
 
         AsyncTest::await(speech.startListening(true, true));
         QVERIFY2(speech.isListening(), qPrintable(speech.lastError()));

@@ -34,8 +34,8 @@ private Q_SLOTS:
                                                               << "unu doi";
         QTest::newRow("underscores inside an address are blanked before it is recognised") << "http://a.ro/x_y"
                                                                                            << "link y";
-        QTest::newRow("a no-break space ends an address, and collapses") << u"Vezi https://a.ro\u00a0acum\u2003gata."_qs
-                                                                         << "Vezi link acum gata.";
+        QTest::newRow("a no-break space ends an address, and collapses")
+            << u"Vezi https://a.ro\u00a0acum\u2003gata."_qs << "Vezi link acum gata.";
         QTest::newRow("only reasoning") << "<think>doar gânduri</think>"
                                         << "";
         QTest::newRow("only markup") << "### *** ___ |||"
@@ -85,7 +85,8 @@ private Q_SLOTS:
         QCOMPARE(binary.description(), QStringLiteral("ElevenLabs nu a putut fi redat."));
         QCOMPARE(ProviderError::fromResponse(QStringLiteral("ElevenLabs"), 0, "x").code(), -1);
         // Two-byte and four-byte characters: the cut counts characters, never splits one.
-        const QString body = QStringLiteral("ă").repeated(599) + QStringLiteral("😀") + QStringLiteral("x").repeated(50);
+        const QString body
+            = QStringLiteral("ă").repeated(599) + QStringLiteral("😀") + QStringLiteral("x").repeated(50);
         const ProviderError error = ProviderError::fromResponse(QStringLiteral("Google Cloud"), 403, body.toUtf8());
         QCOMPARE(error.description(), QStringLiteral("ă").repeated(599) + QStringLiteral("😀"));
     }

@@ -1,6 +1,9 @@
 #include "VoiceTestSupport.h"
 
+#include "settings/AppSettings.h"
+
 #include <QAudioDevice>
+#include <QJsonObject>
 #include <QMediaDevices>
 #include <QStandardPaths>
 #include <QtEndian>
@@ -54,6 +57,13 @@ QString audioUnavailableReason()
     return {};
 }
 
+int playingStreams()
+{
+    return int(
+        run(QStringLiteral("pactl"), { QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs") })
+            .count('\n'));
+}
+
 AudioLevels measure(const QByteArray &pcm16kMono)
 {
     constexpr int rate = 16'000;
@@ -105,6 +115,41 @@ QByteArray MonitorRecording::stop()
     m_process->terminate();
     m_process->waitForFinished(5'000);
     return m_process->readAllStandardOutput();
+}
+
+FakeCloudVoices::FakeCloudVoices()
+    : m_server(std::make_unique<FakeHttpServer>())
+{
+    for (const char *variable : { "KELO_GOOGLE_TTS_BASE_URL", "KELO_AZURE_TTS_BASE_URL", "KELO_ELEVENLABS_BASE_URL" })
+        m_environment.push_back(std::make_unique<ScopedEnvironment>(variable, m_server->baseUrl()));
+}
+
+CloudVoiceCredentials FakeCloudVoices::credentials()
+{
+    return { QStringLiteral("key"), QStringLiteral("westeurope"), QStringLiteral("voice") };
+}
+
+void FakeCloudVoices::configure(AppSettings &settings, VoiceEnginePreset engine)
+{
+    const CloudVoiceCredentials complete = credentials();
+    settings.setVoiceEngine(engine);
+    settings.setGoogleTTSAPIKey(complete.apiKey);
+    settings.setAzureSpeechKey(complete.apiKey);
+    settings.setAzureRegion(complete.region);
+    settings.setElevenAPIKey(complete.apiKey);
+    settings.setElevenVoiceID(complete.voice);
+}
+
+QString FakeCloudVoices::synthesisPath(VoiceEnginePreset engine)
+{
+    return CloudVoiceProvider::forEngine(engine)->synthesisRequest(credentials()).url().path();
+}
+
+FakeHttpServer::Reply FakeCloudVoices::audio(VoiceEnginePreset engine, const QByteArray &mp3)
+{
+    if (engine == VoiceEnginePreset::googleCloud)
+        return FakeHttpServer::Reply::json(QJsonObject { { "audioContent", QString::fromLatin1(mp3.toBase64()) } });
+    return FakeHttpServer::Reply::text(mp3, 200, "audio/mpeg");
 }
 
 } // namespace VoiceTestSupport

@@ -1,10 +1,18 @@
 #pragma once
 
+#include "FakeHttpServer.h"
+#include "TemporaryHome.h"
+#include "settings/Presets.h"
+#include "voice/CloudVoiceProvider.h"
+
 #include <QByteArray>
 #include <QProcess>
 #include <QString>
 
 #include <memory>
+#include <vector>
+
+class AppSettings;
 
 // Real audio for the voice tests: speech made by eSpeak NG and encoded by LAME at test time, and a
 // recording of what the PulseAudio null sink of the test services played.
@@ -27,6 +35,9 @@ QString audioUnavailableReason();
             QSKIP(qPrintable(kelo_audio_problem));                                                                     \
     } while (false)
 
+// Playback streams the sound server has open, as pactl lists them.
+int playingStreams();
+
 // Statistics of 16 kHz mono s16le audio.
 struct AudioLevels
 {
@@ -48,6 +59,28 @@ public:
 
 private:
     std::unique_ptr<QProcess> m_process;
+};
+
+// A loopback stand-in for every cloud voice: each provider's base address points at one server,
+// and its answers are built in the shape that provider sends.
+class FakeCloudVoices
+{
+public:
+    FakeCloudVoices();
+    FakeHttpServer &server() { return *m_server; }
+
+    // Credentials every provider accepts.
+    static CloudVoiceCredentials credentials();
+    // Complete settings for every cloud voice, `engine` chosen.
+    static void configure(AppSettings &settings, VoiceEnginePreset engine);
+    // Where the provider's synthesis requests go, read from its own request.
+    static QString synthesisPath(VoiceEnginePreset engine);
+    // A successful synthesis answer carrying this MP3.
+    static FakeHttpServer::Reply audio(VoiceEnginePreset engine, const QByteArray &mp3);
+
+private:
+    std::unique_ptr<FakeHttpServer> m_server;
+    std::vector<std::unique_ptr<ScopedEnvironment>> m_environment;
 };
 
 } // namespace VoiceTestSupport

@@ -8,7 +8,7 @@
 #include "conversation/ChatStore.h"
 #include "conversation/ConversationMemoryStore.h"
 #include "settings/AppSettings.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechRecognizer.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ QCoro::Task<> talk(ChatStore &store, TurnRunner &runner, bool interactive)
             Terminal::readPlainLine();
     });
     if (!started)
-        Terminal::err(store.speech()->lastError());
+        Terminal::err(store.recognizer()->lastError());
     co_await runner.waitForSpeech();
 }
 

@@ -3,12 +3,12 @@
 #include "CliArguments.h"
 #include "Terminal.h"
 #include "net/KeloError.h"
-#include "voice/SpeechService.h"
+#include "system/SignalWait.h"
+#include "voice/SpeechRecognizer.h"
 #include "voice/WavFile.h"
 #include "voice/WavFileInput.h"
 #include "voice/WhisperModelManager.h"
 
-#include <QCoroTimer>
 #include <QSocketNotifier>
 
 #include <cstdio>
@@ -20,7 +20,7 @@ namespace {
 class EnterKey : public QObject
 {
 public:
-    explicit EnterKey(SpeechService *speech)
+    explicit EnterKey(SpeechRecognizer *speech)
         : m_notifier(fileno(stdin), QSocketNotifier::Read)
     {
         connect(&m_notifier, &QSocketNotifier::activated, this, [this, speech] {
@@ -60,7 +60,7 @@ QCoro::Task<int> ListenCommand::run(CliSession &, QStringList arguments)
     if (!parsed)
         co_return ExitCode::usage;
 
-    auto speech = std::make_unique<SpeechService>();
+    auto speech = std::make_unique<SpeechRecognizer>();
     if (const auto model = parsed->value(QStringLiteral("--model")))
         speech->recognitionModels()->setSessionModelPath(*model);
 
@@ -78,9 +78,10 @@ QCoro::Task<int> ListenCommand::run(CliSession &, QStringList arguments)
     }
 
     QString finalText;
-    speech->onAutomaticTranscript = [&finalText](const QString &text) { finalText = text; };
+    QObject::connect(speech.get(), &SpeechRecognizer::finalTranscript, speech.get(),
+        [&finalText](const QString &text) { finalText = text; });
     const bool interactive = Terminal::stderrIsTerminal();
-    QObject::connect(speech.get(), &SpeechService::transcriptChanged, speech.get(), [&speech, interactive] {
+    QObject::connect(speech.get(), &SpeechRecognizer::transcriptChanged, speech.get(), [&speech, interactive] {
         if (!speech->isListening() || speech->transcript().isEmpty())
             return;
         if (interactive)
@@ -99,8 +100,8 @@ QCoro::Task<int> ListenCommand::run(CliSession &, QStringList arguments)
         Terminal::err(QStringLiteral("Ascult… apasă Enter când ai terminat."));
         enter = std::make_unique<EnterKey>(speech.get());
     }
-    while (speech->isListening())
-        co_await QCoro::sleepFor(std::chrono::milliseconds(20));
+    co_await SignalWait::until(
+        speech.get(), [&speech] { return !speech->isListening(); }, &SpeechRecognizer::isListeningChanged);
     if (interactive)
         Terminal::errInline(QStringLiteral("\r\033[K"));
 

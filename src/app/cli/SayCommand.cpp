@@ -6,12 +6,9 @@
 #include "VoiceEngineOption.h"
 #include "conversation/ChatStore.h"
 #include "settings/AppSettings.h"
-#include "voice/SpeechService.h"
+#include "system/SignalWait.h"
+#include "voice/SpeechSynthesizer.h"
 #include "voice/SpeechText.h"
-
-#include <QCoroTimer>
-
-#include <chrono>
 
 QString SayCommand::summary() const
 {
@@ -60,20 +57,17 @@ QCoro::Task<int> SayCommand::run(CliSession &session, QStringList arguments)
         engine = *chosen;
     }
 
-    SpeechService *speech = store.speech();
+    SpeechSynthesizer *speech = store.synthesizer();
     bool finished = false;
-    std::optional<QString> failure;
-    speech->onPlaybackFinished = [&finished] { finished = true; };
-    const auto connection = QObject::connect(speech, &SpeechService::lastErrorChanged, [&] {
-        if (!speech->lastError().isEmpty())
-            failure = speech->lastError();
-    });
+    const auto connection
+        = QObject::connect(speech, &SpeechSynthesizer::playbackFinished, [&finished] { finished = true; });
     speech->speak(text, settings, engine);
     // Every engine ends by itself: cloud requests time out, the local engine has its deadlines.
-    while (!finished && !failure)
-        co_await QCoro::sleepFor(std::chrono::milliseconds(20));
+    co_await SignalWait::until(
+        speech, [&] { return finished || !speech->lastError().isEmpty(); }, &SpeechSynthesizer::playbackFinished,
+        &SpeechSynthesizer::lastErrorChanged);
     QObject::disconnect(connection);
-    speech->onPlaybackFinished = nullptr;
+    const std::optional<QString> failure = finished ? std::nullopt : std::optional<QString>(speech->lastError());
 
     if (failure) {
         Terminal::err(*failure);

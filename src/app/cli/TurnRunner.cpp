@@ -3,13 +3,9 @@
 #include "Terminal.h"
 #include "conversation/ChatStore.h"
 #include "conversation/ConversationMemoryStore.h"
-#include "voice/SpeechService.h"
-
-#include <QCoroTimer>
-
-namespace {
-constexpr std::chrono::milliseconds pollInterval(50);
-}
+#include "system/SignalWait.h"
+#include "voice/SpeechRecognizer.h"
+#include "voice/SpeechSynthesizer.h"
 
 TurnRunner::TurnRunner(ChatStore &store, QString answerPrefix)
     : m_store(store)
@@ -71,13 +67,13 @@ QCoro::Task<TurnRunner::Outcome> TurnRunner::run(QString text)
 
 QCoro::Task<bool> TurnRunner::talk(std::function<QCoro::Task<>()> released)
 {
-    SpeechService *speech = m_store.speech();
+    SpeechRecognizer *speech = m_store.recognizer();
     co_await m_store.beginPushToTalk();
     if (!m_store.isPushToTalkActive())
         co_return false;
     Q_EMIT listening();
 
-    const auto partials = connect(speech, &SpeechService::transcriptChanged, this, [speech] {
+    const auto partials = connect(speech, &SpeechRecognizer::transcriptChanged, this, [speech] {
         if (Terminal::stderrIsTerminal() && !speech->transcript().isEmpty())
             Terminal::errInline(QStringLiteral("\r\033[K  … ") + speech->transcript());
     });
@@ -89,8 +85,8 @@ QCoro::Task<bool> TurnRunner::talk(std::function<QCoro::Task<>()> released)
     co_await m_store.endPushToTalk();
     // The final transcript starts the turn in the same pass that ends listening, so there is no
     // moment in which both are false before the turn is over.
-    while (speech->isListening() || m_store.isThinking())
-        co_await QCoro::sleepFor(pollInterval);
+    co_await SignalWait::until(
+        &m_store, [&] { return !speech->isListening() && !m_store.isThinking(); }, &ChatStore::changed);
     disconnect(partials);
     disconnect(spoken);
     if (Terminal::stderrIsTerminal())
@@ -100,11 +96,9 @@ QCoro::Task<bool> TurnRunner::talk(std::function<QCoro::Task<>()> released)
 
 QCoro::Task<> TurnRunner::waitForSpeech()
 {
-    // Polled rather than awaited on the change signal: the speaking state flips several times in one
-    // event-loop pass and a terminal does not need a faster answer than this.
-    SpeechService *speech = m_store.speech();
-    while (speech->isSpeaking() || speech->isPreparingVoice())
-        co_await QCoro::sleepFor(pollInterval);
+    SpeechSynthesizer *speech = m_store.synthesizer();
+    co_await SignalWait::until(
+        speech, [speech] { return !speech->isSpeaking() && !speech->isPreparingVoice(); }, &SpeechSynthesizer::changed);
 }
 
 QString TurnRunner::memorySaveError() const

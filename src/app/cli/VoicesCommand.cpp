@@ -6,13 +6,10 @@
 #include "VoiceEngineOption.h"
 #include "conversation/ChatStore.h"
 #include "settings/AppSettings.h"
+#include "system/SignalWait.h"
 #include "voice/LocalSynthesizer.h"
 #include "voice/LocalVoice.h"
-#include "voice/SpeechService.h"
-
-#include <QCoroTimer>
-
-#include <chrono>
+#include "voice/SpeechSynthesizer.h"
 
 QString VoicesCommand::summary() const
 {
@@ -44,32 +41,17 @@ QCoro::Task<int> VoicesCommand::run(CliSession &session, QStringList arguments)
         engine = *chosen;
     }
 
-    SpeechService *speech = store.speech();
+    SpeechSynthesizer *speech = store.synthesizer();
     if (engine == VoiceEnginePreset::appleLocal)
         co_return co_await listLocalVoices(speech);
 
     std::optional<QString> failure;
-    const auto connection = QObject::connect(speech, &SpeechService::lastErrorChanged, [&] {
+    const auto connection = QObject::connect(speech, &SpeechSynthesizer::lastErrorChanged, [&] {
         if (!speech->lastError().isEmpty())
             failure = speech->lastError();
     });
-    QList<CloudVoice> voices;
-    switch (engine) {
-    case VoiceEnginePreset::googleCloud:
-        co_await speech->refreshGoogleVoices(settings->googleTTSAPIKey());
-        voices = speech->googleVoices();
-        break;
-    case VoiceEnginePreset::azureSpeech:
-        co_await speech->refreshAzureVoices(settings->azureSpeechKey(), settings->azureRegion());
-        voices = speech->azureVoices();
-        break;
-    case VoiceEnginePreset::elevenLabs:
-        co_await speech->refreshElevenVoices(settings->elevenAPIKey());
-        voices = speech->elevenVoices();
-        break;
-    case VoiceEnginePreset::appleLocal:
-        break;
-    }
+    co_await speech->refreshVoices(engine, settings);
+    const QList<CloudVoice> voices = speech->cloudVoices(engine);
     QObject::disconnect(connection);
     if (failure) {
         Terminal::err(*failure);
@@ -82,12 +64,13 @@ QCoro::Task<int> VoicesCommand::run(CliSession &session, QStringList arguments)
     co_return ExitCode::success;
 }
 
-QCoro::Task<int> VoicesCommand::listLocalVoices(SpeechService *speech)
+QCoro::Task<int> VoicesCommand::listLocalVoices(SpeechSynthesizer *speech)
 {
     LocalSynthesizer *local = speech->localSynthesizer();
     local->prepare();
-    while (local->engineState() == LocalSynthesizer::EngineState::starting)
-        co_await QCoro::sleepFor(std::chrono::milliseconds(50));
+    co_await SignalWait::until(
+        local, [local] { return local->engineState() != LocalSynthesizer::EngineState::starting; },
+        &LocalSynthesizer::engineStateChanged);
     if (local->engineState() != LocalSynthesizer::EngineState::ready) {
         Terminal::err(local->unavailableReason());
         co_return ExitCode::failure;

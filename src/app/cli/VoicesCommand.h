@@ -2,7 +2,7 @@
 
 #include "CliCommand.h"
 
-class SpeechService;
+class SpeechSynthesizer;
 
 // `kelo voices [--engine …]`: the Romanian voices of an engine, one per line.
 class VoicesCommand : public CliCommand
@@ -15,5 +15,5 @@ public:
     QStringList completions(const QStringList &previous) const override;
 
 private:
-    static QCoro::Task<int> listLocalVoices(SpeechService *speech);
+    static QCoro::Task<int> listLocalVoices(SpeechSynthesizer *speech);
 };

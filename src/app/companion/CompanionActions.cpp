@@ -9,7 +9,7 @@
 #include "skills/MCPOAuthManager.h"
 #include "skills/MCPServerListEditor.h"
 #include "system/SystemDoctor.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechSynthesizer.h"
 
 #include <QProcess>
 #include <QStandardPaths>
@@ -59,15 +59,9 @@ void CompanionActions::loadVoices(const QString &engine)
 QCoro::Task<> CompanionActions::runVoiceLoad(QString engine)
 {
     AppSettings *settings = m_store->settings();
-    SpeechService *speech = m_store->speech();
-    // The speech service reports its own failures through lastError.
-    const auto preset = Presets::voiceEngineFromRawValue(engine);
-    if (preset == VoiceEnginePreset::googleCloud)
-        co_await speech->refreshGoogleVoices(settings->googleTTSAPIKey().trimmed());
-    else if (preset == VoiceEnginePreset::azureSpeech)
-        co_await speech->refreshAzureVoices(settings->azureSpeechKey().trimmed(), settings->azureRegion().trimmed());
-    else if (preset == VoiceEnginePreset::elevenLabs)
-        co_await speech->refreshElevenVoices(settings->elevenAPIKey().trimmed());
+    // The synthesizer reports its own failures through lastError.
+    if (const auto preset = Presets::voiceEngineFromRawValue(engine))
+        co_await m_store->synthesizer()->refreshVoices(*preset, settings);
 }
 
 void CompanionActions::previewVoice(const QString &engine)
@@ -77,7 +71,7 @@ void CompanionActions::previewVoice(const QString &engine)
         return;
     if (*preset == VoiceEnginePreset::appleLocal) {
         // speak() uses the selected engine, which is the local one whenever its card shows.
-        m_store->speech()->speak(SpeechService::localVoiceSample(), m_store->settings());
+        m_store->synthesizer()->speak(SpeechSynthesizer::localVoiceSample(), m_store->settings());
         return;
     }
     startDetached(runCloudPreview(*preset));
@@ -85,7 +79,7 @@ void CompanionActions::previewVoice(const QString &engine)
 
 QCoro::Task<> CompanionActions::runCloudPreview(VoiceEnginePreset engine)
 {
-    co_await m_store->speech()->previewCloudVoice(engine, m_store->settings());
+    co_await m_store->synthesizer()->previewCloudVoice(engine, m_store->settings());
 }
 
 bool CompanionActions::openSpeechSettings()

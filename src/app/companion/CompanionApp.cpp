@@ -9,6 +9,7 @@
 #include "skills/MCPClient.h"
 #include "system/LiveActivityManager.h"
 #include "ui/IconTheme.h"
+#include "voice/SpeechRecognizer.h"
 
 #include <QCoroQml>
 #include <QGuiApplication>
@@ -54,6 +55,8 @@ CompanionApp::~CompanionApp()
 
 bool CompanionApp::start()
 {
+    // The first press of the orb should not wait for the recognition model.
+    m_store->recognizer()->preload();
     const bool trayAvailable = CompanionTray::isAvailable();
     m_engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
     // The actions hand results to the views as QCoro tasks.

@@ -2,7 +2,8 @@
 
 #include "conversation/ChatStore.h"
 #include "system/LiveActivityManager.h"
-#include "voice/SpeechService.h"
+#include "voice/SpeechRecognizer.h"
+#include "voice/SpeechSynthesizer.h"
 
 LiveActivityFeed::LiveActivityFeed(ChatStore *store, LiveActivityManager *activity, QObject *parent)
     : QObject(parent)
@@ -12,16 +13,17 @@ LiveActivityFeed::LiveActivityFeed(ChatStore *store, LiveActivityManager *activi
     for (auto signal : { &ChatStore::activityTextChanged, &ChatStore::toolStatusChanged, &ChatStore::isThinkingChanged,
              &ChatStore::changed })
         connect(store, signal, this, &LiveActivityFeed::refresh);
-    SpeechService *speech = store->speech();
-    for (auto signal : { &SpeechService::isListeningChanged, &SpeechService::isSpeakingChanged,
-             &SpeechService::isPreparingVoiceChanged, &SpeechService::transcriptChanged })
-        connect(speech, signal, this, &LiveActivityFeed::refresh);
+    for (auto signal : { &SpeechRecognizer::isListeningChanged, &SpeechRecognizer::transcriptChanged })
+        connect(store->recognizer(), signal, this, &LiveActivityFeed::refresh);
+    for (auto signal : { &SpeechSynthesizer::isSpeakingChanged, &SpeechSynthesizer::isPreparingVoiceChanged })
+        connect(store->synthesizer(), signal, this, &LiveActivityFeed::refresh);
     refresh();
 }
 
 void LiveActivityFeed::refresh()
 {
-    const SpeechService *speech = m_store->speech();
-    m_activity->refresh({ m_store->activityText(), m_store->toolStatus(), speech->transcript(), m_store->isThinking(),
-        speech->isListening(), speech->isSpeaking(), speech->isPreparingVoice() });
+    const SpeechRecognizer *recognizer = m_store->recognizer();
+    const SpeechSynthesizer *synthesizer = m_store->synthesizer();
+    m_activity->refresh({ m_store->activityText(), m_store->toolStatus(), recognizer->transcript(),
+        m_store->isThinking(), recognizer->isListening(), synthesizer->isSpeaking(), synthesizer->isPreparingVoice() });
 }

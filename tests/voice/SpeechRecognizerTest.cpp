@@ -1,16 +1,17 @@
+#include "voice/SpeechRecognizer.h"
+
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
 #include "RandomWhisperModel.h"
 #include "TemporaryHome.h"
 #include "VoiceSamples.h"
 #include "voice/SpeechRecognitionError.h"
-#include "voice/SpeechService.h"
 #include "voice/TranscriptionWorker.h"
 #include "voice/WavFileInput.h"
 #include "voice/WhisperModelManager.h"
 
 #include <QFile>
-#include <QSettings>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -28,7 +29,7 @@ struct Observed
 
 } // namespace
 
-class SpeechServiceRecognitionTest : public QObject
+class SpeechRecognizerTest : public QObject
 {
     Q_OBJECT
 
@@ -37,16 +38,17 @@ class SpeechServiceRecognitionTest : public QObject
     QString m_spokenPath;
     std::unique_ptr<TemporaryHome> m_home;
 
-    void feedFrom(SpeechService &speech, const QString &wavPath, double speed)
+    void feedFrom(SpeechRecognizer &speech, const QString &wavPath, double speed)
     {
         speech.setAudioInputFactory(
             [wavPath, speed] { return std::unique_ptr<AudioInput>(new WavFileInput(WavFile::read(wavPath), speed)); });
     }
 
-    void observe(SpeechService &speech, Observed &observed)
+    void observe(SpeechRecognizer &speech, Observed &observed)
     {
-        speech.onAutomaticTranscript = [&observed](const QString &text) { observed.submitted.append(text); };
-        connect(&speech, &SpeechService::changed, this, [&speech, &observed] {
+        connect(&speech, &SpeechRecognizer::finalTranscript, this,
+            [&observed](const QString &text) { observed.submitted.append(text); });
+        connect(&speech, &SpeechRecognizer::changed, this, [&speech, &observed] {
             observed.wasListening = observed.wasListening || speech.isListening();
             observed.loudest = std::max(observed.loudest, speech.inputLevel());
         });
@@ -67,8 +69,9 @@ private Q_SLOTS:
     {
         FakeHttpServer server;
         ScopedEnvironment base("KELO_WHISPER_MODEL_BASE_URL", server.baseUrl());
-        SpeechService speech;
+        SpeechRecognizer speech;
         QVERIFY(!speech.recognitionAvailable());
+        speech.preload(); // nothing to load, nothing to say
         QCOMPARE(speech.recognitionModels()->statusText(), SpeechRecognitionError::unavailableText());
 
         AsyncTest::await(speech.startListening(true, true));
@@ -95,23 +98,38 @@ private Q_SLOTS:
         QVERIFY(!speech.isListening());
     }
 
-    void theChosenModelPathIsStoredForTheNextStart()
+    // Preloaded, the first press listens at once: no load is left to wait for.
+    void aPreloadedModelMakesTheFirstStartImmediate()
     {
-        {
-            SpeechService speech;
-            speech.recognitionModels()->setModelPath(m_modelPath);
-        }
-        QSettings settings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion"));
-        QCOMPARE(settings.value(QStringLiteral("whisperModelPath")).toString(), m_modelPath);
-        SpeechService again;
-        QVERIFY(again.recognitionAvailable());
+        SpeechRecognizer speech;
+        speech.recognitionModels()->setModelPath(m_modelPath);
+        QSignalSpy preloaded(&speech, &SpeechRecognizer::preloadEnded);
+        speech.preload();
+        speech.preload();
+        QVERIFY(preloaded.wait(30'000));
+        QCOMPARE(preloaded.size(), 1);
+        QVERIFY(speech.lastError().isEmpty());
+
+        auto starting = speech.startListening(true, true);
+        QVERIFY(speech.isListening());
+        AsyncTest::await(std::move(starting));
+        speech.cancelListening();
+
+        // A start while the preload runs waits for it instead of loading a second time.
+        SpeechRecognizer other;
+        other.recognitionModels()->setModelPath(m_modelPath);
+        other.preload();
+        AsyncTest::await(other.startListening(true, true));
+        QVERIFY(other.isListening());
+        QCOMPARE(other.transcriptionWorker()->peakConcurrency(), 1);
+        other.cancelListening();
     }
 
     void aSpokenRomanianTurnEndsInOneSubmittedTranscript()
     {
         if (m_spokenPath.isEmpty())
             QSKIP("espeak-ng is not installed");
-        SpeechService speech;
+        SpeechRecognizer speech;
         speech.recognitionModels()->setModelPath(m_modelPath);
         feedFrom(speech, m_spokenPath, 1.0);
         Observed observed;
@@ -137,26 +155,9 @@ private Q_SLOTS:
         QCOMPARE(speech.transcriptionWorker()->peakConcurrency(), 1);
     }
 
-    void withoutAutoSubmitTheTranscriptStaysButNothingIsSent()
-    {
-        SpeechService speech;
-        speech.recognitionModels()->setModelPath(m_modelPath);
-        const QString tone = m_dir.filePath(QStringLiteral("tone.wav"));
-        VoiceSamples::writeWav(tone, VoiceSamples::sine(200, 0.3, 16000, 1.5), 16000, 1);
-        feedFrom(speech, tone, 0.0);
-        Observed observed;
-        observe(speech, observed);
-
-        AsyncTest::await(speech.startListening(true, false));
-        // The file ends by itself: the end of the audio brings the final result.
-        QVERIFY(AsyncTest::waitUntil([&] { return !speech.isListening(); }, 30'000));
-        QVERIFY(!speech.transcript().isEmpty());
-        QVERIFY(observed.submitted.isEmpty());
-    }
-
     void releaseBeforeStartSilenceCancelAndRestartSendNothing()
     {
-        SpeechService speech;
+        SpeechRecognizer speech;
         speech.recognitionModels()->setModelPath(m_modelPath);
         Observed observed;
         observe(speech, observed);
@@ -171,16 +172,18 @@ private Q_SLOTS:
         QVERIFY(!speech.isListening());
         QVERIFY(observed.submitted.isEmpty());
 
-        AsyncTest::await(speech.startListening(true, true));
-        QVERIFY(speech.isListening());
-        QTest::qWait(300);
-        speech.finishListening();
-        QVERIFY(AsyncTest::waitUntil([&] { return !speech.isListening(); }));
+        // Without auto-submit the transcript stays but nothing is handed over.
+        const QString tone = m_dir.filePath(QStringLiteral("tone.wav"));
+        VoiceSamples::writeWav(tone, VoiceSamples::sine(200, 0.3, 16000, 1.5), 16000, 1);
+        feedFrom(speech, tone, 0.0);
+        AsyncTest::await(speech.startListening(true, false));
+        QVERIFY(AsyncTest::waitUntil([&] { return !speech.isListening(); }, 30'000));
+        QVERIFY(!speech.transcript().isEmpty());
         QVERIFY(speech.lastError().isEmpty());
 
-        const QString tone = m_dir.filePath(QStringLiteral("long.wav"));
-        VoiceSamples::writeWav(tone, VoiceSamples::sine(200, 0.3, 16000, 6.0), 16000, 1);
-        feedFrom(speech, tone, 1.0);
+        const QString longTone = m_dir.filePath(QStringLiteral("long.wav"));
+        VoiceSamples::writeWav(longTone, VoiceSamples::sine(200, 0.3, 16000, 6.0), 16000, 1);
+        feedFrom(speech, longTone, 1.0);
         AsyncTest::await(speech.startListening(true, true));
         QTest::qWait(1500);
         speech.cancelListening();
@@ -199,31 +202,13 @@ private Q_SLOTS:
         // A service that goes away while its model loads takes that start with it; a start resuming
         // into the freed service is what the sanitizer build reports.
         {
-            SpeechService closing;
+            SpeechRecognizer closing;
             closing.recognitionModels()->setModelPath(m_modelPath);
             auto starting = closing.startListening(true, true);
         }
         QTest::qWait(100);
     }
-
-    void aRealModelUnderstandsSpokenRomanian()
-    {
-        const QString realModel = qEnvironmentVariable("KELO_TEST_WHISPER_MODEL");
-        if (realModel.isEmpty())
-            QSKIP("set KELO_TEST_WHISPER_MODEL to a multilingual ggml model to run this");
-        if (m_spokenPath.isEmpty())
-            QSKIP("espeak-ng is not installed");
-        SpeechService speech;
-        speech.recognitionModels()->setModelPath(realModel);
-        feedFrom(speech, m_spokenPath, 0.0);
-        Observed observed;
-        observe(speech, observed);
-        AsyncTest::await(speech.startListening(true, true), 120'000);
-        QVERIFY(AsyncTest::waitUntil([&] { return !observed.submitted.isEmpty(); }, 120'000));
-        const QString heard = observed.submitted.first().toLower();
-        QVERIFY2(heard.contains(QStringLiteral("bun")) || heard.contains(QStringLiteral("ziua")), qPrintable(heard));
-    }
 };
 
-QTEST_GUILESS_MAIN(SpeechServiceRecognitionTest)
-#include "SpeechServiceRecognitionTest.moc"
+QTEST_GUILESS_MAIN(SpeechRecognizerTest)
+#include "SpeechRecognizerTest.moc"

@@ -1,6 +1,7 @@
+#include "voice/CloudAudioOutput.h"
+
 #include "AsyncTest.h"
 #include "VoiceTestSupport.h"
-#include "voice/CloudAudioPlayer.h"
 #include "voice/Mp3PcmStream.h"
 #include "voice/ProviderError.h"
 
@@ -25,9 +26,9 @@ std::optional<ProviderError> constructionError(const QByteArray &data)
 
 } // namespace
 
-// MP3 decoding on real LAME output and playback through the PulseAudio null sink of the test
-// services, checked by recording what the sink played.
-class CloudAudioPlaybackTest : public QObject
+// MP3 decoding on real LAME output and playback of successive pieces through the PulseAudio null
+// sink of the test services, checked by recording what the sink played.
+class CloudAudioOutputTest : public QObject
 {
     Q_OBJECT
 
@@ -86,35 +87,62 @@ private Q_SLOTS:
         }
     }
 
-    void playsAudibly()
+    // Three pieces, the last at another rate (the sink reopens for it), all there before playback:
+    // heard in full, back to back, with no pull that found nothing.
+    void playsPiecesBackToBackThroughOneOutput()
     {
         KELO_REQUIRE_AUDIO();
-
-        const qint64 expectedMs = [&] {
-            Mp3PcmStream stream(m_mp3);
-            return stream.readAll().size() * 1000 / 2 / 24'000;
-        }();
+        const QByteArray other = makeSpeechMp3(QStringLiteral("Și încă o frază."), QStringLiteral("44.1"));
+        const QList<QByteArray> pieces { m_mp3, m_mp3.left(m_mp3.size() / 2), other };
+        double expected = 0;
+        for (const QByteArray &piece : pieces) {
+            Mp3PcmStream stream(piece);
+            expected += double(stream.readAll().size()) / 2 / stream.format().sampleRate();
+        }
 
         MonitorRecording recording;
         QVERIFY(recording.isRecording());
-        CloudAudioPlayer player(m_mp3);
-        QSignalSpy finished(&player, &CloudAudioPlayer::finished);
-        QSignalSpy firstAudio(&player, &CloudAudioPlayer::firstAudioQueued);
-        QVERIFY(player.play());
-        QVERIFY(AsyncTest::waitUntil([&] { return !finished.isEmpty(); }, int(expectedMs) + 10'000));
+        CloudAudioOutput output;
+        QSignalSpy finished(&output, &CloudAudioOutput::finished);
+        QSignalSpy started(&output, &CloudAudioOutput::pieceStarted);
+        QSignalSpy firstAudio(&output, &CloudAudioOutput::firstAudioQueued);
+        for (const QByteArray &piece : pieces)
+            output.append(piece);
+        output.endInput();
+        QVERIFY(AsyncTest::waitUntil([&] { return !finished.isEmpty(); }, int(expected * 1000) + 10'000));
         QCOMPARE(finished.first().first().toBool(), true);
+        QCOMPARE(started.size(), 3);
         QCOMPARE(firstAudio.size(), 1);
-        // The null sink still holds the tail of the stream when the player reports its end.
+        QCOMPARE(output.underruns(), 0);
+        // The null sink still holds the tail of the stream when the output reports its end.
         QTest::qWait(2'500);
         const AudioLevels levels = measure(recording.stop());
-
-        const double expected = expectedMs / 1000.0;
         QVERIFY2(levels.peak > 3'000, qPrintable(QString::number(levels.peak)));
-        // Speech has pauses between words; most of it is above the floor, none of it beyond the file.
+        // Speech has pauses between words; most of it is above the floor, none of it beyond the pieces.
         QVERIFY2(levels.audibleSeconds > expected * 0.5 && levels.audibleSeconds < expected + 0.3,
             qPrintable(QStringLiteral("audible %1 s of %2 s").arg(levels.audibleSeconds).arg(expected)));
     }
+
+    // A piece that comes after the device ran dry still plays, and the dry spell is counted once.
+    void aLatePieceResumesPlaybackAndCountsOneUnderrun()
+    {
+        KELO_REQUIRE_AUDIO();
+        const QByteArray shortPiece = m_mp3.left(m_mp3.size() / 4);
+        CloudAudioOutput output;
+        QSignalSpy finished(&output, &CloudAudioOutput::finished);
+        QSignalSpy started(&output, &CloudAudioOutput::pieceStarted);
+        output.append(shortPiece);
+        QVERIFY(AsyncTest::waitUntil([&] { return output.underruns() > 0; }, 10'000));
+        QTest::qWait(300);
+        QVERIFY(finished.isEmpty());
+        output.append(shortPiece);
+        output.endInput();
+        QVERIFY(AsyncTest::waitUntil([&] { return !finished.isEmpty(); }, 10'000));
+        QCOMPARE(finished.first().first().toBool(), true);
+        QCOMPARE(started.size(), 2);
+        QCOMPARE(output.underruns(), 1);
+    }
 };
 
-QTEST_MAIN(CloudAudioPlaybackTest)
-#include "CloudAudioPlaybackTest.moc"
+QTEST_MAIN(CloudAudioOutputTest)
+#include "CloudAudioOutputTest.moc"
