@@ -72,7 +72,7 @@ class MCPClientTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void handshakeRunsOncePerEndpointAndCarriesTheSession()
+    void handshakeRunsOncePerEndpointAndTheSessionIsCarried()
     {
         PlainServer mcp({ tool("a") });
         MCPClient client;
@@ -97,17 +97,13 @@ private Q_SLOTS:
             QCOMPARE(requests[i].header("Mcp-Session-Id"), QByteArray("session-1"));
             QCOMPARE(requests[i].json().value("id").toInteger(), i < 2 ? 0 : i);
         }
-    }
 
-    void laterSessionIdsReplaceTheStoredOneAndErrorsDoNot()
-    {
-        PlainServer mcp;
+        // A later session id replaces the stored one; one sent with an error does not.
         mcp.onCall = [](const QJsonObject &) {
             Reply reply = Reply::json(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", "ok" } } } } }));
             reply.headers.append(qMakePair(QByteArray("MCP-SESSION-ID"), QByteArray("session-2")));
             return reply;
         };
-        MCPClient client;
         const MCPServerConfig target = server(mcp.endpoint(), "T", "secret");
         QCOMPARE(AsyncTest::await(client.callTool(target, "x", {})), QString("ok"));
 
@@ -119,9 +115,9 @@ private Q_SLOTS:
         QCOMPARE(mcpError(client.callTool(target, "x", {})).kind(), MCPError::unauthorized);
         AsyncTest::await(client.callTool(target, "x", {}));
 
-        const auto requests = mcp.http.requests("/mcp");
-        QCOMPARE(requests.last().header("Mcp-Session-Id"), QByteArray("session-2"));
-        QCOMPARE(requests.last().header("Authorization"), QByteArray("Bearer secret"));
+        const auto last = mcp.http.requests("/mcp").last();
+        QCOMPARE(last.header("Mcp-Session-Id"), QByteArray("session-2"));
+        QCOMPARE(last.header("Authorization"), QByteArray("Bearer secret"));
     }
 
     void eventStreamRepliesAreRead()
