@@ -235,19 +235,10 @@ private Q_SLOTS:
         QVERIFY(http.requests().isEmpty());
     }
 
-    // A silent server times out; keep-alive comments reset the inactivity limit, never the deadline
-    // (300 ms scales the 60 s deadline of the 25 s limit down to 720 ms).
-    void silentAndEndlesslyPingingServersTimeOut()
+    // Keep-alive comments reset the inactivity limit, never the deadline (300 ms scales the 60 s
+    // deadline of the 25 s limit down to 720 ms). A plainly silent server is HttpClient's own case.
+    void anEndlesslyPingingServerTimesOut()
     {
-        FakeHttpServer silent;
-        Reply never;
-        never.neverAnswer = true;
-        silent.on("POST", "/mcp", never);
-        MCPClient impatient(300, nullptr);
-        const auto unanswered
-            = AsyncTest::awaitError<URLError>(impatient.initialize(server(silent.baseUrl() + "/mcp")), 5'000);
-        QVERIFY(unanswered && unanswered->code() == URLError::timedOut);
-
         PlainServer mcp;
         mcp.onCall = [](const QJsonObject &) {
             Reply pings = Reply::text({}, 200, "text/event-stream");

@@ -38,14 +38,11 @@ public:
         int status = 200;
         Headers headers;
         QByteArray body;
-        int delayMs = 0;
-        // When not empty, the body is sent with chunked encoding, one chunk each chunkIntervalMs.
+        // When chunks is not empty, the body is sent chunked, one chunk each chunkIntervalMs; then,
+        // unless holdOpenAfterChunks or dropAfterChunks, the body ends.
         QList<QByteArray> chunks;
-        int chunkIntervalMs = 0;
-        bool neverAnswer = false;
-        // With chunks: after them the body never ends; the connection is held or dropped.
-        bool holdOpenAfterChunks = false;
-        bool dropAfterChunks = false;
+        int delayMs = 0, chunkIntervalMs = 0;
+        bool neverAnswer = false, holdOpenAfterChunks = false, dropAfterChunks = false;
 
         static Reply json(const QJsonObject &object, int status = 200) { return json(QJsonDocument(object), status); }
         static Reply json(const QJsonArray &array, int status = 200) { return json(QJsonDocument(array), status); }
@@ -69,10 +66,7 @@ public:
     quint16 port() const { return m_port; }
 
     // The answer to every request with this method and path (path without query).
-    void on(const QByteArray &method, const QString &path, Handler handler)
-    {
-        m_routes[method + ' ' + path].handler = handler;
-    }
+    void on(const QByteArray &method, const QString &path, Handler handler) { route(method, path).handler = handler; }
     void on(const QByteArray &method, const QString &path, Reply reply)
     {
         on(method, path, [reply](const Request &) { return reply; });
@@ -80,7 +74,7 @@ public:
     // Answers used once each, in order, before the handler set with on() (if any) takes over.
     void enqueue(const QByteArray &method, const QString &path, Reply reply)
     {
-        m_routes[method + ' ' + path].queue.append(reply);
+        route(method, path).queue.append(reply);
     }
 
     QList<Request> requests() const { return m_requests; }
@@ -95,6 +89,7 @@ private:
         QList<Reply> queue;
     };
 
+    Route &route(const QByteArray &method, const QString &path) { return m_routes[method + ' ' + path]; }
     void answer(std::shared_ptr<QHttpServerResponder> responder, const Reply &reply);
     void send(std::shared_ptr<QHttpServerResponder> responder, const Reply &reply);
 
