@@ -57,15 +57,12 @@ template<typename T> MCPError mcpError(QCoro::Task<T> task)
     return *error;
 }
 
-template<typename T> MCPError::Kind mcpErrorOf(QCoro::Task<T> task)
+QStringList modelNames(const QList<MCPToolBinding> &bindings)
 {
-    return mcpError(std::move(task)).kind();
-}
-
-// A tool result without plain text reaches the model whole, as readable JSON.
-QString readableJson(const QJsonObject &result)
-{
-    return QString::fromUtf8(QJsonDocument(result).toJson(QJsonDocument::Indented)).chopped(1);
+    QStringList names;
+    for (const auto &binding : bindings)
+        names.append(binding.definition.name);
+    return names;
 }
 
 } // namespace
@@ -75,7 +72,7 @@ class MCPClientTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void handshakeRunsOncePerEndpointAndCarriesTheSession()
+    void handshakeRunsOncePerEndpointAndTheSessionIsCarried()
     {
         PlainServer mcp({ tool("a") });
         MCPClient client;
@@ -91,26 +88,22 @@ private Q_SLOTS:
         QCOMPARE(init.value("params")["protocolVersion"].toString(), QString("2025-06-18"));
         QCOMPARE(init.value("params")["clientInfo"]["name"].toString(), QString("KeloCompanion"));
         QVERIFY(init.value("params")["capabilities"].isObject());
-        QVERIFY(!requests[1].json().contains("id"));
-        QCOMPARE(requests[2].json().value("id").toInteger(), 2);
-        QCOMPARE(requests[3].json().value("id").toInteger(), 3);
+        QCOMPARE(requests[1].json().value("id"), QJsonValue::Undefined);
         QCOMPARE(requests[0].header("Content-Type"), QByteArray("application/json"));
         QCOMPARE(requests[0].header("Accept"), QByteArray("application/json, text/event-stream"));
         QVERIFY(requests[0].header("Authorization").isNull());
         QVERIFY(requests[0].header("Mcp-Session-Id").isEmpty());
-        for (int i = 1; i < requests.size(); ++i)
+        for (int i = 1; i < requests.size(); ++i) {
             QCOMPARE(requests[i].header("Mcp-Session-Id"), QByteArray("session-1"));
-    }
+            QCOMPARE(requests[i].json().value("id").toInteger(), i < 2 ? 0 : i);
+        }
 
-    void laterSessionIdsReplaceTheStoredOneAndErrorsDoNot()
-    {
-        PlainServer mcp;
+        // A later session id replaces the stored one; one sent with an error does not.
         mcp.onCall = [](const QJsonObject &) {
             Reply reply = Reply::json(rpcResult({ { "content", QJsonArray { QJsonObject { { "text", "ok" } } } } }));
             reply.headers.append(qMakePair(QByteArray("MCP-SESSION-ID"), QByteArray("session-2")));
             return reply;
         };
-        MCPClient client;
         const MCPServerConfig target = server(mcp.endpoint(), "T", "secret");
         QCOMPARE(AsyncTest::await(client.callTool(target, "x", {})), QString("ok"));
 
@@ -119,12 +112,12 @@ private Q_SLOTS:
             reply.headers.append(qMakePair(QByteArray("Mcp-Session-Id"), QByteArray("from-an-error")));
             return reply;
         }());
-        QCOMPARE(mcpErrorOf(client.callTool(target, "x", {})), MCPError::unauthorized);
+        QCOMPARE(mcpError(client.callTool(target, "x", {})).kind(), MCPError::unauthorized);
         AsyncTest::await(client.callTool(target, "x", {}));
 
-        const auto requests = mcp.http.requests("/mcp");
-        QCOMPARE(requests.last().header("Mcp-Session-Id"), QByteArray("session-2"));
-        QCOMPARE(requests.last().header("Authorization"), QByteArray("Bearer secret"));
+        const auto last = mcp.http.requests("/mcp").last();
+        QCOMPARE(last.header("Mcp-Session-Id"), QByteArray("session-2"));
+        QCOMPARE(last.header("Authorization"), QByteArray("Bearer secret"));
     }
 
     void eventStreamRepliesAreRead()
@@ -227,38 +220,25 @@ private Q_SLOTS:
         }
     }
 
-    // The endpoint rule itself is tested with MCPEndpoint; here: the client applies it.
-    void badEndpointsNeverReachTheNetwork()
-    {
-        MCPClient client;
-        for (const QString endpoint : { "nu este un url", "http://127.0.0.1:99999/mcp" }) {
-            QCOMPARE(mcpErrorOf(client.callTool(server(endpoint), "t", {})), MCPError::invalidEndpoint);
-            QVERIFY(AsyncTest::await(client.discoverBindings({ server(endpoint) })).isEmpty());
-        }
-    }
-
-    void aTokenWithALineBreakIsNeverSent()
+    // The endpoint rule itself is tested with MCPEndpoint; here: the client applies it, and a token
+    // that would inject a header is refused before anything is sent.
+    void badEndpointsAndTokensNeverReachTheNetwork()
     {
         FakeHttpServer http;
         MCPClient client;
-        const auto error = AsyncTest::awaitError<HeaderValueError>(
-            client.initialize(server(http.baseUrl() + "/mcp", "Test", "tok\r\nX-Injected: 1")));
-        QVERIFY(error && http.requests().isEmpty());
+        for (const QString endpoint : { "nu este un url", "http://127.0.0.1:99999/mcp" }) {
+            QCOMPARE(mcpError(client.callTool(server(endpoint), "t", {})).kind(), MCPError::invalidEndpoint);
+            QVERIFY(AsyncTest::await(client.discoverBindings({ server(endpoint) })).isEmpty());
+        }
+        const MCPServerConfig injecting = server(http.baseUrl() + "/mcp", "Test", "tok\r\nX-Injected: 1");
+        QVERIFY(AsyncTest::awaitError<HeaderValueError>(client.initialize(injecting)));
+        QVERIFY(http.requests().isEmpty());
     }
 
-    // A silent server times out; keep-alive comments reset the inactivity limit, never the deadline
-    // (300 ms scales the 60 s deadline of the 25 s limit down to 720 ms).
-    void silentAndEndlesslyPingingServersTimeOut()
+    // Keep-alive comments reset the inactivity limit, never the deadline (300 ms scales the 60 s
+    // deadline of the 25 s limit down to 720 ms). A plainly silent server is HttpClient's own case.
+    void anEndlesslyPingingServerTimesOut()
     {
-        FakeHttpServer silent;
-        Reply never;
-        never.neverAnswer = true;
-        silent.on("POST", "/mcp", never);
-        MCPClient impatient(300, nullptr);
-        const auto unanswered
-            = AsyncTest::awaitError<URLError>(impatient.initialize(server(silent.baseUrl() + "/mcp")), 5'000);
-        QVERIFY(unanswered && unanswered->code() == URLError::timedOut);
-
         PlainServer mcp;
         mcp.onCall = [](const QJsonObject &) {
             Reply pings = Reply::text({}, 200, "text/event-stream");
@@ -293,26 +273,23 @@ private Q_SLOTS:
         });
         MCPClient client;
         const auto bindings = AsyncTest::await(client.discoverBindings({ server(mcp.endpoint(), "My Server") }));
-        QCOMPARE(bindings.size(), 4);
-
-        QCOMPARE(bindings[0].definition.name, QString("mcp_my_server_search_docs"));
-        QCOMPARE(bindings[0].remoteName, QString("Search-Docs"));
-        QCOMPARE(bindings[0].definition.description, QString("Caută [MCP: My Server]"));
-        QCOMPARE(bindings[0].definition.inputSchema.value("required").toArray().first().toString(), QString("q"));
-        QCOMPARE(bindings[0].server.name, QString("My Server"));
-
-        QCOMPARE(bindings[1].definition.name, QString("mcp_my_server_list_"));
-        QCOMPARE(bindings[1].definition.description, QString("Instrument MCP listă din My Server. [MCP: My Server]"));
-        QCOMPARE(
-            bindings[1].definition.inputSchema, QJsonObject({ { "type", "object" }, { "properties", QJsonObject() } }));
-
-        QCOMPARE(bindings[2].definition.name.size(), 64);
-        QVERIFY(bindings[2].definition.name.startsWith("mcp_my_server_xxx"));
-        QCOMPARE(bindings[2].definition.description, QString(" [MCP: My Server]"));
-        QCOMPARE(bindings[2].definition.inputSchema.value("type").toString(), QString("object"));
-
+        QStringList remoteNames, descriptions;
+        for (const auto &binding : bindings) {
+            remoteNames.append(binding.remoteName);
+            descriptions.append(binding.definition.description);
+            QCOMPARE(binding.server.name, QString("My Server"));
+        }
         // Colliding model names are both kept; the store picks the first.
-        QCOMPARE(bindings[3].definition.name, bindings[0].definition.name);
+        QCOMPARE(modelNames(bindings),
+            QStringList({ "mcp_my_server_search_docs", "mcp_my_server_list_",
+                "mcp_my_server_" + QString(50, QLatin1Char('x')), "mcp_my_server_search_docs" }));
+        QCOMPARE(remoteNames, QStringList({ "Search-Docs", "listă", longName, "search_docs" }));
+        QCOMPARE(descriptions[1], QString("Instrument MCP listă din My Server. [MCP: My Server]"));
+        QCOMPARE(descriptions[2], QString(" [MCP: My Server]"));
+        QCOMPARE(bindings[0].definition.inputSchema.value("required").toArray().first().toString(), QString("q"));
+        const QJsonObject emptySchema { { "type", "object" }, { "properties", QJsonObject() } };
+        QCOMPARE(bindings[1].definition.inputSchema, emptySchema);
+        QCOMPARE(bindings[2].definition.inputSchema, emptySchema);
     }
 
     void discoveryKeepsServerOrderAndSkipsFailures()
@@ -329,10 +306,7 @@ private Q_SLOTS:
         MCPClient client;
         const auto bindings = AsyncTest::await(client.discoverBindings({ server(slow.endpoint(), "Slow"),
             server(failing.endpoint(), "Fail"), off, server(fast.endpoint(), "Fast") }));
-        QStringList names;
-        for (const auto &binding : bindings)
-            names.append(binding.definition.name);
-        QCOMPARE(names, QStringList({ "mcp_slow_a1", "mcp_slow_a2", "mcp_fast_c1" }));
+        QCOMPARE(modelNames(bindings), QStringList({ "mcp_slow_a1", "mcp_slow_a2", "mcp_fast_c1" }));
         QCOMPARE(failing.http.requestCount("/mcp"), 1);
     }
 
@@ -409,15 +383,11 @@ private Q_SLOTS:
         const MCPError error = mcpError(client.callTool(config, "echo", {}));
         QCOMPARE(error.kind(), MCPError::unauthorized);
         QCOMPARE(error.description(), QString("MCP necesită autentificare sau tokenul a expirat."));
+        // Marked for reconnecting (that nothing else changes is checked through the real kelo).
         QCOMPARE(changes.size(), marked ? 1 : 0);
-        if (marked) {
-            // Marked, and nothing else changed: the user connects again.
-            MCPServerConfig expected = config;
-            expected.needsReconnect = true;
-            QCOMPARE(changes.first(), expected);
-        }
+        QVERIFY(!marked || changes.first().needsReconnect);
         // A refused grant is not tried again; a provider that merely failed is.
-        QCOMPARE(mcpErrorOf(client.callTool(config, "echo", {})), MCPError::unauthorized);
+        QCOMPARE(mcpError(client.callTool(config, "echo", {})).kind(), MCPError::unauthorized);
         QCOMPARE(mcp.http.requestCount("/token"), marked ? 1 : 2);
     }
 
@@ -433,7 +403,6 @@ private Q_SLOTS:
             QStringList({ "initialize", "notifications/initialized", "tools/call", "tools/call", "initialize",
                 "notifications/initialized", "tools/call" }));
         const auto requests = mcp.http.requests("/mcp");
-        QCOMPARE(requests[3].header("Mcp-Session-Id"), QByteArray("session-1"));
         QVERIFY(requests[4].header("Mcp-Session-Id").isEmpty());
         QCOMPARE(requests[6].header("Mcp-Session-Id"), QByteArray("session-2"));
         // The agreed version goes with every request after a handshake, not with the handshake.
@@ -510,7 +479,7 @@ private Q_SLOTS:
         });
         MCPClient client;
         if (expected.isEmpty()) {
-            QCOMPARE(mcpErrorOf(client.listTools(server(mcp.endpoint()))), MCPError::invalidResponse);
+            QCOMPARE(mcpError(client.listTools(server(mcp.endpoint()))).kind(), MCPError::invalidResponse);
         } else {
             QStringList names;
             for (const QJsonObject &listed : AsyncTest::await(client.listTools(server(mcp.endpoint()))))
@@ -542,17 +511,16 @@ private Q_SLOTS:
                                     << QString(); // a null expectation: the result as readable JSON
         QTest::newRow("content not all objects")
             << QJsonObject { { "content", QJsonArray { QJsonObject { { "text", "a" } }, "b" } } } << QString();
-        QTest::newRow("no content") << QJsonObject {
-            { "z", 1 }, { "a", QJsonObject { { "y", true }, { "b", QJsonValue::Null } } }
-        } << "{\n    \"a\": {\n        \"b\": null,\n        \"y\": true\n    },\n    \"z\": 1\n}";
+        QTest::newRow("no content") << QJsonObject { { "z", 1 }, { "a", QJsonObject { { "b", QJsonValue::Null } } } }
+                                    << QString();
     }
 
     void toolResultsAreFlattenedToText()
     {
         QFETCH(QJsonObject, result);
         QFETCH(QString, expected);
-        if (expected.isNull())
-            expected = readableJson(result);
+        if (expected.isNull()) // no plain text: the result whole, as readable JSON
+            expected = QString::fromUtf8(QJsonDocument(result).toJson(QJsonDocument::Indented)).chopped(1);
         PlainServer mcp;
         QJsonObject seenParams;
         mcp.onCall = [&](const QJsonObject &params) {

@@ -102,39 +102,24 @@ private Q_SLOTS:
             QCOMPARE(MCPEndpoint::isHttpURL(QUrl(text.trimmed(), QUrl::StrictMode)), reason.isEmpty());
     }
 
-    void manualServersAreTrimmedAndLabelledByWhetherTheyCarryAToken_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("token");
-        QTest::addColumn<QString>("storedName");
-        QTest::addColumn<QString>("label");
-        QTest::addColumn<QString>("storedToken");
-        const QString mine = QStringLiteral("Mine"), noAuth = QStringLiteral("Fără auth");
-        QTest::newRow("none") << mine << QString() << mine << noAuth << QString();
-        QTest::newRow("only blanks") << mine << QStringLiteral("  \n") << mine << noAuth << QString();
-        QTest::newRow("token") << mine << QStringLiteral(" abc ") << mine << QStringLiteral("Token")
-                               << QStringLiteral("abc");
-        QTest::newRow("no name: the host")
-            << QStringLiteral("  ") << QString() << QStringLiteral("mcp.example") << noAuth << QString();
-    }
-
     void manualServersAreTrimmedAndLabelledByWhetherTheyCarryAToken()
     {
-        QFETCH(QString, name);
-        QFETCH(QString, token);
-        QFETCH(QString, storedName);
-        QFETCH(QString, label);
-        QFETCH(QString, storedToken);
-
-        const MCPServerConfig manual
-            = MCPServerListEditor::manualServer(name, QStringLiteral(" https://mcp.example:8443/x "), token);
-
-        QCOMPARE(manual.name, storedName);
-        QCOMPARE(manual.authLabel, std::optional<QString>(label));
-        QCOMPARE(manual.bearerToken, storedToken);
-        QCOMPARE(manual.sourceID, std::nullopt);
-        QCOMPARE(manual.endpoint, QStringLiteral("https://mcp.example:8443/x"));
-        QVERIFY(manual.enabled);
+        const QString mine = QStringLiteral("Mine"), noAuth = QStringLiteral("Fără auth");
+        // name, token → stored name, label, stored token
+        const QList<std::array<QString, 5>> cases { { mine, QString(), mine, noAuth, QString() },
+            { mine, QStringLiteral("  \n"), mine, noAuth, QString() },
+            { mine, QStringLiteral(" abc "), mine, QStringLiteral("Token"), QStringLiteral("abc") },
+            { QStringLiteral("  "), QString(), QStringLiteral("mcp.example"), noAuth, QString() } };
+        for (const auto &[name, token, storedName, label, storedToken] : cases) {
+            const MCPServerConfig manual
+                = MCPServerListEditor::manualServer(name, QStringLiteral(" https://mcp.example:8443/x "), token);
+            QCOMPARE(manual.name, storedName);
+            QCOMPARE(manual.authLabel, std::optional<QString>(label));
+            QCOMPARE(manual.bearerToken, storedToken);
+            QCOMPARE(manual.sourceID, std::nullopt);
+            QCOMPARE(manual.endpoint, QStringLiteral("https://mcp.example:8443/x"));
+            QVERIFY(manual.enabled);
+        }
     }
 
     void editsTouchOnlyTheNamedServer()

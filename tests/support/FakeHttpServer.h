@@ -1,16 +1,13 @@
 #pragma once
 
-#include <QByteArray>
 #include <QHttpServer>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
-#include <QList>
-#include <QObject>
-#include <QPair>
-#include <QString>
 #include <QUrlQuery>
 
 #include <functional>
+#include <map>
 #include <memory>
 
 class QHttpServerResponder;
@@ -33,7 +30,7 @@ public:
         QByteArray body;
 
         QByteArray header(QByteArrayView name) const;
-        QJsonObject json() const;
+        QJsonObject json() const { return QJsonDocument::fromJson(body).object(); }
     };
 
     struct Reply
@@ -41,28 +38,21 @@ public:
         int status = 200;
         Headers headers;
         QByteArray body;
-        // Wait this long before answering.
-        int delayMs = 0;
-        // When not empty, the body is sent with chunked encoding, one chunk each chunkIntervalMs.
+        // When chunks is not empty, the body is sent chunked, one chunk each chunkIntervalMs; then,
+        // unless holdOpenAfterChunks or dropAfterChunks, the body ends.
         QList<QByteArray> chunks;
-        int chunkIntervalMs = 0;
-        // Keep the connection open and never answer (a server that hangs).
-        bool neverAnswer = false;
-        // With chunks: send them, then keep the connection open without ending the body (a stream
-        // the server never closes).
-        bool holdOpenAfterChunks = false;
-        // With chunks: send them, then close the connection without ending the body (a server
-        // that goes away halfway).
-        bool dropAfterChunks = false;
+        int delayMs = 0, chunkIntervalMs = 0;
+        bool neverAnswer = false, holdOpenAfterChunks = false, dropAfterChunks = false;
 
-        static Reply json(const QJsonObject &object, int status = 200);
-        static Reply json(const QJsonArray &array, int status = 200);
+        static Reply json(const QJsonObject &object, int status = 200) { return json(QJsonDocument(object), status); }
+        static Reply json(const QJsonArray &array, int status = 200) { return json(QJsonDocument(array), status); }
+        static Reply json(const QJsonDocument &document, int status);
         static Reply text(const QByteArray &body, int status = 200, const QByteArray &contentType = "text/plain");
-        // An event-stream body, one "data:" event per entry.
+        // One "data:" event per entry.
         static Reply eventStream(const QList<QByteArray> &dataLines, int status = 200);
-        // An event-stream body sent as these chunks, exactly as given (events may span chunks).
+        // Sent as these chunks exactly (events may span chunks).
         static Reply eventStreamChunks(const QList<QByteArray> &chunks, int intervalMs = 0);
-        // The body one byte at a time, a byte each intervalMs: never idle, never done in good time.
+        // One byte each intervalMs: never idle, never done in good time.
         static Reply drip(const QByteArray &body, int intervalMs, const QByteArray &contentType = "text/plain");
         static Reply redirect(int status, const QByteArray &location);
     };
@@ -70,17 +60,22 @@ public:
     using Handler = std::function<Reply(const Request &)>;
 
     explicit FakeHttpServer(QObject *parent = nullptr);
-    ~FakeHttpServer() override;
 
     // "http://127.0.0.1:PORT", without a trailing slash.
-    QString baseUrl() const;
+    QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_port); }
     quint16 port() const { return m_port; }
 
     // The answer to every request with this method and path (path without query).
-    void on(const QByteArray &method, const QString &path, Handler handler);
-    void on(const QByteArray &method, const QString &path, Reply reply);
+    void on(const QByteArray &method, const QString &path, Handler handler) { route(method, path).handler = handler; }
+    void on(const QByteArray &method, const QString &path, Reply reply)
+    {
+        on(method, path, [reply](const Request &) { return reply; });
+    }
     // Answers used once each, in order, before the handler set with on() (if any) takes over.
-    void enqueue(const QByteArray &method, const QString &path, Reply reply);
+    void enqueue(const QByteArray &method, const QString &path, Reply reply)
+    {
+        route(method, path).queue.append(reply);
+    }
 
     QList<Request> requests() const { return m_requests; }
     QList<Request> requests(const QString &path) const;
@@ -90,19 +85,18 @@ public:
 private:
     struct Route
     {
-        QByteArray method;
-        QString path;
         Handler handler;
         QList<Reply> queue;
     };
 
-    Route *route(const QByteArray &method, const QString &path);
+    Route &route(const QByteArray &method, const QString &path) { return m_routes[method + ' ' + path]; }
     void answer(std::shared_ptr<QHttpServerResponder> responder, const Reply &reply);
-    static void writeHead(QHttpServerResponder &responder, const Reply &reply, bool chunked);
+    void send(std::shared_ptr<QHttpServerResponder> responder, const Reply &reply);
 
     QHttpServer m_server;
     quint16 m_port = 0;
-    QList<Route> m_routes;
+    // By "METHOD /path"; a map, so a handler may add routes while it runs.
+    std::map<QString, Route> m_routes;
     QList<Request> m_requests;
     QList<std::shared_ptr<QHttpServerResponder>> m_heldResponders;
 };

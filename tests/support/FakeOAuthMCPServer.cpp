@@ -1,16 +1,14 @@
 #include "FakeOAuthMCPServer.h"
 
 #include <QCryptographicHash>
-#include <QJsonDocument>
-#include <QUrlQuery>
 
 using Reply = FakeHttpServer::Reply;
 
 namespace {
 
-QJsonObject rpcResult(const QJsonValue &id, const QJsonObject &result)
+Reply rpcResult(const QJsonValue &id, const QJsonObject &result)
 {
-    return { { "jsonrpc", "2.0" }, { "id", id }, { "result", result } };
+    return Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", id }, { "result", result } });
 }
 
 QString challengeOf(const QString &verifier)
@@ -26,9 +24,8 @@ FakeOAuthMCPServer::FakeOAuthMCPServer()
     issueTokens();
     toolPages = { QJsonArray { QJsonObject { { "name", "echo" }, { "description", "Repetă mesajul" } } } };
     redirect = [this](const QUrlQuery &authorization) {
-        QUrlQuery back;
-        back.addQueryItem("code", QString::fromLatin1(QUrl::toPercentEncoding(issuedCode)));
-        back.addQueryItem("state", authorization.queryItemValue("state"));
+        QUrlQuery back { { "code", QString::fromLatin1(QUrl::toPercentEncoding(issuedCode)) },
+            { "state", authorization.queryItemValue("state") } };
         return QStringLiteral("kelo://oauth?") + back.toString(QUrl::FullyEncoded);
     };
     http.on("GET", "/.well-known/oauth-protected-resource",
@@ -63,8 +60,7 @@ QUrlQuery FakeOAuthMCPServer::lastAuthorization() const
 
 Reply FakeOAuthMCPServer::issueTokens()
 {
-    ++m_issued;
-    accessToken = QStringLiteral("access-%1").arg(m_issued);
+    accessToken = QStringLiteral("access-%1").arg(++m_issued);
     refreshToken = QStringLiteral("refresh-%1").arg(m_issued);
     QJsonObject tokens { { "access_token", accessToken }, { "token_type", "Bearer" },
         { "refresh_token", refreshToken } };
@@ -76,14 +72,13 @@ Reply FakeOAuthMCPServer::issueTokens()
 Reply FakeOAuthMCPServer::token(const FakeHttpServer::Request &request)
 {
     const QUrlQuery form(QString::fromUtf8(request.body));
-    const QString grant = form.queryItemValue("grant_type");
-    const bool verified = challengeOf(form.queryItemValue("code_verifier", QUrl::FullyDecoded))
-        == lastAuthorization().queryItemValue("code_challenge");
-    if (grant == "authorization_code" && form.queryItemValue("code", QUrl::FullyDecoded) == issuedCode && verified)
+    const auto field = [&form](const char *name) { return form.queryItemValue(name, QUrl::FullyDecoded); };
+    const bool verified = challengeOf(field("code_verifier")) == lastAuthorization().queryItemValue("code_challenge");
+    if (field("grant_type") == "authorization_code" && field("code") == issuedCode && verified)
         return issueTokens();
-    if (grant == "refresh_token" && refreshReply)
+    if (field("grant_type") == "refresh_token" && refreshReply)
         return *refreshReply;
-    if (grant == "refresh_token" && form.queryItemValue("refresh_token", QUrl::FullyDecoded) == refreshToken)
+    if (field("grant_type") == "refresh_token" && field("refresh_token") == refreshToken)
         return issueTokens();
     return Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400);
 }
@@ -93,36 +88,35 @@ Reply FakeOAuthMCPServer::answerMCP(
 {
     if (requiresToken && authorization != "Bearer " + accessToken.toUtf8()) {
         Reply challenge = Reply::text("token invalid", 401);
-        challenge.headers.append(qMakePair(QByteArray("WWW-Authenticate"),
-            QByteArray("Bearer error=\"invalid_token\", scope=\"tools offline_access\"")));
+        challenge.headers.append(
+            { "WWW-Authenticate", QByteArray(R"(Bearer error="invalid_token", scope="tools offline_access")") });
         return challenge;
     }
     const QString method = message.value("method").toString();
-    const QJsonValue id = message.value("id");
+    const QJsonObject params = message.value("params").toObject();
     if (method == "initialize") {
         const QString started = QStringLiteral("session-%1").arg(++m_sessionsStarted);
         m_liveSessions.insert(started);
-        Reply reply = Reply::json(rpcResult(id, { { "protocolVersion", "2025-06-18" } }));
-        reply.headers.append(qMakePair(QByteArray("Mcp-Session-Id"), started.toUtf8()));
+        Reply reply = rpcResult(message.value("id"), { { "protocolVersion", "2025-06-18" } });
+        reply.headers.append({ "Mcp-Session-Id", started.toUtf8() });
         return reply;
     }
     if (requiresToken && (forgetsEverySession || !m_liveSessions.contains(QString::fromUtf8(session))))
         return Reply::text("unknown session", 404);
     if (method == "notifications/initialized")
         return Reply::text({}, 202);
-    const QJsonObject params = message.value("params").toObject();
     if (method == "tools/list") {
         const int page = params.value("cursor").toString().toInt();
         QJsonObject result { { "tools", toolPages.value(page) } };
         if (page + 1 < toolPages.size())
             result.insert("nextCursor", QString::number(page + 1));
-        return Reply::json(rpcResult(id, result));
+        return rpcResult(message.value("id"), result);
     }
     if (onCall)
         return onCall(params);
     const QString text = QStringLiteral("ecou: ") + params.value("arguments")["message"].toString("ok");
-    return Reply::json(
-        rpcResult(id, { { "content", QJsonArray { QJsonObject { { "type", "text" }, { "text", text } } } } }));
+    return rpcResult(
+        message.value("id"), { { "content", QJsonArray { QJsonObject { { "type", "text" }, { "text", text } } } } });
 }
 
 QStringList FakeOAuthMCPServer::methods() const
@@ -133,13 +127,9 @@ QStringList FakeOAuthMCPServer::methods() const
     return list;
 }
 
-MCPServerConfig FakeOAuthMCPServer::connectedServer(const QString &name) const
+MCPServerConfig FakeOAuthMCPServer::connectedServer() const
 {
-    MCPServerConfig config;
-    config.id = QUuid::createUuid();
-    config.name = name;
-    config.endpoint = endpoint();
-    config.bearerToken = accessToken;
+    MCPServerConfig config { QUuid::createUuid(), "Guarded", endpoint(), accessToken };
     config.oauth.tokenEndpoint = http.baseUrl() + "/token";
     config.oauth.clientID = "kelo-client";
     config.oauth.refreshToken = refreshToken;
