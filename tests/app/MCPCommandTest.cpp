@@ -21,8 +21,7 @@ using Reply = FakeHttpServer::Reply;
 
 using Run = KeloProcess::Result;
 
-// `kelo mcp` as a user runs it: the server list on disk, exit codes, and an OAuth connection whose
-// browser is played by this test.
+// `kelo mcp` as a user runs it; this test plays the browser of the OAuth connection.
 class MCPCommandTest : public QObject
 {
     Q_OBJECT
@@ -54,8 +53,7 @@ class MCPCommandTest : public QObject
         return QJsonDocument::fromJson(run.out.toUtf8()).array();
     }
 
-    // The browser: once kelo has asked for a page, load it here, follow the provider's redirects
-    // (with its cookies) and hand the redirect to Kelo's address over to kelo.
+    // Loads the page kelo opened, follows the provider's redirects and hands kelo:// back to kelo.
     std::function<void()> browserThatApproves()
     {
         auto started = std::make_shared<bool>(false);
@@ -211,8 +209,7 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "mcp", "connect", "nici-un-serviciu" }).exitCode, 2);
     }
 
-    // Connected once; later its token expires and it forgets its session in the middle of a chat,
-    // and the tool still answers without a browser. No token is ever in the settings file.
+    // One connection survives expired tokens and forgotten sessions; no token reaches the settings file.
     void oneConnectionOutlivesExpiredTokensAndForgottenSessions()
     {
         FakeOAuthMCPServer service;
@@ -240,8 +237,7 @@ private Q_SLOTS:
         QCOMPARE(tools.out.count('\n'), 2);
         QVERIFY(tools.out.contains("ora\tmcp_127_0_0_1_ora"));
 
-        // The model calls the tool twice in one turn; between the calls the service expires the
-        // token again and forgets the session.
+        // Between the turn's two calls the token expires again and the session is forgotten.
         service.expireToken();
         chatTurnCallingEchoTwiceWithoutBrowser([&service] {
             service.expireToken();
@@ -278,8 +274,7 @@ private Q_SLOTS:
         QCOMPARE(storedServers().size(), 1);
     }
 
-    // The same journey against a standards-strict authorization server from the npm registry, whose
-    // access tokens live two seconds and whose refresh tokens rotate.
+    // The same against a strict provider from npm: two-second access tokens, rotating refresh tokens.
     void aRealAuthorizationServerKeepsTheConnectionAlive()
     {
         const QString provider

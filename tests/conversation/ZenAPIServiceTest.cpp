@@ -66,8 +66,7 @@ ZenToolDefinition searchTool()
         object(R"({"type":"object","properties":{"query":{"type":"string"}}})") };
 }
 
-// Arguments as text or as an object; unparsable or non-object arguments give empty ones; calls
-// without a name and entries that are not calls are dropped.
+// Unparsable or non-object arguments become empty; nameless calls and non-calls are dropped.
 const char *const replyWithToolCalls = R"({
             "content": [{"type":"text","text":"unu"}, 7, {"type":"text","text":"doi"}],
             "tool_calls": [
@@ -296,8 +295,7 @@ private Q_SLOTS:
 
     void modelListIsFilteredCompletedAndSorted()
     {
-        // Free means "free": true or both prices zero (as numbers or numeric text); entries without a
-        // text id are skipped, and two families of ids are never offered.
+        // Free: "free": true or both prices zero; no text id, or a hidden family, is skipped.
         m_server->on("GET", "/models", jsonReply(R"({"data":[
             {"id":"paid-z","name":"Zeta"},
             {"id":"free-b","display_name":"beta","free":true},
@@ -314,8 +312,7 @@ private Q_SLOTS:
         const QList<ZenModel> models = AsyncTest::await(m_service->fetchModels(QStringLiteral("k")));
         QLocale::setDefault(QLocale::c());
 
-        // Big Pickle leads, then the free models, then the paid, each by name ignoring case; ties
-        // ("Same", "same") keep the service's order.
+        // Big Pickle, then free, then paid, by name ignoring case; ties keep the service's order.
         QCOMPARE(ids(models),
             (QStringList { "big-pickle", "free-c", "free-a", "free-b", "paid-text", "paid-half", "paid-free-text",
                 "paid-same-2", "unnamed", "paid-z" }));
@@ -370,8 +367,7 @@ private Q_SLOTS:
         QVERIFY(!m_server->requests("/responses").first().json().contains("stream"));
     }
 
-    // Each stream is sent in the chunks given; with "holds open" the server keeps the connection
-    // after them, so only the stream's own end can finish the answer.
+    // "holds open": the server keeps the connection, so only the stream's own end finishes it.
     void streamedAnswersArriveInPieces_data()
     {
         QTest::addColumn<QString>("model");

@@ -42,7 +42,6 @@ private Q_SLOTS:
         };
         const QStringList kept {
             // What other programs downloaded into the shared caches is theirs.
-            cache("huggingface/hub/models--mlx-community--qwen-x/file"),
             cache("huggingface/hub/models--mlx-community--gemma-2-2b/config.json"),
             cache("models/mlx-community/Qwen3-4B/weights.npz"),
             m_home->dataHome() + "/other/models--mlx-community--qwen/w.bin",
