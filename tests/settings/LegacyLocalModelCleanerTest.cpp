@@ -1,22 +1,16 @@
 #include "settings/LegacyLocalModelCleaner.h"
 
+#include "SettingsTestSupport.h"
 #include "TemporaryHome.h"
 
-#include <QDir>
-#include <QFile>
 #include <QSettings>
 #include <QTest>
 
 namespace {
-
 void makeFile(const QString &path)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("weights");
+    SettingsTestSupport::writeFile(path, "weights");
 }
-
 } // namespace
 
 class LegacyLocalModelCleanerTest : public QObject
