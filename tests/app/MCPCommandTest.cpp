@@ -21,8 +21,7 @@ using Reply = FakeHttpServer::Reply;
 
 using Run = KeloProcess::Result;
 
-// `kelo mcp` as a user runs it: the server list on disk, exit codes, and an OAuth connection whose
-// browser is played by this test.
+// `kelo mcp` as a user runs it; this test plays the browser of the OAuth connection.
 class MCPCommandTest : public QObject
 {
     Q_OBJECT
@@ -54,8 +53,7 @@ class MCPCommandTest : public QObject
         return QJsonDocument::fromJson(run.out.toUtf8()).array();
     }
 
-    // The browser: once kelo has asked for a page, load it here, follow the provider's redirects
-    // (with its cookies) and hand the redirect to Kelo's address over to kelo.
+    // Loads the page kelo opened, follows the provider's redirects and hands kelo:// back to kelo.
     std::function<void()> browserThatApproves()
     {
         auto started = std::make_shared<bool>(false);
@@ -83,10 +81,11 @@ class MCPCommandTest : public QObject
         });
     }
 
-    // One `kelo chat` turn in which the model calls the echo tool twice ("unu", then "doi");
-    // `betweenCalls` runs just before the second call. The model's requests come back.
-    QList<FakeHttpServer::Request> chatTurnCallingEchoTwice(const std::function<void()> &betweenCalls)
+    // One `kelo chat` turn in which the model calls the echo tool twice ("unu", then "doi"), with
+    // `betweenCalls` run just before the second call: both calls answer and no browser is opened.
+    void chatTurnCallingEchoTwiceWithoutBrowser(const std::function<void()> &betweenCalls)
     {
+        QFile::remove(m_browserLog);
         FakeHttpServer model;
         int completions = 0;
         model.on("POST", "/chat/completions", [&](const FakeHttpServer::Request &) {
@@ -104,14 +103,15 @@ class MCPCommandTest : public QObject
         chat.environment = { { "KELO_ZEN_BASE_URL", model.baseUrl() }, { "KELO_ZEN_API_KEY", "cheie" } };
         chat.input = "spune unu și doi\n";
         const Run turn = kelo({ "chat" }, {}, chat);
-        if (turn.exitCode != 0 || !turn.out.contains("Kelo: Gata: unu, doi"))
-            qWarning("%s", qPrintable(turn.out + turn.err));
-        return model.requests("/chat/completions");
-    }
-
-    static QString toolResultIn(const FakeHttpServer::Request &request)
-    {
-        return request.json()["messages"].toArray().last()["content"].toString();
+        QVERIFY2(turn.exitCode == 0 && turn.out.contains("Kelo: Gata: unu, doi"), qPrintable(turn.out + turn.err));
+        const auto requests = model.requests("/chat/completions");
+        const auto toolResultIn = [](const FakeHttpServer::Request &request) {
+            return request.json()["messages"].toArray().last()["content"].toString();
+        };
+        QCOMPARE(requests.size(), 3);
+        QCOMPARE(toolResultIn(requests[1]), QString("ecou: unu"));
+        QCOMPARE(toolResultIn(requests[2]), QString("ecou: doi"));
+        QVERIFY(!QFile::exists(m_browserLog));
     }
 
 private Q_SLOTS:
@@ -209,8 +209,7 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "mcp", "connect", "nici-un-serviciu" }).exitCode, 2);
     }
 
-    // Connected once; later its token expires and it forgets its session in the middle of a chat,
-    // and the tool still answers without a browser. No token is ever in the settings file.
+    // One connection survives expired tokens and forgotten sessions; no token reaches the settings file.
     void oneConnectionOutlivesExpiredTokensAndForgottenSessions()
     {
         FakeOAuthMCPServer service;
@@ -238,18 +237,14 @@ private Q_SLOTS:
         QCOMPARE(tools.out.count('\n'), 2);
         QVERIFY(tools.out.contains("ora\tmcp_127_0_0_1_ora"));
 
-        // The model calls the tool twice in one turn; between the calls the service expires the
-        // token again and forgets the session.
+        // Between the turn's two calls the token expires again and the session is forgotten.
         service.expireToken();
-        QFile::remove(m_browserLog);
-        const auto requests = chatTurnCallingEchoTwice([&service] {
+        chatTurnCallingEchoTwiceWithoutBrowser([&service] {
             service.expireToken();
             service.forgetSessions();
         });
-        QCOMPARE(requests.size(), 3);
-        QCOMPARE(toolResultIn(requests[1]), QString("ecou: unu"));
-        QCOMPARE(toolResultIn(requests[2]), QString("ecou: doi"));
-        QVERIFY(!QFile::exists(m_browserLog));
+        if (QTest::currentTestFailed())
+            return;
         // `mcp tools`, the turn's first contact, and the one after the forgotten session.
         QCOMPARE(service.sessionsStarted(), 3);
         int renewals = 0;
@@ -279,8 +274,7 @@ private Q_SLOTS:
         QCOMPARE(storedServers().size(), 1);
     }
 
-    // The same journey against a standards-strict authorization server from the npm registry, whose
-    // access tokens live two seconds and whose refresh tokens rotate.
+    // The same against a strict provider from npm: two-second access tokens, rotating refresh tokens.
     void aRealAuthorizationServerKeepsTheConnectionAlive()
     {
         const QString provider
@@ -315,8 +309,7 @@ private Q_SLOTS:
         QVERIFY(storedServers().first()["oauth"]["refreshToken"] != grant["refreshToken"]);
 
         QTest::qWait(2'500);
-        QFile::remove(m_browserLog);
-        const auto requests = chatTurnCallingEchoTwice([port] {
+        chatTurnCallingEchoTwiceWithoutBrowser([port] {
             QTcpSocket control;
             control.connectToHost(QHostAddress::LocalHost, port);
             control.waitForConnected(2'000);
@@ -324,10 +317,6 @@ private Q_SLOTS:
                           "Connection: close\r\n\r\n");
             control.waitForReadyRead(2'000);
         });
-        QCOMPARE(requests.size(), 3);
-        QCOMPARE(toolResultIn(requests[1]), QString("ecou: unu"));
-        QCOMPARE(toolResultIn(requests[2]), QString("ecou: doi"));
-        QVERIFY(!QFile::exists(m_browserLog));
 
         const QJsonObject stored = storedServers().first().toObject();
         const QByteArray file = settingsFile();

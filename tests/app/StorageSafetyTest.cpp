@@ -99,8 +99,7 @@ class StorageSafetyTest : public QObject
         QCOMPARE(kelo({ "mcp", "add", "Vechi", "http://127.0.0.1:9/mcp" }).exitCode, 0);
     }
 
-    // The memory file as the app reads it back: how many messages it holds, or -1 when it could not
-    // be read whole.
+    // Messages the app reads back, or -1 when the file could not be read whole.
     int readableMessages() const
     {
         const ConversationMemoryStore memory(m_home->dataHome() + QStringLiteral("/Kelo"), nullptr);
@@ -121,14 +120,10 @@ private Q_SLOTS:
         m_home.reset();
     }
 
-    // SIGKILL at random moments while `kelo ask` writes the memory (and, on its first start, the
-    // settings) and while `kelo config set` writes settings and secrets: each file is afterwards the
-    // old or the new whole content, never less, and the next run works.
+    // Killed mid-write, every file is the old or the new whole content and the next run works.
     void killedAtRandomMomentsEveryFileStaysWhole()
     {
         seedEveryFile();
-        QElapsedTimer clock;
-        clock.start();
         // The quickest of three runs: a busy machine must not stretch every delay.
         qint64 typicalMs = std::numeric_limits<qint64>::max();
         for (int i = 0; i < 3; ++i) {
@@ -142,7 +137,6 @@ private Q_SLOTS:
             processEnvironment.insert(name, value);
         int messagesBefore = readableMessages();
         int kills = 0;
-        int killedAfterAWrite = 0;
         int round = 0;
         for (; kills < 60 && round < 300; ++round) {
             const bool ask = round % 3 != 2;
@@ -151,7 +145,6 @@ private Q_SLOTS:
                 QSettings settings(settingsFile(), QSettings::IniFormat);
                 settings.remove(QStringLiteral("kelo.didRemoveLegacyLocalModels.v2"));
             }
-            const QByteArray settingsBefore = contents(settingsFile());
             QProcess process;
             process.setProcessEnvironment(processEnvironment);
             const QString value = QStringLiteral("valoare-%1").arg(round);
@@ -168,17 +161,13 @@ private Q_SLOTS:
                 QVERIFY(process.waitForFinished(5'000));
                 ++kills;
             }
-            // The machine's pace changes under other work: aim the next kill earlier after a run
-            // that finished first, a little later after one that was cut.
+            // Follow the machine's pace: earlier after a run that finished, later after a cut one.
             typicalMs = killed ? typicalMs * 21 / 20 : std::max<qint64>(typicalMs * 4 / 5, 20);
 
             const int messages = readableMessages();
             QVERIFY2(messages >= messagesBefore,
                 qPrintable(
                     QStringLiteral("round %1: %2 messages, %3 before").arg(round).arg(messages).arg(messagesBefore)));
-            // Killed after some of its writes landed: the kill came while it was writing.
-            if (killed && (messages > messagesBefore || contents(settingsFile()) != settingsBefore))
-                ++killedAfterAWrite;
             messagesBefore = messages;
             QSettings settings(settingsFile(), QSettings::IniFormat);
             QVERIFY2(settings.allKeys().contains(QStringLiteral("mcpServers")), qPrintable(contents(settingsFile())));
@@ -193,13 +182,11 @@ private Q_SLOTS:
         const Run after = kelo({ "ask", "la final" });
         QCOMPARE(after.exitCode, 0);
         QCOMPARE(after.out, QStringLiteral("da\n"));
-        qInfo("%d of %d runs killed mid-way (%d after some of their writes), in %lld ms", kills, round,
-            killedAfterAWrite, clock.elapsed());
+        qInfo("%d of %d runs killed mid-way", kills, round);
         QVERIFY(kills >= 50);
     }
 
-    // The memory file on a full disk: the answer is printed, the earlier conversation stays exactly
-    // as it was, and the user is told in Romanian with a failing exit code.
+    // The answer is still printed; the earlier conversation stays and the failure is told.
     void memoryOnAFullDiskIsKeptAndTheUserTold()
     {
         if (!namespacesAvailable())
@@ -223,10 +210,10 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "ask", "după" }).exitCode, 0);
     }
 
-    void settingsSecretsAndServersOnAFullDiskAreKept()
+    void settingsSecretsAndServersOnAFullOrReadOnlyDiskAreKept()
     {
         if (!namespacesAvailable())
-            QSKIP("unshare -rm is not available: no private tmpfs can be mounted here");
+            QSKIP("unshare -rm is not available: no private tmpfs or read-only mount can be made here");
         seedEveryFile();
         const QByteArray settings = contents(settingsFile());
         const QByteArray secrets = contents(secretsFile());
@@ -243,24 +230,15 @@ private Q_SLOTS:
             QCOMPARE(contents(settingsFile()), settings);
             QCOMPARE(contents(secretsFile()), secrets);
         }
-        QCOMPARE(kelo({ "config", "get", "elevenAPIKey", "--show-secrets" }).out, QStringLiteral("sk-vechi-1234\n"));
-    }
-
-    void configSetIntoAReadOnlyDirectoryFails()
-    {
-        if (!namespacesAvailable())
-            QSKIP("unshare -rm is not available: no read-only mount can be made here");
-        QCOMPARE(kelo({ "config", "set", "customPrompt", "vechi" }).exitCode, 0);
-        const QByteArray settings = contents(settingsFile());
+        // A read-only config folder refuses the same way.
         const Run readOnly = keloOnDisk("readonly", "0", { "config", "set", "customPrompt", "nou" });
         QCOMPARE(readOnly.exitCode, 1);
         QVERIFY2(readOnly.lastErrorLine().contains(QStringLiteral("nu am permisiunea de a scrie")),
             qPrintable(readOnly.err));
         QCOMPARE(contents(settingsFile()), settings);
+        QCOMPARE(kelo({ "config", "get", "elevenAPIKey", "--show-secrets" }).out, QStringLiteral("sk-vechi-1234\n"));
     }
 
-    // The disk fills while the model arrives: the model already installed stays, no partial file is
-    // left to take the room, and the reason is told.
     void modelDownloadOnAFullDiskLeavesNoDamage()
     {
         if (!namespacesAvailable())
@@ -277,8 +255,6 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(installed + QStringLiteral(".part")));
     }
 
-    // A memory path that is a symbolic link is not written through: the file it points at keeps its
-    // contents, the link stays, and the user is told.
     void memoryThroughASymbolicLinkIsRefused()
     {
         const QString elsewhere = m_home->path() + QStringLiteral("/alt-program.json");
@@ -295,8 +271,6 @@ private Q_SLOTS:
         QVERIFY(QFileInfo(memoryFile()).isSymLink());
     }
 
-    // Another program's model under the shared cache survives start-up, and a start-up with a sound
-    // settings file writes nothing to it.
     void startUpLeavesOtherProgramsAndSoundSettingsAlone()
     {
         const QString foreign
@@ -318,8 +292,7 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo(settingsFile()).lastModified(), modified);
     }
 
-    // A settings file QSettings cannot parse is copied aside before the first rewrite, once, and the
-    // user is told where.
+    // Copied aside once, before the first rewrite.
     void damagedSettingsAreKeptAsideBeforeAnyRewrite()
     {
         const QByteArray damaged = "[General\ncustomPrompt=păstrat\nlinie fără egal\n\x01\x02";

@@ -7,7 +7,6 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTcpServer>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
@@ -26,14 +25,9 @@ QJsonArray array(const char *json)
     return QJsonDocument::fromJson(json).array();
 }
 
-QJsonObject message(const QString &role, const QJsonValue &content)
-{
-    return { { QStringLiteral("role"), role }, { QStringLiteral("content"), content } };
-}
-
 QJsonArray oneUserMessage()
 {
-    return { message(QStringLiteral("user"), QStringLiteral("Salut")) };
+    return { QJsonObject { { QStringLiteral("role"), "user" }, { QStringLiteral("content"), "Salut" } } };
 }
 
 Reply chatReply(const char *assistantMessage)
@@ -72,8 +66,7 @@ ZenToolDefinition searchTool()
         object(R"({"type":"object","properties":{"query":{"type":"string"}}})") };
 }
 
-// Arguments as text or as an object; unparsable or non-object arguments give empty ones; calls
-// without a name and entries that are not calls are dropped.
+// Unparsable or non-object arguments become empty; nameless calls and non-calls are dropped.
 const char *const replyWithToolCalls = R"({
             "content": [{"type":"text","text":"unu"}, 7, {"type":"text","text":"doi"}],
             "tool_calls": [
@@ -161,19 +154,11 @@ private Q_SLOTS:
         AsyncTest::await(m_service->fetchModels(QStringLiteral("\tsk-2 ")));
         const auto post = m_server->requests("/chat/completions").first();
         QCOMPARE(post.header("Authorization"), QByteArray("Bearer sk-1"));
-        QCOMPARE(post.header("Accept"), QByteArray("text/event-stream, application/json"));
-        QCOMPARE(post.header("Content-Type"), QByteArray("application/json"));
-        const auto get = m_server->requests("/models").first();
-        QCOMPARE(get.header("Authorization"), QByteArray("Bearer sk-2"));
-        QCOMPARE(get.header("Accept"), QByteArray("application/json"));
-
+        QCOMPARE(m_server->requests("/models").first().header("Authorization"), QByteArray("Bearer sk-2"));
         const QJsonObject plain = post.json();
         QCOMPARE(plain.value("model").toString(), QStringLiteral("big-pickle"));
         QCOMPARE(plain.value("messages").toArray(), messages);
-        QCOMPARE(plain.value("temperature").toDouble(), 0.55);
-        QCOMPARE(plain.value("stream"), QJsonValue(true));
-        QVERIFY(!plain.contains("tools"));
-        QVERIFY(!plain.contains("tool_choice"));
+        QVERIFY(!plain.contains("tools") && !plain.contains("tool_choice"));
 
         chat(QStringLiteral("big-pickle"), messages, { searchTool() });
         const QJsonObject withTools = m_server->requests().last().json();
@@ -299,26 +284,18 @@ private Q_SLOTS:
         QCOMPARE(error->description(), QStringLiteral("OpenCode Zen a returnat un răspuns neașteptat."));
     }
 
+    // Limits of the transport are not turned into service errors.
     void transportFailuresPassThrough()
     {
         m_server->on("POST", "/chat/completions", Reply::text(QByteArray(9 * 1024 * 1024, ' '), 200));
         const auto tooLarge = AsyncTest::awaitError<URLError>(
             m_service->completeChat(QStringLiteral("k"), QStringLiteral("big-pickle"), oneUserMessage(), {}));
         QVERIFY(tooLarge && tooLarge->code() == URLError::dataLengthExceedsMaximum);
-
-        QTcpServer closed;
-        QVERIFY(closed.listen(QHostAddress::LocalHost));
-        const quint16 port = closed.serverPort();
-        closed.close();
-        ZenAPIService unreachable(QStringLiteral("http://127.0.0.1:%1").arg(port), nullptr);
-        const auto refused = AsyncTest::awaitError<URLError>(unreachable.fetchModels(QStringLiteral("k")));
-        QVERIFY(refused && refused->code() == URLError::cannotConnectToHost);
     }
 
     void modelListIsFilteredCompletedAndSorted()
     {
-        // Free means "free": true or both prices zero (as numbers or numeric text); entries without a
-        // text id are skipped, and two families of ids are never offered.
+        // Free: "free": true or both prices zero; no text id, or a hidden family, is skipped.
         m_server->on("GET", "/models", jsonReply(R"({"data":[
             {"id":"paid-z","name":"Zeta"},
             {"id":"free-b","display_name":"beta","free":true},
@@ -335,8 +312,7 @@ private Q_SLOTS:
         const QList<ZenModel> models = AsyncTest::await(m_service->fetchModels(QStringLiteral("k")));
         QLocale::setDefault(QLocale::c());
 
-        // Big Pickle leads, then the free models, then the paid, each by name ignoring case; ties
-        // ("Same", "same") keep the service's order.
+        // Big Pickle, then free, then paid, by name ignoring case; ties keep the service's order.
         QCOMPARE(ids(models),
             (QStringList { "big-pickle", "free-c", "free-a", "free-b", "paid-text", "paid-half", "paid-free-text",
                 "paid-same-2", "unnamed", "paid-z" }));
@@ -380,16 +356,9 @@ private Q_SLOTS:
         QVERIFY(!body.contains("stream"));
         const QJsonArray messages = body.value("messages").toArray();
         QCOMPARE(messages.size(), 2);
-        QCOMPARE(messages.at(0).toObject(),
-            message("system", "Ești un compactor de memorie. Returnează numai memoria actualizată."));
-        const QString expectedUser = QStringLiteral(
-            "Actualizează memoria compactă a unui companion AI.\n"
-            "Păstrează numai informații utile pentru conversații viitoare: preferințe, proiecte, decizii, "
-            "persoane/obiecte importante, obiective și fire deschise.\n"
-            "Nu păstra parole, chei API, tokenuri sau date sensibile.\n"
-            "Scrie în română, maximum 450 de cuvinte, în bullet-uri scurte.\n\n"
-            "Memorie existentă:\n• vechi\n\nConversație nouă:\nUtilizator: salut");
-        QCOMPARE(messages.at(1).toObject(), message("user", expectedUser));
+        QCOMPARE(messages.at(0)["role"].toString(), QStringLiteral("system"));
+        QVERIFY(messages.at(1)["content"].toString().endsWith(
+            QStringLiteral("Memorie existentă:\n• vechi\n\nConversație nouă:\nUtilizator: salut")));
 
         // The compaction follows the same routing as a turn.
         QCOMPARE(AsyncTest::await(m_service->summarizeMemory(QStringLiteral("k"), QStringLiteral("gpt-4o"), {}, {})),
@@ -398,8 +367,7 @@ private Q_SLOTS:
         QVERIFY(!m_server->requests("/responses").first().json().contains("stream"));
     }
 
-    // Each stream is sent in the chunks given; with "holds open" the server keeps the connection
-    // after them, so only the stream's own end can finish the answer.
+    // "holds open": the server keeps the connection, so only the stream's own end finishes it.
     void streamedAnswersArriveInPieces_data()
     {
         QTest::addColumn<QString>("model");

@@ -32,7 +32,6 @@ private Q_SLOTS:
     {
         FakeHttpServer server;
         server.on("GET", "/missing", Reply::text("nope", 404));
-        server.on("POST", "/broken", Reply::text("", 500));
         Reply reply = Reply::text("ok");
         reply.headers.append(qMakePair(QByteArray("mcp-session-ID"), QByteArray("abc")));
         server.on("POST", "/rpc", reply);
@@ -42,10 +41,6 @@ private Q_SLOTS:
         QCOMPARE(missing.status, 404);
         QCOMPARE(missing.body, QByteArray("nope"));
         QVERIFY(!missing.isSuccess());
-
-        const HttpReply broken = AsyncTest::await(client.post(requestTo(server.baseUrl() + "/broken"), "{}", {}));
-        QCOMPARE(broken.status, 500);
-        QVERIFY(broken.body.isEmpty());
 
         QNetworkRequest request = requestTo(server.baseUrl() + "/rpc");
         request.setRawHeader("X-Probe", "1");
@@ -141,58 +136,38 @@ private Q_SLOTS:
         QCOMPARE(AsyncTest::awaitError<URLError>(get("/open", options))->code(), URLError::cannotDecodeContentData);
     }
 
-    void oversizedBodiesAreRefusedOrCut()
+    // Each transport failure is its own URLError; a body over the limit may be cut instead.
+    void transportFailuresBecomeURLErrors()
     {
         FakeHttpServer server;
         server.on("GET", "/huge", Reply::text(QByteArray(300'000, 'x')));
-        HttpClient client;
-
-        HttpClient::Options refuse;
-        refuse.maxBodyBytes = 100'000;
-        const auto error = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/huge"), refuse));
-        QVERIFY(error);
-        QCOMPARE(error->code(), URLError::dataLengthExceedsMaximum);
-
-        HttpClient::Options cut = refuse;
-        cut.truncateAtLimit = true;
-        const HttpReply answer = AsyncTest::await(client.get(requestTo(server.baseUrl() + "/huge"), cut));
-        QCOMPARE(answer.body.size(), 100'000);
-        QVERIFY(answer.truncated);
-        QCOMPARE(answer.status, 200);
-    }
-
-    void transportFailuresAndTimeOutsBecomeURLErrors()
-    {
-        HttpClient client;
-        QTcpServer closed;
-        QVERIFY(closed.listen(QHostAddress::LocalHost));
-        const quint16 port = closed.serverPort();
-        closed.close();
-
-        const auto refused = AsyncTest::awaitError<URLError>(
-            client.get(requestTo(QStringLiteral("http://127.0.0.1:%1/x").arg(port)), {}));
-        QVERIFY(refused);
-        QCOMPARE(refused->code(), URLError::cannotConnectToHost);
-        QVERIFY(!refused->description().isEmpty());
-
-        const auto bad = AsyncTest::awaitError<URLError>(client.get(requestTo(QStringLiteral("not a url")), {}));
-        QVERIFY(bad);
-        QCOMPARE(bad->code(), URLError::badURL);
-
-        FakeHttpServer server;
         Reply silent;
         silent.neverAnswer = true;
         server.on("GET", "/silent", silent);
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        const QString refused = QStringLiteral("http://127.0.0.1:%1/x").arg(closed.serverPort());
+        closed.close();
+        HttpClient client;
         HttpClient::Options options;
+        options.maxBodyBytes = 100'000;
         options.timeoutMs = 300;
-        const auto timedOut
-            = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/silent"), options));
-        QVERIFY(timedOut);
-        QCOMPARE(timedOut->code(), URLError::timedOut);
+        const auto codeOf = [&](const QString &url) {
+            const auto error = AsyncTest::awaitError<URLError>(client.get(requestTo(url), options));
+            return error ? int(error->code()) : -1;
+        };
+        QCOMPARE(codeOf(server.baseUrl() + "/huge"), int(URLError::dataLengthExceedsMaximum));
+        QCOMPARE(codeOf(refused), int(URLError::cannotConnectToHost));
+        QCOMPARE(codeOf(QStringLiteral("not a url")), int(URLError::badURL));
+        QCOMPARE(codeOf(server.baseUrl() + "/silent"), int(URLError::timedOut));
+
+        options.truncateAtLimit = true;
+        const HttpReply cut = AsyncTest::await(client.get(requestTo(server.baseUrl() + "/huge"), options));
+        QVERIFY(cut.truncated && cut.status == 200);
+        QCOMPARE(cut.body.size(), 100'000);
     }
 
-    // However steadily a server drips its reply, the request ends at its deadline with the time-out
-    // text, not when the server is done.
+    // A steady drip cannot keep a request alive past its deadline.
     void aDrippingServerMeetsTheDeadline()
     {
         FakeHttpServer server;
@@ -205,8 +180,7 @@ private Q_SLOTS:
         QElapsedTimer timer;
         timer.start();
         const auto error = AsyncTest::awaitError<URLError>(client.get(requestTo(server.baseUrl() + "/drip"), options));
-        QVERIFY(error);
-        QCOMPARE(error->code(), URLError::timedOut);
+        QVERIFY(error && error->code() == URLError::timedOut);
         QVERIFY(error->description().contains(QStringLiteral("a expirat")));
         QVERIFY2(timer.elapsed() >= 850 && timer.elapsed() < 2'500, qPrintable(QString::number(timer.elapsed())));
 
@@ -321,8 +295,7 @@ private Q_SLOTS:
         smuggled.setRawHeader("xi-api-key", "cheie\r\nX-Injected: 1");
         HttpClient client;
         const auto error = AsyncTest::awaitError<HeaderValueError>(client.get(smuggled, {}));
-        QVERIFY(error);
-        QCOMPARE(error->headerName(), QStringLiteral("xi-api-key"));
+        QVERIFY(error && error->headerName() == QStringLiteral("xi-api-key"));
         QVERIFY(error->description().contains(QStringLiteral("caractere de control")));
         QVERIFY(server.requests().isEmpty());
     }

@@ -1,22 +1,16 @@
 #include "settings/LegacyLocalModelCleaner.h"
 
+#include "SettingsTestSupport.h"
 #include "TemporaryHome.h"
 
-#include <QDir>
-#include <QFile>
 #include <QSettings>
 #include <QTest>
 
 namespace {
-
 void makeFile(const QString &path)
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("weights");
+    SettingsTestSupport::writeFile(path, "weights");
 }
-
 } // namespace
 
 class LegacyLocalModelCleanerTest : public QObject
@@ -42,7 +36,6 @@ private Q_SLOTS:
         };
         const QStringList kept {
             // What other programs downloaded into the shared caches is theirs.
-            cache("huggingface/hub/models--mlx-community--qwen-x/file"),
             cache("huggingface/hub/models--mlx-community--gemma-2-2b/config.json"),
             cache("models/mlx-community/Qwen3-4B/weights.npz"),
             m_home->dataHome() + "/other/models--mlx-community--qwen/w.bin",
