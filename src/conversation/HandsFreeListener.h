@@ -18,8 +18,8 @@ class HandsFreeListener : public QObject
 
 public:
     // `mayListen` says whether the store is free for a new turn (no turn running, nothing spoken, a key set…).
-    HandsFreeListener(
-        SpeechRecognizer *recognizer, AppSettings *settings, std::function<bool()> mayListen, QObject *parent = nullptr);
+    HandsFreeListener(SpeechRecognizer *recognizer, AppSettings *settings, std::function<bool()> mayListen,
+        QObject *parent = nullptr);
 
     // Whether the next playback end starts listening: the last turn came from the microphone.
     void setArmed(bool armed) { m_armed = armed; }

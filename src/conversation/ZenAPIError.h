@@ -8,10 +8,10 @@ class ZenAPIError : public KeloError
 public:
     enum Kind { unsupportedModel, server, missingAPIKey, invalidResponse };
 
-    static ZenAPIError makeUnsupportedModel(QString modelID) { return {unsupportedModel, std::move(modelID)}; }
-    static ZenAPIError makeServer(QString message) { return {server, std::move(message)}; }
-    static ZenAPIError makeMissingAPIKey() { return {missingAPIKey, {}}; }
-    static ZenAPIError makeInvalidResponse() { return {invalidResponse, {}}; }
+    static ZenAPIError makeUnsupportedModel(QString modelID) { return { unsupportedModel, std::move(modelID) }; }
+    static ZenAPIError makeServer(QString message) { return { server, std::move(message) }; }
+    static ZenAPIError makeMissingAPIKey() { return { missingAPIKey, {} }; }
+    static ZenAPIError makeInvalidResponse() { return { invalidResponse, {} }; }
 
     Kind kind() const { return m_kind; }
     // The model id for unsupportedModel, the server's message for server.
@@ -36,8 +36,7 @@ private:
     ZenAPIError(Kind kind, QString payload)
         : m_kind(kind)
         , m_payload(std::move(payload))
-    {
-    }
+    { }
 
     Kind m_kind;
     QString m_payload;

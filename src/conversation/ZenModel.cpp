@@ -2,7 +2,7 @@
 
 QJsonObject ZenModel::toJson() const
 {
-    return {{QStringLiteral("id"), id}, {QStringLiteral("name"), name}, {QStringLiteral("isFree"), isFree}};
+    return { { QStringLiteral("id"), id }, { QStringLiteral("name"), name }, { QStringLiteral("isFree"), isFree } };
 }
 
 std::optional<ZenModel> ZenModel::fromJson(const QJsonValue &value)
@@ -13,5 +13,5 @@ std::optional<ZenModel> ZenModel::fromJson(const QJsonValue &value)
     const QJsonValue isFree = object.value(QLatin1String("isFree"));
     if (!id.isString() || !name.isString() || !isFree.isBool())
         return std::nullopt;
-    return ZenModel{id.toString(), name.toString(), isFree.toBool()};
+    return ZenModel { id.toString(), name.toString(), isFree.toBool() };
 }

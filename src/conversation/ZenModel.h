@@ -20,7 +20,7 @@ public:
     QString name;
     bool isFree = false;
 
-    static ZenModel bigPickle() { return {QStringLiteral("big-pickle"), QStringLiteral("Big Pickle"), true}; }
+    static ZenModel bigPickle() { return { QStringLiteral("big-pickle"), QStringLiteral("Big Pickle"), true }; }
 
     QJsonObject toJson() const;
     static std::optional<ZenModel> fromJson(const QJsonValue &value);

@@ -42,8 +42,8 @@ QString elevenLabsBaseURL()
 
 QString whisperModelBaseURL()
 {
-    return fromEnvironment("KELO_WHISPER_MODEL_BASE_URL",
-                           QStringLiteral("https://huggingface.co/ggerganov/whisper.cpp/resolve/main"));
+    return fromEnvironment(
+        "KELO_WHISPER_MODEL_BASE_URL", QStringLiteral("https://huggingface.co/ggerganov/whisper.cpp/resolve/main"));
 }
 
 } // namespace Endpoints

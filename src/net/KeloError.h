@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+
 #include <exception>
 
 // Base of every error Kelo throws: each carries the Romanian text the user sees.

@@ -3,8 +3,7 @@
 namespace Presets {
 
 namespace {
-template<typename Enum>
-std::optional<Enum> fromRawValue(const QList<Enum> &all, const QString &raw)
+template<typename Enum> std::optional<Enum> fromRawValue(const QList<Enum> &all, const QString &raw)
 {
     for (Enum value : all) {
         if (rawValue(value) == raw)
@@ -16,19 +15,19 @@ std::optional<Enum> fromRawValue(const QList<Enum> &all, const QString &raw)
 
 QList<PersonalityPreset> allPersonalities()
 {
-    return {PersonalityPreset::calm, PersonalityPreset::creative, PersonalityPreset::direct,
-            PersonalityPreset::companion};
+    return { PersonalityPreset::calm, PersonalityPreset::creative, PersonalityPreset::direct,
+        PersonalityPreset::companion };
 }
 
 QList<ResponseLengthPreset> allResponseLengths()
 {
-    return {ResponseLengthPreset::short_, ResponseLengthPreset::balanced, ResponseLengthPreset::detailed};
+    return { ResponseLengthPreset::short_, ResponseLengthPreset::balanced, ResponseLengthPreset::detailed };
 }
 
 QList<VoiceEnginePreset> allVoiceEngines()
 {
-    return {VoiceEnginePreset::appleLocal, VoiceEnginePreset::googleCloud, VoiceEnginePreset::azureSpeech,
-            VoiceEnginePreset::elevenLabs};
+    return { VoiceEnginePreset::appleLocal, VoiceEnginePreset::googleCloud, VoiceEnginePreset::azureSpeech,
+        VoiceEnginePreset::elevenLabs };
 }
 
 QString rawValue(PersonalityPreset preset)
