@@ -95,9 +95,14 @@ void FakeHttpServer::answer(std::shared_ptr<QHttpServerResponder> responder, con
 {
     if (reply.neverAnswer)
         m_heldResponders.append(responder);
-    else if (reply.delayMs > 0)
-        QTimer::singleShot(reply.delayMs, this, [this, responder, reply] { send(responder, reply); });
-    else
+    else if (reply.delayMs > 0) {
+        // The responder keeps a raw socket pointer: a client that gives up meanwhile must be noticed here.
+        const QPointer<QTcpSocket> socket(responder->socket());
+        QTimer::singleShot(reply.delayMs, this, [this, socket, responder, reply] {
+            if (socket)
+                send(responder, reply);
+        });
+    } else
         send(responder, reply);
 }
 
