@@ -3,6 +3,7 @@
 #include "settings/AppSettings.h"
 
 #include <QAudioDevice>
+#include <QCoreApplication>
 #include <QJsonObject>
 #include <QMediaDevices>
 #include <QStandardPaths>
@@ -59,9 +60,9 @@ QString audioUnavailableReason()
 
 int playingStreams()
 {
-    return int(
-        run(QStringLiteral("pactl"), { QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs") })
-            .count('\n'));
+    // Only this process's streams: other tests and programs may share the sound server.
+    const QByteArray owner = "application.process.id = \"" + QByteArray::number(QCoreApplication::applicationPid()) + '"';
+    return int(run(QStringLiteral("pactl"), { QStringLiteral("list"), QStringLiteral("sink-inputs") }).count(owner));
 }
 
 AudioLevels measure(const QByteArray &pcm16kMono)

@@ -35,7 +35,7 @@ QString audioUnavailableReason();
             QSKIP(qPrintable(kelo_audio_problem));                                                                     \
     } while (false)
 
-// Playback streams the sound server has open, as pactl lists them.
+// Playback streams this process has open on the sound server, as pactl lists them.
 int playingStreams();
 
 // Statistics of 16 kHz mono s16le audio.
