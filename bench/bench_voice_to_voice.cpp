@@ -6,7 +6,7 @@
 // (150 ms per request, a real MP3) into the PulseAudio null sink of the test services.
 //
 //   source scripts/test-services.sh && kelo_start_services
-//   build/bench/bench_voice_to_voice [--runs N] [--model PATH]
+//   build/bench/bench_voice_to_voice [--runs N] [--model PATH] [--threads N (default: by load)]
 //
 // Both modes run in the same process, alternating, so they see the same machine load.
 #include "FakeHttpServer.h"
@@ -27,6 +27,7 @@
 #include <QCoroTask>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QJsonArray>
@@ -122,29 +123,62 @@ WavFile utterance(const QString &directory)
     return wav;
 }
 
-// Silent stretches of at least 200 ms between the first and the last audible 20 ms window of a
-// 16 kHz mono s16le recording. The voice's MP3 is one sentence without commas, whose pauses between
-// words are far shorter, so each such stretch is a gap the player left between two pieces.
-int gapsBetweenPieces(const QByteArray &pcm)
+// 20 ms windows of s16le mono audio, each either audible or silent.
+QList<bool> audibleWindows(const QByteArray &pcm, int sampleRate)
 {
-    constexpr int kWindow = 320;
-    constexpr int kGapWindows = 10;
+    const int window = sampleRate / 50;
     const auto *samples = reinterpret_cast<const qint16 *>(pcm.constData());
     const qsizetype count = pcm.size() / 2;
     QList<bool> audible;
-    for (qsizetype start = 0; start + kWindow <= count; start += kWindow) {
+    for (qsizetype start = 0; start + window <= count; start += window) {
         double sum = 0;
-        for (int i = 0; i < kWindow; ++i)
+        for (int i = 0; i < window; ++i)
             sum += double(samples[start + i]) * samples[start + i];
-        audible.append(std::sqrt(sum / kWindow) > 300.0);
+        audible.append(std::sqrt(sum / window) > 300.0);
     }
+    return audible;
+}
+
+// Silence the voice's own MP3 carries before and after its words, in ms: two pieces played back to
+// back are separated by this much even when the player adds nothing.
+int paddingMs(const QByteArray &mp3, const QString &directory)
+{
+    const QString mp3Path = directory + QStringLiteral("/voice.mp3");
+    const QString wavPath = directory + QStringLiteral("/voice.wav");
+    QFile file(mp3Path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(mp3) != mp3.size())
+        return -1;
+    file.close();
+    if (QProcess::execute(
+            QStringLiteral("lame"), { QStringLiteral("--quiet"), QStringLiteral("--decode"), mp3Path, wavPath })
+        != 0)
+        return -1;
+    const WavFile wav = WavFile::read(wavPath);
+    QByteArray pcm;
+    for (const float sample : AudioMath::downmix(wav.interleaved, wav.channels)) {
+        const qint16 value = qint16(std::clamp(sample, -1.0f, 1.0f) * 32767);
+        pcm.append(reinterpret_cast<const char *>(&value), 2);
+    }
+    const QList<bool> audible = audibleWindows(pcm, wav.sampleRate);
+    if (!audible.contains(true))
+        return -1;
+    return int(audible.indexOf(true) + (audible.size() - 1 - audible.lastIndexOf(true))) * 20;
+}
+
+// Silences inside the answer longer than the MP3's own padding plus 100 ms, in a 16 kHz mono s16le
+// recording of the sink: time the player added between two pieces. The voice's sentence has no
+// commas, so its own pauses between words are far shorter.
+int gapsBetweenPieces(const QByteArray &pcm, int paddingMs)
+{
+    const QList<bool> audible = audibleWindows(pcm, 16'000);
+    const int gapWindows = (paddingMs + 100) / 20;
     const qsizetype first = audible.indexOf(true);
     const qsizetype last = audible.lastIndexOf(true);
     int gaps = 0;
     int silentRun = 0;
     for (qsizetype i = first; first >= 0 && i <= last; ++i) {
         silentRun = audible[i] ? 0 : silentRun + 1;
-        gaps += silentRun == kGapWindows ? 1 : 0;
+        gaps += silentRun == gapWindows ? 1 : 0;
     }
     return gaps;
 }
@@ -167,7 +201,11 @@ bool spinUntil(const std::function<bool()> &done, int timeoutMs)
 struct Run
 {
     double releaseToFirstAudio = -1;
+    // Where the time went: release → the model's request, → the first voice request.
+    double releaseToModel = -1;
+    double releaseToVoice = -1;
     int gaps = 0;
+    int underruns = 0;
     QString failure;
 };
 
@@ -177,13 +215,20 @@ public:
     Harness(const QString &modelPath, WavFile wav)
         : m_wav(std::move(wav))
     {
-        m_service.on("POST", QStringLiteral("/chat/completions"),
-            [this](const FakeHttpServer::Request &) { return m_streamed ? streamedAnswer() : wholeAnswer(); });
+        m_service.on("POST", QStringLiteral("/chat/completions"), [this](const FakeHttpServer::Request &) {
+            stamp(m_modelAt);
+            return m_streamed ? streamedAnswer() : wholeAnswer();
+        });
         const QByteArray mp3 = VoiceTestSupport::makeSpeechMp3(
             QStringLiteral("Mâine va fi o zi frumoasă cu soare la București"), QStringLiteral("24"));
+        m_paddingMs = paddingMs(mp3, m_scratch.path());
         Reply voice = Reply::text(mp3, 200, "audio/mpeg");
         voice.delayMs = kVoiceDelayMs;
-        m_service.on("POST", QStringLiteral("/v1/text-to-speech/bench"), voice);
+        m_service.on(
+            "POST", QStringLiteral("/v1/text-to-speech/bench"), [this, voice](const FakeHttpServer::Request &) {
+                stamp(m_voiceAt);
+                return voice;
+            });
 
         AppSettings *settings = m_store.settings();
         settings->setMemoryEnabled(false);
@@ -201,7 +246,7 @@ public:
     }
 
     // Loads the model with the 30-token cap before the first press, as the app preloads it.
-    bool prepare()
+    bool prepare(int threads)
     {
         auto *speech = VoiceTurnAdapter::recognizerOf(m_store);
         bool loaded = false;
@@ -216,7 +261,7 @@ public:
         const std::shared_ptr<WhisperModel> model = speech->recognitionModels()->loadedModel();
         if (!model)
             return false;
-        model->setDecoding({ .maxTokens = 30 });
+        model->setDecoding({ .maxTokens = 30, .threads = threads });
         return true;
     }
 
@@ -253,11 +298,13 @@ public:
     }
 
     bool streamingAvailable() const { return VoiceTurnAdapter::streamsAnswers(); }
+    int voicePaddingMs() const { return m_paddingMs; }
 
     Run run(bool streamed)
     {
         m_streamed = streamed;
         m_release.invalidate();
+        m_modelAt = m_voiceAt = -1;
         Run result;
         bool firstAudio = false;
         bool turnDone = false;
@@ -275,14 +322,32 @@ public:
         m_store.stopPushToTalk();
         if (!spinUntil([&] { return firstAudio; }, kTimeoutMs))
             result.failure = QStringLiteral("no audio: ") + VoiceTurnAdapter::lastVoiceError(m_store);
-        spinUntil([&] { return turnDone && !VoiceTurnAdapter::isSpeaking(m_store); }, kTimeoutMs);
-        result.gaps = gapsBetweenPieces(recording.stop());
+        // The answer's output goes when it has played; its count is read while it is still there.
+        spinUntil(
+            [&] {
+                if (const CloudAudioOutput *output = VoiceTurnAdapter::synthesizerOf(m_store)->cloudAudioOutput())
+                    result.underruns = std::max(result.underruns, output->underruns());
+                return turnDone && !VoiceTurnAdapter::isSpeaking(m_store);
+            },
+            kTimeoutMs);
+        result.gaps = gapsBetweenPieces(recording.stop(), m_paddingMs);
+        result.releaseToModel = m_modelAt;
+        result.releaseToVoice = m_voiceAt;
         QObject::disconnect(turn);
         return result;
     }
 
 private:
+    // The first moment of this run's kind, in seconds after the release.
+    void stamp(double &at) const
+    {
+        if (at < 0 && m_release.isValid())
+            at = m_release.nsecsElapsed() / 1e9;
+    }
+
     TemporaryHome m_home;
+    QTemporaryDir m_scratch;
+    int m_paddingMs = -1;
     FakeHttpServer m_service;
     ScopedEnvironment m_zen { "KELO_ZEN_BASE_URL", m_service.baseUrl() };
     ScopedEnvironment m_key { "KELO_ZEN_API_KEY", QStringLiteral("bench") };
@@ -291,12 +356,15 @@ private:
     ChatStore m_store;
     bool m_streamed = false;
     QElapsedTimer m_release;
+    double m_modelAt = -1;
+    double m_voiceAt = -1;
 };
 
 struct Figures
 {
     QList<double> seconds;
     int gaps = 0;
+    int underruns = 0;
     int failures = 0;
 
     double percentile(int percent) const
@@ -309,8 +377,8 @@ struct Figures
     void print(const char *mode) const
     {
         std::printf("%-13s release → first audio: median %.3f s, p90 %.3f s over %lld runs (%d failed); "
-                    "gaps between pieces: %d\n",
-            mode, percentile(50), percentile(90), static_cast<long long>(seconds.size()), failures, gaps);
+                    "underruns: %d; gaps between pieces: %d\n",
+            mode, percentile(50), percentile(90), static_cast<long long>(seconds.size()), failures, underruns, gaps);
     }
 };
 
@@ -324,12 +392,15 @@ int main(int argc, char **argv)
     QGuiApplication app(argc, argv);
     const QStringList args = app.arguments();
     int runs = 10;
+    int threads = 0;
     QString modelPath;
     for (int i = 1; i + 1 < args.size(); ++i) {
         if (args[i] == QLatin1String("--runs"))
             runs = std::max(1, args[i + 1].toInt());
         else if (args[i] == QLatin1String("--model"))
             modelPath = args[i + 1];
+        else if (args[i] == QLatin1String("--threads"))
+            threads = std::max(0, args[i + 1].toInt());
     }
     const QString audioProblem = VoiceTestSupport::audioUnavailableReason();
     if (!audioProblem.isEmpty()) {
@@ -350,11 +421,13 @@ int main(int argc, char **argv)
     std::printf("answer: %lld tokens, %d ms to the first, %d per second\n",
         static_cast<long long>(tokens(kAnswer).size()), kFirstTokenMs, kTokensPerSecond);
     Harness harness(modelPath, wav);
-    if (!harness.prepare()) {
+    if (!harness.prepare(threads)) {
         std::fprintf(stderr, "the model did not load\n");
         return 2;
     }
     harness.checkStreamedService();
+    std::printf("the voice's MP3 carries %d ms of silence at its ends; a gap is a silence longer than that + 100 ms\n",
+        harness.voicePaddingMs());
     QList<bool> modes { false };
     if (harness.streamingAvailable())
         modes.prepend(true);
@@ -375,8 +448,10 @@ int main(int argc, char **argv)
             }
             figures.seconds.append(run.releaseToFirstAudio);
             figures.gaps += run.gaps;
-            std::printf("  %s run %d: %.3f s, %d gaps\n", mode ? "streamed" : "whole", i + 1, run.releaseToFirstAudio,
-                run.gaps);
+            figures.underruns += run.underruns;
+            std::printf("  %s run %d: %.3f s (model asked at %.3f s, voice at %.3f s), %d underruns, %d gaps\n",
+                mode ? "streamed" : "whole", i + 1, run.releaseToFirstAudio, run.releaseToModel, run.releaseToVoice,
+                run.underruns, run.gaps);
         }
     }
     if (modes.contains(true))
