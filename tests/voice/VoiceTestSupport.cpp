@@ -61,7 +61,8 @@ QString audioUnavailableReason()
 int playingStreams()
 {
     // Only this process's streams: other tests and programs may share the sound server.
-    const QByteArray owner = "application.process.id = \"" + QByteArray::number(QCoreApplication::applicationPid()) + '"';
+    const QByteArray owner
+        = "application.process.id = \"" + QByteArray::number(QCoreApplication::applicationPid()) + '"';
     return int(run(QStringLiteral("pactl"), { QStringLiteral("list"), QStringLiteral("sink-inputs") }).count(owner));
 }
 
