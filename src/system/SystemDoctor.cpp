@@ -1,5 +1,6 @@
 #include "SystemDoctor.h"
 
+#include "EchoCancelProbe.h"
 #include "VariantLists.h"
 #include "conversation/ChatStore.h"
 #include "net/KeloError.h"
@@ -64,6 +65,8 @@ QCoro::Task<QList<DoctorCheck>> SystemDoctor::examine(bool live)
     checks << model;
     const QList<DoctorCheck> servers = co_await checkMCPServers();
     checks << servers;
+    const DoctorCheck bargeIn = co_await checkVoiceBargeIn();
+    checks << bargeIn;
     const DoctorCheck scheme = co_await checkSchemeHandler();
     checks << scheme;
     co_return checks;
@@ -255,6 +258,19 @@ QCoro::Task<DoctorCheck> SystemDoctor::checkServer(MCPClient *client, MCPServerC
         co_return toDo(title,
             describeException(std::current_exception()) + QStringLiteral(" Verifică adresa și că serverul rulează."));
     }
+}
+
+// Hearing the user over Kelo's own voice needs the sound server's echo canceller; with the devices
+// tried so far it leaves too much of that voice to tell the user's words apart, so only the orb and
+// Space interrupt an answer. The line says which of the two stands in the way here.
+QCoro::Task<DoctorCheck> SystemDoctor::checkVoiceBargeIn()
+{
+    const EchoCancelProbe::Result echo = co_await EchoCancelProbe().probe();
+    const QString why = echo.available
+        ? QStringLiteral("Anularea ecoului există, dar nu îmi desparte destul de sigur vocea de a ta.")
+        : echo.reason;
+    co_return passed(QStringLiteral("Întrerupere cu vocea"),
+        QStringLiteral("nu este pornită. ") + why + QStringLiteral(" Ca să mă oprești, apasă globul sau Space."));
 }
 
 QCoro::Task<DoctorCheck> SystemDoctor::checkSchemeHandler()

@@ -14,8 +14,9 @@ class MCPServerConfig;
 
 // Checks everything Kelo needs, one line each: the model service's key, the keychain, the speaker
 // and the microphone, speech-dispatcher and its Romanian voice, the recognition model and its
-// checksum, every enabled MCP server, and who opens kelo:// addresses. Each check asks the class
-// that does the real work, so a line reports exactly what the app will meet.
+// checksum, every enabled MCP server, whether speech can interrupt an answer, and who opens kelo://
+// addresses. Each check asks the class that does the real work, so a line reports exactly what the
+// app will meet.
 class SystemDoctor : public QObject
 {
     Q_OBJECT
@@ -58,6 +59,7 @@ private:
     QCoro::Task<DoctorCheck> checkRecognitionModel();
     QCoro::Task<QList<DoctorCheck>> checkMCPServers();
     static QCoro::Task<DoctorCheck> checkServer(MCPClient *client, MCPServerConfig server);
+    static QCoro::Task<DoctorCheck> checkVoiceBargeIn();
     static QCoro::Task<DoctorCheck> checkSchemeHandler();
 
     ChatStore *m_store;
