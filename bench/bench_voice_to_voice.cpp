@@ -201,7 +201,9 @@ bool spinUntil(const std::function<bool()> &done, int timeoutMs)
 struct Run
 {
     double releaseToFirstAudio = -1;
-    // Where the time went: release → the model's request, → the first voice request.
+    // Where the time went: release → the final transcript, → the model's request, → the first voice
+    // request.
+    double releaseToTranscript = -1;
     double releaseToModel = -1;
     double releaseToVoice = -1;
     int gaps = 0;
@@ -237,6 +239,7 @@ public:
         settings->setElevenAPIKey(QStringLiteral("key"));
         settings->setElevenVoiceID(QStringLiteral("bench"));
         auto *speech = VoiceTurnAdapter::recognizerOf(m_store);
+        QObject::connect(speech, &SpeechRecognizer::finalTranscript, [this] { stamp(m_transcriptAt); });
         speech->recognitionModels()->setSessionModelPath(modelPath);
         speech->setAudioInputFactory([this] {
             auto input = std::make_unique<WavFileInput>(m_wav, 1.0);
@@ -304,7 +307,7 @@ public:
     {
         m_streamed = streamed;
         m_release.invalidate();
-        m_modelAt = m_voiceAt = -1;
+        m_transcriptAt = m_modelAt = m_voiceAt = -1;
         Run result;
         bool firstAudio = false;
         bool turnDone = false;
@@ -331,6 +334,7 @@ public:
             },
             kTimeoutMs);
         result.gaps = gapsBetweenPieces(recording.stop(), m_paddingMs);
+        result.releaseToTranscript = m_transcriptAt;
         result.releaseToModel = m_modelAt;
         result.releaseToVoice = m_voiceAt;
         QObject::disconnect(turn);
@@ -356,6 +360,7 @@ private:
     ChatStore m_store;
     bool m_streamed = false;
     QElapsedTimer m_release;
+    double m_transcriptAt = -1;
     double m_modelAt = -1;
     double m_voiceAt = -1;
 };
@@ -449,9 +454,10 @@ int main(int argc, char **argv)
             figures.seconds.append(run.releaseToFirstAudio);
             figures.gaps += run.gaps;
             figures.underruns += run.underruns;
-            std::printf("  %s run %d: %.3f s (model asked at %.3f s, voice at %.3f s), %d underruns, %d gaps\n",
-                mode ? "streamed" : "whole", i + 1, run.releaseToFirstAudio, run.releaseToModel, run.releaseToVoice,
-                run.underruns, run.gaps);
+            std::printf("  %s run %d: %.3f s (transcript at %.3f s, model asked at %.3f, voice at %.3f), %d underruns, "
+                        "%d gaps\n",
+                mode ? "streamed" : "whole", i + 1, run.releaseToFirstAudio, run.releaseToTranscript,
+                run.releaseToModel, run.releaseToVoice, run.underruns, run.gaps);
         }
     }
     if (modes.contains(true))
