@@ -1,13 +1,10 @@
-#include "AsyncTest.h"
 #include "VoiceSamples.h"
 #include "voice/AudioMath.h"
 #include "voice/Resampler.h"
 #include "voice/SpeechRecognitionError.h"
 #include "voice/TranscriptText.h"
 #include "voice/WavFile.h"
-#include "voice/WavFileInput.h"
 
-#include <QSignalSpy>
 #include <QTest>
 
 #include <cmath>
@@ -134,25 +131,6 @@ private Q_SLOTS:
                 QVERIFY(error.description().startsWith(QStringLiteral("Fișierul audio nu poate fi citit")));
             }
         }
-    }
-
-    void fileInputDeliversEveryFrameThenEnds()
-    {
-        WavFile wav;
-        wav.sampleRate = 16000;
-        wav.channels = 2;
-        wav.interleaved = VoiceSamples::sine(200, 0.2, 16000, 0.3 * 2);
-        WavFileInput input(wav, 0.0);
-        qsizetype frames = 0;
-        connect(&input, &AudioInput::bufferCaptured, this, [&](const QVector<float> &buffer, int rate, int channels) {
-            QVERIFY(rate == 16000 && channels == 2 && buffer.size() <= 1024 * 2);
-            frames += buffer.size() / channels;
-        });
-        QSignalSpy ended(&input, &AudioInput::ended);
-        input.start();
-        QVERIFY(AsyncTest::waitUntil([&] { return ended.count() == 1; }));
-        QCOMPARE(frames, wav.frames());
-        QVERIFY(!input.isRunning());
     }
 
     void transcriptsUseCommaBelowLetters()

@@ -6,6 +6,7 @@
 #include <QtEndian>
 #include <qfloat16.h>
 
+#include <numeric>
 #include <random>
 #include <stdexcept>
 #include <vector>
@@ -73,16 +74,12 @@ public:
     void tensor(const QString &name, const QList<int> &dims, bool half, float scale = 0.0f, float offset = 0.0f)
     {
         const QByteArray utf8 = name.toUtf8();
-        int32(qint32(dims.size()));
-        int32(qint32(utf8.size()));
-        int32(half ? 1 : 0);
-        qint64 count = 1;
-        for (int dim : dims) {
+        for (qint32 value : { qint32(dims.size()), qint32(utf8.size()), qint32(half ? 1 : 0) })
+            int32(value);
+        for (int dim : dims)
             int32(dim);
-            count *= dim;
-        }
         bytes(utf8);
-        floats(count, scale, offset, half);
+        floats(std::accumulate(dims.cbegin(), dims.cend(), qint64(1), std::multiplies<>()), scale, offset, half);
     }
 
     std::mt19937 &random() { return m_random; }
@@ -109,7 +106,7 @@ void writeBlock(Writer &out, const QString &prefix, int state, bool half, bool c
         bias(name, state);
     };
     auto attention = [&](const QString &name) {
-        for (const QString part : { u"query"_s, u"key"_s, u"value"_s, u"out"_s }) {
+        for (const QString &part : { u"query"_s, u"key"_s, u"value"_s, u"out"_s }) {
             weight(name + u'.' + part, { state, state });
             if (part != u"key")
                 bias(name + u'.' + part, state);
