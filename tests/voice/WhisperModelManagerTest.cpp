@@ -150,7 +150,7 @@ private Q_SLOTS:
         for (const auto &[name, body, status, kind, says, keepsPart] : cases) {
             m_server->on("GET", "/ggml-test.bin", Reply::text(body, status, "application/octet-stream"));
             const auto error = AsyncTest::awaitError<SpeechRecognitionError>(m_models->download(name));
-            QVERIFY(error);
+            QVERIFY2(error, qPrintable(says));
             QCOMPARE(error->kind(), kind);
             QVERIFY2(error->description().contains(says), qPrintable(error->description()));
             QCOMPARE(QFile::exists(partPath()), keepsPart);

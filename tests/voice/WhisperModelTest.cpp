@@ -149,7 +149,9 @@ private Q_SLOTS:
             { patched({ { 4, 51864 } }), Kind::modelEnglishOnly }, // the English-only vocabulary
             { patched({ { 12, -512 } }), Kind::modelInvalid }, // negative state size
             { patched({ { 48, 80 }, { 52, 1 << 30 } }), Kind::modelInvalid }, // filter table beyond the file
-            { patched({ { record, 5 } }), Kind::modelInvalid }, // a tensor with five dimensions
+            // A tensor with five dimensions, the three added ones of size 1: whisper reads at most four.
+            { patched({ { record, 5 } }).insert(record + 20, QByteArray::fromHex("010000000100000001000000")),
+                Kind::modelInvalid },
             { patched({ { record + 8, 999 } }), Kind::modelInvalid }, // a tensor of an unknown type
         };
         const QString broken = m_dir.filePath(QStringLiteral("broken.bin"));
