@@ -4,9 +4,7 @@
 #include <QDateTime>
 #include <QFuture>
 #include <QList>
-#include <QNetworkReply>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QVariantList>
 #include <QtQml/qqmlregistration.h>
@@ -14,9 +12,9 @@
 #include <memory>
 #include <optional>
 
-class QNetworkAccessManager;
 class TranscriptionWorker;
 class WhisperModel;
+class WhisperModelDownload;
 
 // Where the recognition model lives, which one is chosen, its download (only when the user asks)
 // and loading it once for every run. The chosen path is stored under "whisperModelPath".
@@ -91,11 +89,11 @@ public:
     bool modelAvailable() const;
     QString statusText() const;
 
-    bool isDownloading() const { return m_reply != nullptr; }
+    bool isDownloading() const;
     double downloadProgress() const;
-    QString downloadingModel() const { return m_downloadingName; }
-    qint64 bytesReceived() const { return m_bytesReceived; }
-    qint64 bytesTotal() const { return m_bytesTotal; }
+    QString downloadingModel() const;
+    qint64 bytesReceived() const;
+    qint64 bytesTotal() const;
 
     // Fetches a catalogue model into the models folder, resuming a partial file; checks its SHA-1 and
     // makes it the chosen model. Returns its path. Throws URLError, SpeechRecognitionError or
@@ -132,17 +130,10 @@ private:
     // Throws FileSaveError.
     void storeModelPath(const QString &path);
 
-    QCoro::Task<bool> fetchInto(const CatalogueEntry &entry, const QString &partPath, bool resume);
-    void setProgress(qint64 received, qint64 total);
-
     QList<CatalogueEntry> m_catalogue;
     QString m_sessionModelPath;
-    QNetworkAccessManager *m_network;
-    QPointer<QNetworkReply> m_reply;
-    QString m_downloadingName;
+    WhisperModelDownload *m_download;
     QString m_downloadError;
-    qint64 m_bytesReceived = 0;
-    qint64 m_bytesTotal = 0;
 
     mutable std::optional<FileStamp> m_checkedStamp;
     mutable QString m_checkProblem;

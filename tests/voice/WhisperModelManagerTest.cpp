@@ -17,6 +17,7 @@
 namespace {
 
 using Kind = SpeechRecognitionError::Kind;
+using Reply = FakeHttpServer::Reply;
 
 QByteArray readAll(const QString &path)
 {
@@ -32,31 +33,16 @@ void writeAll(const QString &path, const QByteArray &bytes)
     file.write(bytes);
 }
 
-// A server for one model file that honours "Range: bytes=N-" the way a CDN does.
-FakeHttpServer::Reply rangedReply(const QByteArray &file, const FakeHttpServer::Request &request)
+// A server for one model file that honours "Range: bytes=N-" the way a CDN does, or ignores it.
+Reply rangedReply(const QByteArray &file, const FakeHttpServer::Request &request, bool honoursRanges = true)
 {
     const QByteArray range = request.header("Range");
-    if (!range.startsWith("bytes="))
-        return FakeHttpServer::Reply::text(file, 200, "application/octet-stream");
+    if (!honoursRanges || !range.startsWith("bytes="))
+        return Reply::text(file, 200, "application/octet-stream");
     const qsizetype from = range.mid(6, range.indexOf('-') - 6).toLongLong();
     if (from >= file.size())
-        return FakeHttpServer::Reply::text({}, 416);
-    FakeHttpServer::Reply reply = FakeHttpServer::Reply::text(file.mid(from), 206, "application/octet-stream");
-    reply.headers.append({ "Content-Range",
-        "bytes " + QByteArray::number(from) + '-' + QByteArray::number(file.size() - 1) + '/'
-            + QByteArray::number(file.size()) });
-    return reply;
-}
-
-// Parameters, not lambda captures: a coroutine lambda's captures die with the temporary closure.
-QCoro::Task<> downloadCatchingURLError(WhisperModelManager &models, std::optional<URLError> &error, bool &finished)
-{
-    try {
-        co_await models.download(QStringLiteral("test"));
-    } catch (const URLError &caught) {
-        error = caught;
-    }
-    finished = true;
+        return Reply::text({}, 416);
+    return Reply::text(file.mid(from), 206, "application/octet-stream");
 }
 
 } // namespace
@@ -70,6 +56,7 @@ class WhisperModelManagerTest : public QObject
     std::unique_ptr<TemporaryHome> m_home;
     std::unique_ptr<FakeHttpServer> m_server;
     std::unique_ptr<ScopedEnvironment> m_base;
+    std::unique_ptr<WhisperModelManager> m_models;
 
     WhisperModelManager::CatalogueEntry entry() const
     {
@@ -77,21 +64,8 @@ class WhisperModelManagerTest : public QObject
             QCryptographicHash::hash(m_model, QCryptographicHash::Sha1).toHex(), m_model.size() };
     }
 
-    std::unique_ptr<WhisperModelManager> manager() const
-    {
-        return std::make_unique<WhisperModelManager>(QList<WhisperModelManager::CatalogueEntry> { entry() });
-    }
-
-    void serveWithRanges()
-    {
-        m_server->on("GET", "/ggml-test.bin",
-            [file = m_model](const FakeHttpServer::Request &r) { return rangedReply(file, r); });
-    }
-
-    QString partPath(const WhisperModelManager &models) const
-    {
-        return models.pathFor(entry()) + QStringLiteral(".part");
-    }
+    QString finalPath() const { return m_models->pathFor(entry()); }
+    QString partPath() const { return finalPath() + QStringLiteral(".part"); }
 
 private Q_SLOTS:
     void initTestCase()
@@ -107,157 +81,124 @@ private Q_SLOTS:
         m_home = std::make_unique<TemporaryHome>();
         m_server = std::make_unique<FakeHttpServer>();
         m_base = std::make_unique<ScopedEnvironment>("KELO_WHISPER_MODEL_BASE_URL", m_server->baseUrl() + "/");
+        m_models = std::make_unique<WhisperModelManager>(QList<WhisperModelManager::CatalogueEntry> { entry() });
     }
 
-    void cleanup()
-    {
-        m_base.reset();
-        m_server.reset();
-        m_home.reset();
-    }
+    void cleanup() { m_models.reset(), m_base.reset(), m_server.reset(), m_home.reset(); }
 
     void aDownloadStreamsToDiskReportsProgressAndBecomesTheChosenModel()
     {
-        FakeHttpServer::Reply reply = FakeHttpServer::Reply::text({}, 200, "application/octet-stream");
+        Reply reply = Reply::text({}, 200, "application/octet-stream");
         for (qsizetype i = 0; i < m_model.size(); i += m_model.size() / 8 + 1)
             reply.chunks.append(m_model.mid(i, m_model.size() / 8 + 1));
         reply.chunkIntervalMs = 10;
         m_server->on("GET", "/ggml-test.bin", reply);
-        auto models = manager();
-        QVERIFY(!models->modelAvailable());
         QList<double> progress;
-        connect(models.get(), &WhisperModelManager::downloadChanged, this, [&] {
-            if (models->isDownloading())
-                progress.append(models->downloadProgress());
+        connect(m_models.get(), &WhisperModelManager::downloadChanged, this, [&] {
+            if (m_models->isDownloading())
+                progress.append(m_models->downloadProgress());
         });
 
-        const QString path = AsyncTest::await(models->download(QStringLiteral("test")));
+        const QString path = AsyncTest::await(m_models->download(QStringLiteral("test")));
 
         QCOMPARE(path, m_home->dataHome() + QStringLiteral("/Kelo/models/ggml-test.bin"));
         QCOMPARE(readAll(path), m_model);
-        QVERIFY(!QFile::exists(partPath(*models)));
-        QCOMPARE(models->modelPath(), path);
-        QVERIFY(models->modelAvailable());
-        QVERIFY(!models->isDownloading());
+        QVERIFY(!QFile::exists(partPath()));
+        QCOMPARE(m_models->modelPath(), path);
+        QVERIFY(m_models->modelAvailable());
         QVERIFY(progress.size() >= 3);
         QVERIFY(std::is_sorted(progress.cbegin(), progress.cend()));
         QCOMPARE(progress.last(), 1.0);
         QCOMPARE(
             QSettings(QStringLiteral("Kelo"), QStringLiteral("KeloCompanion")).value("whisperModelPath").toString(),
             path);
-        QCOMPARE(m_server->requests().first().path, QStringLiteral("/ggml-test.bin"));
     }
 
-    void anInterruptedDownloadResumesOrStartsOverWhenTheServerWillNot()
+    // A partial file is continued; a refusal (416: longer than the real file) or a server that
+    // ignores ranges (200) still ends in the whole model.
+    void anInterruptedDownloadResumesOrStartsOver()
     {
-        serveWithRanges();
-        auto models = manager();
-        const qsizetype kept = m_model.size() * 2 / 5;
-        writeAll(partPath(*models), m_model.left(kept));
-        QCOMPARE(readAll(AsyncTest::await(models->download(QStringLiteral("test")))), m_model);
-        QCOMPARE(m_server->requestCount("/ggml-test.bin"), 1);
-        QCOMPARE(m_server->requests().first().header("Range"), "bytes=" + QByteArray::number(kept) + '-');
-
-        // Refused (416, the partial file is longer than the real one): one clean retry.
-        QFile::remove(models->pathFor(entry()));
-        writeAll(partPath(*models), m_model + QByteArray(100, 'x'));
-        m_server->clearRequests();
-        QCOMPARE(readAll(AsyncTest::await(models->download(QStringLiteral("test")))), m_model);
-        QCOMPARE(m_server->requestCount("/ggml-test.bin"), 2);
-        QVERIFY(m_server->requests().last().header("Range").isEmpty());
-
-        // Ignored: the whole file comes with 200 and replaces the partial one.
-        QFile::remove(models->pathFor(entry()));
-        m_server->on("GET", "/ggml-test.bin", FakeHttpServer::Reply::text(m_model, 200, "application/octet-stream"));
-        writeAll(partPath(*models), m_model.left(1000));
-        QCOMPARE(readAll(AsyncTest::await(models->download(QStringLiteral("test")))), m_model);
+        using Case = std::tuple<qsizetype, bool, int>; // partial file, server honours ranges, requests
+        for (const auto &[partial, ranged, requests] : { Case { m_model.size() * 2 / 5, true, 1 },
+                 Case { m_model.size() + 100, true, 2 }, Case { 1000, false, 1 } }) {
+            m_server->on("GET", "/ggml-test.bin",
+                [file = m_model, honours = ranged](const auto &r) { return rangedReply(file, r, honours); });
+            QFile::remove(finalPath());
+            writeAll(partPath(), (m_model + QByteArray(100, 'x')).left(partial));
+            m_server->clearRequests();
+            QCOMPARE(readAll(AsyncTest::await(m_models->download(QStringLiteral("test")))), m_model);
+            QCOMPARE(m_server->requestCount("/ggml-test.bin"), requests);
+            QCOMPARE(m_server->requests().first().header("Range"), "bytes=" + QByteArray::number(partial) + '-');
+            QVERIFY(requests == 1 || m_server->requests().last().header("Range").isEmpty());
+        }
     }
 
-    void aCorruptDownloadIsThrownAwayAndTheNextAttemptStartsClean()
+    // What failed is said; a corrupt file cannot be resumed into a good one, so nothing of it stays.
+    void failuresAreReportedAndLeaveNoModel()
     {
+        // model name, reply body and status, kind of error, words in its text, partial file kept
+        using Case = std::tuple<QString, QByteArray, int, Kind, QString, bool>;
         QByteArray corrupt = m_model;
         corrupt[corrupt.size() / 2] = char(corrupt[corrupt.size() / 2] ^ 0x55);
-        m_server->enqueue(
-            "GET", "/ggml-test.bin", FakeHttpServer::Reply::text(corrupt, 200, "application/octet-stream"));
-        serveWithRanges();
-        auto models = manager();
-
-        const auto error = AsyncTest::awaitError<SpeechRecognitionError>(models->download(QStringLiteral("test")));
-        QVERIFY(error);
-        QCOMPARE(error->kind(), Kind::checksumMismatch);
-        QVERIFY(error->description().contains(QStringLiteral("suma de control")));
-        QVERIFY(!QFile::exists(partPath(*models)));
-        QVERIFY(!QFile::exists(models->pathFor(entry())));
-        QVERIFY(models->modelPath().isEmpty());
-
-        AsyncTest::await(models->download(QStringLiteral("test")));
-        QVERIFY(m_server->requests().last().header("Range").isEmpty());
-        QVERIFY(models->modelAvailable());
-    }
-
-    void failuresAreReportedAndLeaveNoChosenModel()
-    {
-        auto models = manager();
-        m_server->on("GET", "/ggml-test.bin", FakeHttpServer::Reply::text("Not Found", 404));
-        auto notFound = AsyncTest::awaitError<SpeechRecognitionError>(models->download(QStringLiteral("test")));
-        QVERIFY(notFound);
-        QVERIFY(notFound->description().contains(QStringLiteral("HTTP 404")));
-        QVERIFY(models->modelPath().isEmpty());
-
-        auto unknown = AsyncTest::awaitError<SpeechRecognitionError>(models->download(QStringLiteral("large")));
-        QVERIFY(unknown);
-        QVERIFY(unknown->description().contains(QStringLiteral("large")));
-
-        // A server that sends more than a model can weigh is cut off.
-        m_server->on("GET", "/ggml-test.bin", FakeHttpServer::Reply::text(m_model + m_model + m_model, 200));
-        QVERIFY(AsyncTest::awaitError<SpeechRecognitionError>(models->download(QStringLiteral("test"))));
-        QVERIFY(!QFile::exists(models->pathFor(entry())));
+        const QList<Case> cases {
+            Case { "test", "Not Found", 404, Kind::downloadFailed, "HTTP 404", false },
+            Case { "large", {}, 200, Kind::downloadFailed, "large", false },
+            Case { "test", corrupt, 200, Kind::checksumMismatch, "suma de control", false },
+            // More than a model can weigh is cut off.
+            Case { "test", m_model + m_model + m_model, 200, Kind::downloadFailed, "mărimea", true },
+        };
+        for (const auto &[name, body, status, kind, says, keepsPart] : cases) {
+            m_server->on("GET", "/ggml-test.bin", Reply::text(body, status, "application/octet-stream"));
+            const auto error = AsyncTest::awaitError<SpeechRecognitionError>(m_models->download(name));
+            QVERIFY2(error, qPrintable(says));
+            QCOMPARE(error->kind(), kind);
+            QVERIFY2(error->description().contains(says), qPrintable(error->description()));
+            QCOMPARE(QFile::exists(partPath()), keepsPart);
+            QVERIFY(!QFile::exists(finalPath()));
+            QVERIFY(m_models->modelPath().isEmpty());
+            QVERIFY(!m_models->isDownloading());
+        }
     }
 
     void aDownloadCanBeCancelledAndOnlyOneRunsAtATime()
     {
-        FakeHttpServer::Reply hanging;
+        Reply hanging;
         hanging.neverAnswer = true;
         m_server->on("GET", "/ggml-test.bin", hanging);
-        auto models = manager();
-        std::optional<URLError> cancelled;
-        bool finished = false;
-        auto first = downloadCatchingURLError(*models, cancelled, finished);
+        auto first = m_models->download(QStringLiteral("test"));
         QVERIFY(AsyncTest::waitUntil([&] { return m_server->requestCount("/ggml-test.bin") == 1; }));
-        QVERIFY(models->isDownloading());
-        auto second = AsyncTest::awaitError<SpeechRecognitionError>(models->download(QStringLiteral("test")));
+        QVERIFY(m_models->isDownloading());
+        auto second = AsyncTest::awaitError<SpeechRecognitionError>(m_models->download(QStringLiteral("test")));
         QVERIFY(second && second->description().contains(QStringLiteral("deja în curs")));
 
-        models->cancelDownload();
-        QVERIFY(AsyncTest::waitUntil([&] { return finished; }));
+        m_models->cancelDownload();
+        const auto cancelled = AsyncTest::awaitError<URLError>(std::move(first));
         QVERIFY(cancelled);
         QCOMPARE(cancelled->code(), URLError::cancelled);
-        QVERIFY(!models->isDownloading());
+        QVERIFY(!m_models->isDownloading());
     }
 
     void theModelsFolderListsUsableAndBrokenFiles()
     {
-        auto models = manager();
-        writeAll(models->modelsDirectory() + QStringLiteral("/ggml-good.bin"), m_model);
-        writeAll(models->modelsDirectory() + QStringLiteral("/ggml-cut.bin"), m_model.left(5000));
-        const auto listed = models->installedModels();
+        const QString cut = m_models->modelsDirectory() + QStringLiteral("/ggml-cut.bin");
+        writeAll(m_models->modelsDirectory() + QStringLiteral("/ggml-good.bin"), m_model);
+        writeAll(cut, m_model.left(5000));
+        const auto listed = m_models->installedModels();
         QCOMPARE(listed.size(), 2);
-        QCOMPARE(QFileInfo(listed[0].path).fileName(), QStringLiteral("ggml-cut.bin"));
+        QCOMPARE(listed[0].path, cut);
         QVERIFY(!listed[0].usable);
         QVERIFY(listed[0].problem.contains(QStringLiteral("trunchiat")));
         QVERIFY(listed[1].usable);
 
         // With nothing chosen, a catalogue model found in the folder is used.
-        QVERIFY(models->modelPath().isEmpty());
-        writeAll(models->pathFor(entry()), m_model);
-        QCOMPARE(models->modelPath(), models->pathFor(entry()));
-        QVERIFY(models->modelAvailable());
+        QVERIFY(m_models->modelPath().isEmpty());
+        writeAll(finalPath(), m_model);
+        QCOMPARE(m_models->modelPath(), finalPath());
+        QVERIFY(m_models->modelAvailable());
 
         // useModel checks first and keeps the previous choice when the file is no model.
-        const QString before = models->modelPath();
-        QVERIFY_THROWS_EXCEPTION(
-            SpeechRecognitionError, models->useModel(models->modelsDirectory() + QStringLiteral("/ggml-cut.bin")));
-        QCOMPARE(models->modelPath(), before);
+        QVERIFY_THROWS_EXCEPTION(SpeechRecognitionError, m_models->useModel(cut));
+        QCOMPARE(m_models->modelPath(), finalPath());
     }
 };
 

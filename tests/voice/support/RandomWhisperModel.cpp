@@ -1,14 +1,15 @@
 #include "RandomWhisperModel.h"
 
+#include <QDataStream>
 #include <QFile>
 #include <QList>
 #include <QStringList>
-#include <QtEndian>
 #include <qfloat16.h>
 
 #include <random>
 #include <stdexcept>
-#include <vector>
+
+using namespace Qt::Literals::StringLiterals;
 
 namespace RandomWhisperModel {
 
@@ -21,191 +22,130 @@ Shape base()
 {
     Shape shape;
     shape.nAudioState = 512;
-    shape.nAudioHead = 8;
-    shape.nAudioLayer = 6;
-    shape.nTextHead = 8;
-    shape.nTextLayer = 6;
+    shape.nAudioHead = shape.nTextHead = 8;
+    shape.nAudioLayer = shape.nTextLayer = 6;
     return shape;
 }
 
 namespace {
 
-enum class Kind { weight, bias, normWeight, normBias };
-
-struct Tensor
+// The model format: little-endian 32-bit integers and floats, big matrices optionally in 16-bit floats.
+struct Writer
 {
-    QString name;
-    QList<int> dims; // ggml order: fastest-varying first
-    bool halfPrecision;
-    Kind kind;
-};
+    QDataStream out;
+    std::mt19937 random;
 
-class Writer
-{
-public:
-    Writer(const QString &path, unsigned seed)
-        : m_file(path)
-        , m_random(seed)
-    {
-        if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            throw std::runtime_error("cannot write the model file");
-    }
-
-    void int32(qint32 value)
-    {
-        const qint32 le = qToLittleEndian(value);
-        raw(&le, sizeof le);
-    }
-
-    void bytes(const QByteArray &data) { raw(data.constData(), data.size()); }
-
+    // Normal noise of the given scale around offset (scale 0: the offset alone).
     void floats(qint64 count, float scale, float offset, bool half)
     {
         std::normal_distribution<float> normal(0.0f, 1.0f);
-        constexpr qint64 kChunk = 1 << 16;
-        std::vector<float> singles;
-        std::vector<qfloat16> halves;
-        for (qint64 done = 0; done < count; done += kChunk) {
-            const qint64 n = std::min(kChunk, count - done);
-            singles.resize(size_t(n));
-            for (float &value : singles)
-                value = offset + (scale > 0 ? scale * normal(m_random) : 0.0f);
-            if (half) {
-                halves.assign(singles.begin(), singles.end());
-                raw(halves.data(), qint64(halves.size() * sizeof(qfloat16)));
-            } else {
-                raw(singles.data(), qint64(singles.size() * sizeof(float)));
-            }
+        for (qint64 i = 0; i < count; ++i) {
+            const float value = offset + (scale > 0 ? scale * normal(random) : 0.0f);
+            half ? out << qfloat16(value) : out << value;
         }
     }
 
-    std::mt19937 &random() { return m_random; }
-
-private:
-    void raw(const void *data, qint64 size)
+    // One tensor record: n_dims, name length, type, dimensions (fastest-varying first), name, data.
+    void tensor(const QString &name, const QList<int> &dims, bool half, float scale = 0.0f, float offset = 0.0f)
     {
-        if (m_file.write(static_cast<const char *>(data), size) != size)
-            throw std::runtime_error("short write of the model file");
+        const QByteArray utf8 = name.toUtf8();
+        out << qint32(dims.size()) << qint32(utf8.size()) << qint32(half ? 1 : 0);
+        qint64 count = 1;
+        for (int dim : dims) {
+            out << qint32(dim);
+            count *= dim;
+        }
+        out.writeRawData(utf8.constData(), int(utf8.size()));
+        floats(count, scale, offset, half);
     }
 
-    QFile m_file;
-    std::mt19937 m_random;
+    void block(const QString &prefix, int state, bool half, bool cross)
+    {
+        auto weight = [&](const QString &name, const QList<int> &dims) {
+            tensor(prefix + name + u".weight"_s, dims, half, 0.05f);
+        };
+        auto bias = [&](const QString &name, int size) { tensor(prefix + name + u".bias"_s, { size }, false); };
+        auto norm = [&](const QString &name) {
+            tensor(prefix + name + u".weight"_s, { state }, false, 0.0f, 1.0f);
+            bias(name, state);
+        };
+        auto attention = [&](const QString &name) {
+            for (const QString &part : { u"query"_s, u"key"_s, u"value"_s, u"out"_s }) {
+                weight(name + u'.' + part, { state, state });
+                if (part != u"key")
+                    bias(name + u'.' + part, state);
+            }
+        };
+        norm(u"mlp_ln"_s);
+        weight(u"mlp.0"_s, { state, 4 * state });
+        bias(u"mlp.0"_s, 4 * state);
+        weight(u"mlp.2"_s, { 4 * state, state });
+        bias(u"mlp.2"_s, state);
+        norm(u"attn_ln"_s);
+        attention(u"attn"_s);
+        if (cross) {
+            norm(u"cross_attn_ln"_s);
+            attention(u"cross_attn"_s);
+        }
+    }
 };
-
-void addBlock(QList<Tensor> &tensors, const QString &prefix, int state, bool half, bool cross)
-{
-    const int wide = 4 * state;
-    auto norm = [&](const QString &name) {
-        tensors.append({ prefix + name + QStringLiteral(".weight"), { state }, false, Kind::normWeight });
-        tensors.append({ prefix + name + QStringLiteral(".bias"), { state }, false, Kind::normBias });
-    };
-    auto attention = [&](const QString &name) {
-        const QString base = prefix + name;
-        tensors.append({ base + QStringLiteral(".query.weight"), { state, state }, half, Kind::weight });
-        tensors.append({ base + QStringLiteral(".query.bias"), { state }, false, Kind::bias });
-        tensors.append({ base + QStringLiteral(".key.weight"), { state, state }, half, Kind::weight });
-        tensors.append({ base + QStringLiteral(".value.weight"), { state, state }, half, Kind::weight });
-        tensors.append({ base + QStringLiteral(".value.bias"), { state }, false, Kind::bias });
-        tensors.append({ base + QStringLiteral(".out.weight"), { state, state }, half, Kind::weight });
-        tensors.append({ base + QStringLiteral(".out.bias"), { state }, false, Kind::bias });
-    };
-    norm(QStringLiteral("mlp_ln"));
-    tensors.append({ prefix + QStringLiteral("mlp.0.weight"), { state, wide }, half, Kind::weight });
-    tensors.append({ prefix + QStringLiteral("mlp.0.bias"), { wide }, false, Kind::bias });
-    tensors.append({ prefix + QStringLiteral("mlp.2.weight"), { wide, state }, half, Kind::weight });
-    tensors.append({ prefix + QStringLiteral("mlp.2.bias"), { state }, false, Kind::bias });
-    norm(QStringLiteral("attn_ln"));
-    attention(QStringLiteral("attn"));
-    if (cross) {
-        norm(QStringLiteral("cross_attn_ln"));
-        attention(QStringLiteral("cross_attn"));
-    }
-}
-
-QList<Tensor> tensorsOf(const Shape &shape)
-{
-    const int state = shape.nAudioState;
-    const bool half = shape.ftype == 1;
-    QList<Tensor> tensors {
-        { QStringLiteral("encoder.positional_embedding"), { state, shape.nAudioCtx }, false, Kind::weight },
-        { QStringLiteral("encoder.conv1.weight"), { 3, shape.nMels, state }, half, Kind::weight },
-        { QStringLiteral("encoder.conv1.bias"), { 1, state }, false, Kind::bias },
-        { QStringLiteral("encoder.conv2.weight"), { 3, state, state }, half, Kind::weight },
-        { QStringLiteral("encoder.conv2.bias"), { 1, state }, false, Kind::bias },
-        { QStringLiteral("encoder.ln_post.weight"), { state }, false, Kind::normWeight },
-        { QStringLiteral("encoder.ln_post.bias"), { state }, false, Kind::normBias },
-    };
-    for (int i = 0; i < shape.nAudioLayer; ++i)
-        addBlock(tensors, QStringLiteral("encoder.blocks.%1.").arg(i), state, half, false);
-    tensors.append({ QStringLiteral("decoder.positional_embedding"), { state, shape.nTextCtx }, false, Kind::weight });
-    tensors.append({ QStringLiteral("decoder.token_embedding.weight"), { state, shape.nVocab }, half, Kind::weight });
-    tensors.append({ QStringLiteral("decoder.ln.weight"), { state }, false, Kind::normWeight });
-    tensors.append({ QStringLiteral("decoder.ln.bias"), { state }, false, Kind::normBias });
-    for (int i = 0; i < shape.nTextLayer; ++i)
-        addBlock(tensors, QStringLiteral("decoder.blocks.%1.").arg(i), state, half, true);
-    return tensors;
-}
 
 // Romanian-looking pieces, some with the cedilla letters older text uses, so that transcripts of
 // the random model exercise the spelling clean-up.
 QByteArray tokenText(int id, std::mt19937 &random)
 {
-    static const QStringList pieces = { QStringLiteral("a"), QStringLiteral("bu"), QStringLiteral("nă"),
-        QStringLiteral("zi"), QStringLiteral("ua"), QStringLiteral("şi"), QStringLiteral("ţa"), QStringLiteral("Ş"),
-        QStringLiteral("Ţi"), QStringLiteral("ce"), QStringLiteral("mai"), QStringLiteral("faci"), QStringLiteral("ro"),
-        QStringLiteral("mâ"), QStringLiteral("în"), QStringLiteral("ște") };
+    static const QStringList pieces = { u"a"_s, u"bu"_s, u"nă"_s, u"zi"_s, u"ua"_s, u"şi"_s, u"ţa"_s, u"Ş"_s, u"Ţi"_s,
+        u"ce"_s, u"mai"_s, u"faci"_s, u"ro"_s, u"mâ"_s, u"în"_s, u"ște"_s };
     if (id == 220)
         return QByteArrayLiteral(" ");
     const QString piece = pieces.at(int(random() % pieces.size()));
-    return (id % 2 == 0 ? QStringLiteral(" ") + piece : piece).toUtf8();
+    return (id % 2 == 0 ? u' ' + piece : piece).toUtf8();
 }
 
 } // namespace
 
 void write(const QString &path, const Shape &shape, unsigned seed)
 {
-    Writer out(path, seed);
-    out.int32(0x67676d6c);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        throw std::runtime_error("cannot write the model file");
+    Writer w { QDataStream(&file), std::mt19937(seed) };
+    w.out.setByteOrder(QDataStream::LittleEndian);
+    w.out.setFloatingPointPrecision(QDataStream::SinglePrecision);
+    w.out << qint32(0x67676d6c);
     for (int value : { shape.nVocab, shape.nAudioCtx, shape.nAudioState, shape.nAudioHead, shape.nAudioLayer,
              shape.nTextCtx, shape.nAudioState, shape.nTextHead, shape.nTextLayer, shape.nMels, shape.ftype })
-        out.int32(value);
+        w.out << qint32(value);
 
     constexpr int kFftBins = 201;
-    out.int32(shape.nMels);
-    out.int32(kFftBins);
-    out.floats(qint64(shape.nMels) * kFftBins, 0.0f, 0.01f, false);
+    w.out << qint32(shape.nMels) << qint32(kFftBins);
+    w.floats(qint64(shape.nMels) * kFftBins, 0.0f, 0.01f, false);
 
-    out.int32(shape.nVocab);
+    w.out << qint32(shape.nVocab);
     for (int id = 0; id < shape.nVocab; ++id) {
-        const QByteArray text = tokenText(id, out.random());
-        out.int32(qint32(text.size()));
-        out.bytes(text);
+        const QByteArray text = tokenText(id, w.random);
+        w.out.writeBytes(text.constData(), uint(text.size())); // its length, then its bytes
     }
 
-    for (const Tensor &tensor : tensorsOf(shape)) {
-        const QByteArray name = tensor.name.toUtf8();
-        out.int32(qint32(tensor.dims.size()));
-        out.int32(qint32(name.size()));
-        out.int32(tensor.halfPrecision ? 1 : 0);
-        qint64 count = 1;
-        for (int dim : tensor.dims) {
-            out.int32(dim);
-            count *= dim;
-        }
-        out.bytes(name);
-        switch (tensor.kind) {
-        case Kind::weight:
-            out.floats(count, 0.05f, 0.0f, tensor.halfPrecision);
-            break;
-        case Kind::bias:
-        case Kind::normBias:
-            out.floats(count, 0.0f, 0.0f, tensor.halfPrecision);
-            break;
-        case Kind::normWeight:
-            out.floats(count, 0.0f, 1.0f, tensor.halfPrecision);
-            break;
-        }
-    }
+    const int state = shape.nAudioState;
+    const bool half = shape.ftype == 1;
+    w.tensor(u"encoder.positional_embedding"_s, { state, shape.nAudioCtx }, false, 0.05f);
+    w.tensor(u"encoder.conv1.weight"_s, { 3, shape.nMels, state }, half, 0.05f);
+    w.tensor(u"encoder.conv1.bias"_s, { 1, state }, false);
+    w.tensor(u"encoder.conv2.weight"_s, { 3, state, state }, half, 0.05f);
+    w.tensor(u"encoder.conv2.bias"_s, { 1, state }, false);
+    w.tensor(u"encoder.ln_post.weight"_s, { state }, false, 0.0f, 1.0f);
+    w.tensor(u"encoder.ln_post.bias"_s, { state }, false);
+    for (int i = 0; i < shape.nAudioLayer; ++i)
+        w.block(u"encoder.blocks.%1."_s.arg(i), state, half, false);
+    w.tensor(u"decoder.positional_embedding"_s, { state, shape.nTextCtx }, false, 0.05f);
+    w.tensor(u"decoder.token_embedding.weight"_s, { state, shape.nVocab }, half, 0.05f);
+    w.tensor(u"decoder.ln.weight"_s, { state }, false, 0.0f, 1.0f);
+    w.tensor(u"decoder.ln.bias"_s, { state }, false);
+    for (int i = 0; i < shape.nTextLayer; ++i)
+        w.block(u"decoder.blocks.%1."_s.arg(i), state, half, true);
+    if (w.out.status() != QDataStream::Ok || !file.flush())
+        throw std::runtime_error("short write of the model file");
 }
 
 } // namespace RandomWhisperModel

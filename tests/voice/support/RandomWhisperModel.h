@@ -18,14 +18,11 @@ struct Shape
     int nTextHead = 2;
     int nTextLayer = 2;
     int nMels = 80;
-    // 1: big matrices in 16-bit floats, as the published models are.
-    int ftype = 1;
+    int ftype = 1; // big matrices in 16-bit floats, as the published models are
 };
 
-// Small and quick to load: for tests.
-Shape tiny();
-// The dimensions of the published "base" model (74 M parameters).
-Shape base();
+Shape tiny(); // small and quick to load: for tests
+Shape base(); // the dimensions of the published "base" model (74 M parameters)
 
 // Throws std::runtime_error when the file cannot be written.
 void write(const QString &path, const Shape &shape, unsigned seed = 1);

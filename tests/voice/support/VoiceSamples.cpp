@@ -18,24 +18,11 @@ QVector<float> sine(double frequency, double amplitude, int sampleRate, double s
     return out;
 }
 
-QVector<float> squareWave(double frequency, int sampleRate, double seconds)
-{
-    QVector<float> out(qsizetype(sampleRate * seconds));
-    for (qsizetype i = 0; i < out.size(); ++i)
-        out[i] = std::fmod(double(i) * frequency / sampleRate, 1.0) < 0.5 ? 1.0f : -1.0f;
-    return out;
-}
-
 namespace {
-void append16(QByteArray &out, quint16 value)
+template<typename T> void append(QByteArray &out, T value)
 {
-    const quint16 le = qToLittleEndian(value);
-    out.append(reinterpret_cast<const char *>(&le), 2);
-}
-void append32(QByteArray &out, quint32 value)
-{
-    const quint32 le = qToLittleEndian(value);
-    out.append(reinterpret_cast<const char *>(&le), 4);
+    const T le = qToLittleEndian(value);
+    out.append(reinterpret_cast<const char *>(&le), sizeof le);
 }
 } // namespace
 
@@ -47,21 +34,21 @@ QByteArray wavBytes(const QVector<float> &interleaved, int sampleRate, int chann
             data.append(reinterpret_cast<const char *>(&sample), 4);
         } else {
             const auto value = qint16(std::lround(std::clamp(sample, -1.0f, 1.0f) * 32767.0f));
-            append16(data, quint16(value));
+            append(data, value);
         }
     }
     QByteArray out("RIFF");
-    append32(out, quint32(36 + data.size()));
+    append<quint32>(out, quint32(36 + data.size()));
     out.append("WAVEfmt ");
-    append32(out, 16);
-    append16(out, bits == 32 ? 3 : 1);
-    append16(out, quint16(channels));
-    append32(out, quint32(sampleRate));
-    append32(out, quint32(sampleRate * channels * bits / 8));
-    append16(out, quint16(channels * bits / 8));
-    append16(out, quint16(bits));
+    append<quint32>(out, 16);
+    append<quint16>(out, bits == 32 ? 3 : 1);
+    append<quint16>(out, quint16(channels));
+    append<quint32>(out, quint32(sampleRate));
+    append<quint32>(out, quint32(sampleRate * channels * bits / 8));
+    append<quint16>(out, quint16(channels * bits / 8));
+    append<quint16>(out, quint16(bits));
     out.append("data");
-    append32(out, quint32(data.size()));
+    append<quint32>(out, quint32(data.size()));
     return out + data;
 }
 

@@ -4,11 +4,10 @@
 #include <QString>
 #include <QVector>
 
-// Audio made on the spot for voice tests: tones, silence, WAV bytes and spoken Romanian.
+// Audio made on the spot for voice tests: tones, WAV bytes and spoken Romanian.
 namespace VoiceSamples {
 
 QVector<float> sine(double frequency, double amplitude, int sampleRate, double seconds);
-QVector<float> squareWave(double frequency, int sampleRate, double seconds);
 
 // 16-bit integer (bits 16) or 32-bit float (bits 32) RIFF/WAVE bytes of interleaved samples.
 QByteArray wavBytes(const QVector<float> &interleaved, int sampleRate, int channels, int bits = 16);
