@@ -18,41 +18,6 @@
 
 using Reply = FakeHttpServer::Reply;
 
-namespace {
-
-// A browser that the user never has to touch: it loads the authorization page, and when the server
-// redirects to the app's scheme it hands the redirect over as the desktop would.
-class FakeBrowser
-{
-public:
-    explicit FakeBrowser(QString callbackDirectory)
-        : m_directory(std::move(callbackDirectory))
-    { }
-
-    bool open(const QUrl &url)
-    {
-        opened.append(url);
-        if (url.host() != QLatin1String("127.0.0.1"))
-            return true; // a real provider's page: nothing answers here, the test cancels
-        QNetworkRequest request(url);
-        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-        QNetworkReply *reply = m_network.get(request);
-        QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply] {
-            reply->deleteLater();
-            const QUrl location(QString::fromUtf8(reply->rawHeader("Location")));
-            if (location.scheme() == QLatin1String("kelo"))
-                OAuthCallbackChannel::deliver(location, m_directory); // runs on by itself; never throws
-        });
-        return true;
-    }
-
-    QList<QUrl> opened;
-
-private:
-    QString m_directory;
-    QNetworkAccessManager m_network;
-};
-
 // The authorization server: the MCP fake's OAuth side, its metadata at `prefix` only.
 struct AuthServer : FakeOAuthMCPServer
 {
@@ -68,42 +33,56 @@ struct AuthServer : FakeOAuthMCPServer
     QString base() const { return http.baseUrl(); }
 };
 
-MCPGalleryItem itemFor(const QString &endpoint, const QStringList &scopes = {})
-{
-    return MCPGalleryItem { "test-service", "Serviciu", "", endpoint, "", "", scopes, "" };
-}
-
-} // namespace
-
 class MCPOAuthManagerTest : public QObject
 {
     Q_OBJECT
 
     QTemporaryDir m_callbacks;
-    std::unique_ptr<FakeBrowser> m_browser;
+    QNetworkAccessManager m_network;
+    QList<QUrl> m_opened;
 
-    MCPOAuthManager::Options options(int callbackTimeoutMs = 10'000)
+    // A browser the user never has to touch: it loads a loopback authorization page and hands the
+    // redirect to the app's scheme over as the desktop would. A real provider's page is left open.
+    bool openBrowser(const QUrl &url)
+    {
+        m_opened.append(url);
+        if (url.host() != QLatin1String("127.0.0.1"))
+            return true;
+        QNetworkRequest request(url);
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        QNetworkReply *reply = m_network.get(request);
+        QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply] {
+            reply->deleteLater();
+            const QUrl location(QString::fromUtf8(reply->rawHeader("Location")));
+            if (location.scheme() == QLatin1String("kelo"))
+                OAuthCallbackChannel::deliver(location, m_callbacks.path()); // runs on by itself; never throws
+        });
+        return true;
+    }
+
+    MCPOAuthManager::Options options()
     {
         MCPOAuthManager::Options o;
         o.callbackDirectory = m_callbacks.path();
-        o.callbackTimeoutMs = callbackTimeoutMs;
-        o.metadataTimeoutMs = 3'000;
-        o.requestTimeoutMs = 3'000;
-        o.openBrowser = [this](const QUrl &url) { return m_browser->open(url); };
+        o.callbackTimeoutMs = 10'000;
+        o.metadataTimeoutMs = o.requestTimeoutMs = 3'000;
+        o.openBrowser = [this](const QUrl &url) { return openBrowser(url); };
         return o;
     }
 
-    template<typename E>
-    E expectError(MCPOAuthManager &manager, const MCPGalleryItem &item, const QString &clientID = {})
+    static MCPGalleryItem itemFor(const QString &endpoint, const QStringList &scopes = {})
     {
-        const auto error = AsyncTest::awaitError<E>(manager.connect(item, clientID, {}), 15'000);
-        if (!error)
-            throw std::runtime_error("the flow did not fail as expected");
-        return *error;
+        return MCPGalleryItem { "test-service", "Serviciu", "", endpoint, "", "", scopes, "" };
+    }
+
+    template<typename E>
+    static E expectError(MCPOAuthManager &manager, const MCPGalleryItem &item, const QString &clientID = {})
+    {
+        return AsyncTest::awaitError<E>(manager.connect(item, clientID, {}), 15'000).value();
     }
 
 private Q_SLOTS:
-    void init() { m_browser = std::make_unique<FakeBrowser>(m_callbacks.path()); }
+    void init() { m_opened.clear(); }
 
     void connectsThroughASeparateAuthorizationServer()
     {
@@ -134,13 +113,8 @@ private Q_SLOTS:
         QCOMPARE(running.size(), 2);
         QVERIFY(!manager.running());
 
-        QCOMPARE(auth.http.requests("/register").first().json(),
-            QJsonObject({ { "client_name", "Kelo iOS" }, { "redirect_uris", QJsonArray { "kelo://oauth" } },
-                { "grant_types", QJsonArray { "authorization_code", "refresh_token" } },
-                { "response_types", QJsonArray { "code" } }, { "token_endpoint_auth_method", "none" },
-                { "application_type", "native" } }));
-
-        // The fake checks the PKCE pair; the state and the verifier are random, of a fixed form.
+        // The fake checks the PKCE pair; the state and the verifier are random, of a fixed form. What
+        // a strict provider demands of the registration and the form is checked against a real one.
         const QUrlQuery authorization = auth.lastAuthorization();
         const QString state = authorization.queryItemValue("state");
         QVERIFY(QRegularExpression("^[0-9A-F]{32}$").match(state).hasMatch());
@@ -150,10 +124,7 @@ private Q_SLOTS:
                 { "code_challenge", authorization.queryItemValue("code_challenge") },
                 { "code_challenge_method", "S256" }, { "resource", endpoint } }));
 
-        const auto tokenRequest = auth.http.requests("/token").first();
-        QCOMPARE(tokenRequest.header("Content-Type"), QByteArray("application/x-www-form-urlencoded"));
-        QCOMPARE(tokenRequest.header("Accept"), QByteArray("application/json"));
-        const QUrlQuery form(QString::fromUtf8(tokenRequest.body));
+        const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
         const QString verifier = form.queryItemValue("code_verifier");
         QVERIFY(QRegularExpression("^[0-9A-F]{64}$").match(verifier).hasMatch());
         QCOMPARE(form.queryItems(QUrl::FullyDecoded),
@@ -331,13 +302,13 @@ private Q_SLOTS:
         MCPOAuthManager manager(options());
         const MCPGalleryItem github = itemFor("http://github.invalid/mcp/");
         QCOMPARE(expectError<MCPOAuthError>(manager, github).kind(), MCPOAuthError::clientIDRequired);
-        QVERIFY(m_browser->opened.isEmpty());
+        QVERIFY(m_opened.isEmpty());
 
         QTimer::singleShot(300, &manager, &MCPOAuthManager::cancel);
         QCOMPARE(
             expectError<WebAuthenticationError>(manager, github, "gh-client").kind(), WebAuthenticationError::canceled);
-        QCOMPARE(m_browser->opened.size(), 1);
-        const QUrl opened = m_browser->opened.first();
+        QCOMPARE(m_opened.size(), 1);
+        const QUrl opened = m_opened.first();
         QCOMPARE(opened.toString(QUrl::RemoveQuery), QString("https://github.com/login/oauth/authorize"));
         QCOMPARE(QUrlQuery(opened).queryItemValue("client_id"), QString("gh-client"));
 

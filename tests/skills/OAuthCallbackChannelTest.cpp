@@ -24,6 +24,10 @@ class OAuthCallbackChannelTest : public QObject
     QTemporaryDir m_root;
 
     QString freshDirectory() { return m_root.filePath(QUuid::createUuid().toString(QUuid::Id128)); }
+    static bool deliver(const char *url, const QString &dir)
+    {
+        return AsyncTest::await(OAuthCallbackChannel::deliver(QUrl(url), dir));
+    }
 
 private Q_SLOTS:
     void callbacksGoToTheFlowThatIssuedTheirState()
@@ -36,27 +40,25 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo(dir).permissions() & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
         QSignalSpy appSpy(&app, &OAuthCallbackChannel::callbackReceived);
         QSignalSpy cliSpy(&cli, &OAuthCallbackChannel::callbackReceived);
-        const auto deliver
-            = [&](const char *url) { return AsyncTest::await(OAuthCallbackChannel::deliver(QUrl(url), dir)); };
 
         // No flow waits: nobody takes it. One flow waits: it takes even a state it never issued.
-        QVERIFY(!deliver("kelo://oauth?code=x&state=FOREIGN"));
+        QVERIFY(!deliver("kelo://oauth?code=x&state=FOREIGN", dir));
         cli.addPendingState("CLI");
-        QVERIFY(deliver("kelo://oauth?code=x&state=FOREIGN"));
+        QVERIFY(deliver("kelo://oauth?code=x&state=FOREIGN", dir));
         QCOMPARE(cliSpy.size(), 1);
 
         // Two flows wait: each gets its own state and a foreign one belongs to nobody.
         app.addPendingState("APP");
-        QVERIFY(deliver("kelo://oauth?code=a%2Bb&state=CLI"));
+        QVERIFY(deliver("kelo://oauth?code=a%2Bb&state=CLI", dir));
         QCOMPARE(cliSpy.size(), 2);
         QCOMPARE(cliSpy.last().first().toUrl(), QUrl(QStringLiteral("kelo://oauth?code=a%2Bb&state=CLI")));
-        QVERIFY(!deliver("kelo://oauth?code=x&state=OLD"));
+        QVERIFY(!deliver("kelo://oauth?code=x&state=OLD", dir));
         QCOMPARE(appSpy.size(), 0);
 
         // A finished flow stops counting as waiting.
         app.removePendingState("APP");
         cli.removePendingState("CLI");
-        QVERIFY(!deliver("kelo://oauth?code=x&state=FOREIGN"));
+        QVERIFY(!deliver("kelo://oauth?code=x&state=FOREIGN", dir));
         QCOMPARE(appSpy.size() + cliSpy.size(), 2);
     }
 
@@ -77,11 +79,11 @@ private Q_SLOTS:
         OAuthCallbackChannel channel(dir);
         QVERIFY(channel.listen());
         QSignalSpy spy(&channel, &OAuthCallbackChannel::callbackReceived);
-        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("kelo://oauth?state=ok"), dir)));
+        QVERIFY(!deliver("kelo://oauth?state=ok", dir));
         QVERIFY(!QFileInfo::exists(stalePath));
         channel.addPendingState("ok");
-        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("https://example.org/oauth?state=ok"), dir)));
-        QVERIFY(!AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("kelo://other?state=ok"), dir)));
+        QVERIFY(!deliver("https://example.org/oauth?state=ok", dir));
+        QVERIFY(!deliver("kelo://other?state=ok", dir));
 
         QLocalSocket flood;
         flood.connectToServer(QDir(dir).entryInfoList(QDir::System).first().absoluteFilePath());
@@ -91,25 +93,21 @@ private Q_SLOTS:
         QVERIFY(AsyncTest::waitUntil([&] { return flood.state() == QLocalSocket::UnconnectedState; }, 5000));
 
         QVERIFY(channel.isListening());
-        QVERIFY(AsyncTest::await(OAuthCallbackChannel::deliver(QUrl("kelo://oauth?state=ok"), dir)));
+        QVERIFY(deliver("kelo://oauth?state=ok", dir));
         QCOMPARE(spy.size(), 1);
         QCOMPARE(spy.first().first().toUrl(), QUrl("kelo://oauth?state=ok"));
     }
 
+    // A hand-off that reaches its flow is driven through the real kelo-companion by the journeys.
     void handOffArgumentsOnlyTakeCallbackURLs()
     {
         const QString dir = freshDirectory();
         QCOMPARE(OAuthCallbackChannel::handOffArguments({ "kelo-companion" }, dir), -1);
         QCOMPARE(OAuthCallbackChannel::handOffArguments({ "kelo-companion", "--verbose", "https://x.org" }, dir), -1);
         QCOMPARE(OAuthCallbackChannel::handOffArguments({ "kelo-companion", "kelo://oauth?code=1&state=2" }, dir), 1);
-
         OAuthCallbackChannel channel(dir);
         QVERIFY(channel.listen());
         QCOMPARE(OAuthCallbackChannel::handOffArguments({ "kelo", "kelo://oauth?code=1&state=2" }, dir), 1);
-        channel.addPendingState("2");
-        QSignalSpy spy(&channel, &OAuthCallbackChannel::callbackReceived);
-        QCOMPARE(OAuthCallbackChannel::handOffArguments({ "kelo", "kelo://oauth?code=1&state=2" }, dir), 0);
-        QCOMPARE(spy.size(), 1);
     }
 
     void sessionReturnsTheRedirectOfItsFlow()

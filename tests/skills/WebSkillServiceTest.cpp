@@ -45,12 +45,10 @@ class WebSkillServiceTest : public QObject
 {
     Q_OBJECT
 
-private:
-    FakeHttpServer *m_server = nullptr;
-    std::unique_ptr<ScopedEnvironment> m_wikipedia;
-    // The pages of these tests live on loopback, which the page reader refuses by default.
-    std::unique_ptr<ScopedEnvironment> m_allowPrivate;
-    WebSkillService *m_service = nullptr;
+    std::unique_ptr<FakeHttpServer> m_server;
+    std::optional<ScopedEnvironment> m_wikipedia;
+    std::optional<ScopedEnvironment> m_allowPrivate; // the pages live on loopback, refused by default
+    std::unique_ptr<WebSkillService> m_service;
 
     QString search(const QString &query) { return AsyncTest::await(m_service->searchRomanianWeb(query)); }
     QString fetch(const QString &path) { return AsyncTest::await(m_service->fetchURL(m_server->baseUrl() + path)); }
@@ -63,18 +61,10 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_server = new FakeHttpServer(this);
-        m_wikipedia = std::make_unique<ScopedEnvironment>("KELO_WIKIPEDIA_BASE_URL", m_server->baseUrl() + "/");
-        m_allowPrivate = std::make_unique<ScopedEnvironment>("KELO_FETCH_ALLOW_PRIVATE", "1");
-        m_service = new WebSkillService(this);
-    }
-
-    void cleanup()
-    {
-        delete m_service;
-        m_allowPrivate.reset();
-        m_wikipedia.reset();
-        delete m_server;
+        m_server = std::make_unique<FakeHttpServer>();
+        m_wikipedia.emplace("KELO_WIKIPEDIA_BASE_URL", m_server->baseUrl() + "/");
+        m_allowPrivate.emplace("KELO_FETCH_ALLOW_PRIVATE", "1");
+        m_service = std::make_unique<WebSkillService>();
     }
 
     void searchRequestAndDigest()
@@ -109,23 +99,17 @@ private Q_SLOTS:
 
     void searchFailuresAreTyped()
     {
-        m_server->enqueue("GET", searchPath, Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404));
-        m_server->enqueue("GET", searchPath, Reply::text("", 503));
-        QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
-        QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
-
-        const QList<Reply> malformed {
-            Reply::text("<html>Wikipedia is down</html>", 200, "text/html"),
-            Reply::text("{\"pages\":[", 200, "application/json"),
-            Reply::json(QJsonArray { page("x") }),
-            Reply::json(QJsonObject { { "results", QJsonArray {} } }),
-            Reply::json(QJsonObject { { "pages", "none" } }),
-            pages({ QJsonObject { { "excerpt", "fără titlu" } } }),
-            pages({ page("Titlu", 5) }),
-            pages({ QJsonObject { { "title", 7 } } }),
-            pages({ "text" }),
-        };
-        for (const Reply &reply : malformed) {
+        for (const Reply &failed :
+            { Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404), Reply::text("", 503) }) {
+            m_server->enqueue("GET", searchPath, failed);
+            QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
+        }
+        for (const Reply &reply : { Reply::text("<html>Wikipedia is down</html>", 200, "text/html"),
+                 Reply::text("{\"pages\":[", 200, "application/json"), Reply::json(QJsonArray { page("x") }),
+                 Reply::json(QJsonObject { { "results", QJsonArray {} } }),
+                 Reply::json(QJsonObject { { "pages", "none" } }),
+                 pages({ QJsonObject { { "excerpt", "fără titlu" } } }), pages({ page("Titlu", 5) }),
+                 pages({ QJsonObject { { "title", 7 } } }), pages({ "text" }) }) {
             m_server->enqueue("GET", searchPath, reply);
             const auto error = searchError<DecodingError>();
             QVERIFY2(error, reply.body.constData());
@@ -154,17 +138,16 @@ private Q_SLOTS:
         }
         QCOMPARE(m_server->requests().size(), 2);
 
+        // Upper-case schemes are let through; HTTPS fails only at the TLS handshake with a plain server.
         m_server->on("GET", "/pagina", html("<p>Salut</p>"));
-        const QString upper = QStringLiteral("HTTP://127.0.0.1:%1/pagina").arg(m_server->port());
+        QString upper = m_server->baseUrl().replace("http", "HTTP") + "/pagina";
         QCOMPARE(AsyncTest::await(m_service->fetchURL(upper)), QStringLiteral(" Salut "));
         QVERIFY(m_server->requests("/pagina").first().header("User-Agent") != "KeloCompanion/2.0 (iOS)");
-        // An upper-case HTTPS scheme is let through: it fails only at the TLS handshake with a plain server.
-        const QString secure = QStringLiteral("HTTPS://127.0.0.1:%1/pagina").arg(m_server->port());
-        const auto handshake = AsyncTest::awaitError<URLError>(m_service->fetchURL(secure));
+        const auto handshake = AsyncTest::awaitError<URLError>(m_service->fetchURL(upper.replace("HTTP", "HTTPS")));
         QVERIFY(handshake && handshake->code() != URLError::badURL);
     }
 
-    void pagesAreReducedToTheirVisibleText()
+    void pagesAreReducedToTheirVisibleTextAndCut()
     {
         m_server->on("GET", "/articol",
             html("<html>\n<head><title>Titlu</title>\n"
@@ -174,11 +157,8 @@ private Q_SLOTS:
                  "vizibil<script>doi()</script>\n"
                  "<SCRIPT>MARE()</SCRIPT>\xc2\xa0 sfârșit \xff</body></html>\n"));
         QCOMPARE(fetch("/articol"), QStringLiteral(" Titlu Primul&nbsp;paragraf vizibil MARE() sfârșit \uFFFD "));
-    }
 
-    // At most 14,000 characters, never half of one, from at most 80,000 bytes of body.
-    void pagesAreCutByCharactersAndBodiesByBytes()
-    {
+        // At most 14,000 characters, never half of one, from at most 80,000 bytes of body.
         m_server->on(
             "GET", "/lung", html("<p>" + QByteArray(13'998, 'a') + "\xf0\x9f\x98\x80" + QByteArray(5'000, 'b')));
         QCOMPARE(fetch("/lung"), QLatin1Char(' ') + QString(13'998, QLatin1Char('a')) + QStringLiteral("😀"));
