@@ -41,16 +41,14 @@ class MCPClientTest : public QObject
     {
         return MCPServerConfig { QUuid::createUuid(), name, endpoint, token, true, {}, {} };
     }
+    static Reply withSession(Reply reply, const char *id)
+    {
+        reply.headers.append({ QByteArray("MCP-SESSION-ID"), id }); // names are case-insensitive
+        return reply;
+    }
     template<typename T> static MCPError mcpError(QCoro::Task<T> task)
     {
         return AsyncTest::awaitError<MCPError>(std::move(task), 15'000).value();
-    }
-    static QStringList modelNames(const QList<MCPToolBinding> &bindings)
-    {
-        QStringList names;
-        for (const auto &binding : bindings)
-            names.append(binding.definition.name);
-        return names;
     }
 
 private Q_SLOTS:
@@ -60,11 +58,10 @@ private Q_SLOTS:
     {
         PlainServer mcp({ tool("a") });
         mcp.http.enqueue("POST", "/mcp", Reply::text("oops", 500));
-        Reply init = Reply::text(
-            "event: message\nid: 7\ndata: " + compact(rpcResult({ { "protocolVersion", "2025-06-18" } })) + "\n\n", 200,
-            "text/event-stream");
-        init.headers.append({ QByteArray("Mcp-Session-Id"), "session-1" });
-        mcp.http.enqueue("POST", "/mcp", init);
+        const QByteArray init = compact(rpcResult({ { "protocolVersion", "2025-06-18" } }));
+        mcp.http.enqueue("POST", "/mcp",
+            withSession(
+                Reply::text("event: message\nid: 7\ndata: " + init + "\n\n", 200, "text/event-stream"), "session-1"));
         mcp.http.enqueue("POST", "/mcp", Reply::text(": keep-alive\n\n", 200, "text/event-stream"));
         MCPClient client;
         QCOMPARE(mcpError(client.listTools(server(mcp.endpoint()))).kind(), MCPError::invalidResponse);
@@ -73,14 +70,10 @@ private Q_SLOTS:
         AsyncTest::await(client.listTools(server(mcp.endpoint(), "Twin")));
         QCOMPARE(mcp.methods(), QStringList({ "initialize", "notifications/initialized", "tools/list", "tools/list" }));
 
+        // What a server demands of the handshake itself is checked against a real one (MCPClientLiveTest).
         const auto requests = mcp.http.requests("/mcp");
-        const QJsonObject init0 = requests[0].json();
-        QCOMPARE(init0.value("params")["protocolVersion"].toString(), QString("2025-06-18"));
-        QCOMPARE(init0.value("params")["clientInfo"]["name"].toString(), QString("KeloCompanion"));
         QCOMPARE(requests[1].json().value("id"), QJsonValue::Undefined);
         QVERIFY(requests[2].json().value("id") != requests[3].json().value("id"));
-        QCOMPARE(requests[0].header("Content-Type"), QByteArray("application/json"));
-        QCOMPARE(requests[0].header("Accept"), QByteArray("application/json, text/event-stream"));
         QVERIFY(requests[0].header("Authorization").isNull());
         QVERIFY(requests[0].header("Mcp-Session-Id").isEmpty());
         for (int i = 1; i < requests.size(); ++i)
@@ -88,15 +81,11 @@ private Q_SLOTS:
 
         // A later session id replaces the stored one; one sent with an error does not.
         mcp.onCall = [](const QJsonObject &) {
-            Reply reply = Reply::json(rpcResult(content({ text("ok") })));
-            reply.headers.append({ QByteArray("MCP-SESSION-ID"), "session-2" });
-            return reply;
+            return withSession(Reply::json(rpcResult(content({ text("ok") }))), "session-2");
         };
         const MCPServerConfig target = server(mcp.endpoint(), "T", "secret");
         QCOMPARE(AsyncTest::await(client.callTool(target, "x", {})), QString("ok"));
-        Reply denied = Reply::text("denied", 401);
-        denied.headers.append({ QByteArray("Mcp-Session-Id"), "from-an-error" });
-        mcp.http.enqueue("POST", "/mcp", denied);
+        mcp.http.enqueue("POST", "/mcp", withSession(Reply::text("denied", 401), "from-an-error"));
         QCOMPARE(mcpError(client.callTool(target, "x", {})).kind(), MCPError::unauthorized);
         AsyncTest::await(client.callTool(target, "x", {}));
         const auto last = mcp.http.requests("/mcp").last();
@@ -109,70 +98,63 @@ private Q_SLOTS:
     void repliesToAToolCall_data()
     {
         QTest::addColumn<Reply>("reply");
-        QTest::addColumn<QString>("expected"); // the text, or the error's description when not empty
+        QTest::addColumn<QString>("expected"); // the text (null: the readable result) or the error's description
         QTest::addColumn<int>("kind"); // of the error; -1 for none
-        const int ok = -1, invalid = MCPError::invalidResponse;
-        const auto result = [](const QJsonObject &result) { return Reply::json(rpcResult(result)); };
-        const auto readable = [](const QJsonObject &result) {
-            return QString::fromUtf8(QJsonDocument(result).toJson(QJsonDocument::Indented)).chopped(1);
+        const auto answer = [](const char *name, const QByteArray &result, const QString &expected = QString()) {
+            QTest::newRow(name) << Reply::text(
+                R"({"jsonrpc":"2.0","id":1,"result":)" + result + "}", 200, "application/json")
+                                << expected << -1;
         };
-        QTest::newRow("texts joined") << result(
-            content({ text("unu"), QJsonObject { { "type", "image" }, { "data", "AAAA" } }, text("doi") }))
-                                      << "unu\ndoi" << ok;
-        QTest::newRow("embedded resource") << result(content({ QJsonObject {
-            { "type", "resource" }, { "resource", QJsonObject { { "uri", "x://y" }, { "text", "conținut" } } } } }))
-                                           << "conținut" << ok;
-        QTest::newRow("error flag ignored")
-            << result({ { "isError", true }, { "content", QJsonArray { text("a eșuat") } } }) << "a eșuat" << ok;
-        const QJsonObject image = content({ QJsonObject { { "type", "image" }, { "data", "iVBO" } } });
-        QTest::newRow("image only") << result(image) << readable(image) << ok;
-        const QJsonObject mixed = content({ QJsonObject { { "text", "a" } }, "b" });
-        QTest::newRow("content not all objects") << result(mixed) << readable(mixed) << ok;
-        const QJsonObject none { { "z", 1 }, { "a", QJsonObject { { "b", QJsonValue::Null } } } };
-        QTest::newRow("no content") << result(none) << readable(none) << ok;
+        const auto failure = [](const char *name, const Reply &reply, int kind, const char *description = "") {
+            QTest::newRow(name) << reply << QString(description) << kind;
+        };
+        answer("texts joined", R"({"content":[{"type":"text","text":"unu"},{"type":"image"},{"text":"doi"}]})",
+            "unu\ndoi");
+        answer("embedded resource", R"({"content":[{"type":"resource","resource":{"uri":"x:/y","text":"conținut"}}]})",
+            "conținut");
+        answer("error flag ignored", R"({"isError":true,"content":[{"type":"text","text":"a eșuat"}]})", "a eșuat");
+        answer("image only", R"({"content":[{"type":"image","mimeType":"image/png","data":"iVBO"}]})");
+        answer("content not all objects", R"({"content":[{"text":"a"},"b"]})");
+        answer("no content", R"({"z":1,"a":{"b":null}})");
 
-        const QByteArray progress = compact({ { "jsonrpc", "2.0" }, { "method", "notifications/progress" } });
-        QTest::newRow("stream with noise before the reply") << Reply::eventStream({ "not json", "[DONE]", "[1,2]",
-            progress, compact({ { "id", 99 }, { "result", content({ text("răspuns") }) } }),
-            compact(rpcResult(content({ text("2") }))) }) << "răspuns"
-                                                            << ok;
+        const QByteArray reply = R"({"jsonrpc":"2.0","id":99,"result":{"content":[{"text":"răspuns"}]}})";
+        QTest::newRow("stream with noise before the reply") << Reply::eventStream(
+            { "not json", "[DONE]", "[1,2]", R"({"jsonrpc":"2.0","method":"notifications/progress"})", reply,
+                R"({"id":1,"result":{"content":[{"text":"2"}]}})" })
+                                                            << "răspuns" << -1;
         QTest::newRow("event of CR LF data lines") << Reply::text(
-            "event: message\r\nid: 7\r\ndata: {\"id\":1,\r\ndata: \"result\":{\"content\":"
-            "[{\"text\":\"cr\"}]}}\r\n\r\n",
-            200, "text/event-stream") << "cr" << ok;
+            "event: message\r\nid: 7\r\ndata: {\"id\":1,\r\n"
+            "data: \"result\":{\"content\":[{\"text\":\"cr\"}]}}\r\n\r\n",
+            200, "text/event-stream") << "cr" << -1;
         QTest::newRow("event across chunks") << Reply::eventStreamChunks(
             { "data: {\"id\":1,\n", "data: \"result\":{\"content\":[{\"text\":\"bucăți\"}]}}\n", "\n" }, 30)
-                                             << "bucăți" << ok;
+                                             << "bucăți" << -1;
         const QString big(4 * 1024 * 1024, QLatin1Char('k'));
         Reply open = Reply::eventStream({ compact(rpcResult(content({ text(big) }))) });
         open.chunks = { open.body };
         open.holdOpenAfterChunks = true;
-        QTest::newRow("stream left open after megabytes") << open << big << ok;
+        QTest::newRow("stream left open after megabytes") << open << big << -1;
 
-        QTest::newRow("array body") << Reply::json(QJsonArray { 1, 2 }) << QString() << invalid;
-        QTest::newRow("number body") << Reply::text("42", 200, "application/json") << QString() << invalid;
-        QTest::newRow("truncated json") << Reply::text(R"({"jsonrpc":"2.0","result":{)", 200, "application/json")
-                                        << QString() << invalid;
-        QTest::newRow("stream without object")
-            << Reply::eventStream({ "{broken", "[DONE]", "\"text\"" }) << QString() << invalid;
-        QTest::newRow("stream that is not utf-8") << Reply::text("data: {\"id\":1,\"result\":{}}\n: \xff\xfe\n", 200,
-            "text/event-stream") << QString() << invalid;
-        QTest::newRow("empty 202 to a request") << Reply::text({}, 202) << QString() << invalid;
-        QTest::newRow("result not an object")
-            << Reply::json(QJsonObject { { "id", 1 }, { "result", "yes" } }) << QString() << invalid;
-        for (int status : { 400, 500 })
-            QTest::addRow("status %d", status) << Reply::text("oops", status) << QString() << invalid;
-        for (int status : { 401, 403 })
-            QTest::addRow("status %d", status)
-                << Reply::text("{}", status, "application/json") << QString() << int(MCPError::unauthorized);
-        QTest::newRow("404 within a session")
-            << Reply::text("gone", 404) << "Serverul MCP nu mai recunoaște sesiunea." << int(MCPError::sessionExpired);
-        QTest::newRow("remote error") << Reply::json(
-            QJsonObject { { "error", QJsonObject { { "code", 1 }, { "message", "cheie greșită" } } } })
-                                      << "MCP: cheie greșită" << int(MCPError::remote);
-        QTest::newRow("remote error that is no object")
-            << Reply::json(QJsonObject { { "error", "text" }, { "result", QJsonObject() } })
-            << "MCP: eroare necunoscută" << int(MCPError::remote);
+        const int invalid = MCPError::invalidResponse;
+        failure("array body", Reply::text("[1,2]", 200, "application/json"), invalid);
+        failure("truncated json", Reply::text(R"({"jsonrpc":"2.0","result":{)", 200, "application/json"), invalid);
+        failure("stream without object", Reply::eventStream({ "{broken", "[DONE]", "\"text\"" }), invalid);
+        failure("stream that is not utf-8",
+            Reply::text("data: {\"id\":1,\"result\":{}}\n: \xff\xfe\n", 200, "text/event-stream"), invalid);
+        failure("empty 202 to a request", Reply::text({}, 202), invalid);
+        failure("result not an object", Reply::text(R"({"id":1,"result":"yes"})", 200, "application/json"), invalid);
+        failure("status 400", Reply::text("oops", 400), invalid);
+        failure("status 500", Reply::text("oops", 500), invalid);
+        failure("status 401", Reply::text("{}", 401, "application/json"), MCPError::unauthorized);
+        failure("status 403", Reply::text("{}", 403, "application/json"), MCPError::unauthorized);
+        failure("404 within a session", Reply::text("gone", 404), MCPError::sessionExpired,
+            "Serverul MCP nu mai recunoaște sesiunea.");
+        failure("remote error",
+            Reply::text(R"({"error":{"code":1,"message":"cheie greșită"}})", 200, "application/json"), MCPError::remote,
+            "MCP: cheie greșită");
+        failure("remote error that is no object",
+            Reply::text(R"({"error":"text","result":{}})", 200, "application/json"), MCPError::remote,
+            "MCP: eroare necunoscută");
     }
 
     void repliesToAToolCall()
@@ -180,6 +162,8 @@ private Q_SLOTS:
         QFETCH(Reply, reply);
         QFETCH(QString, expected);
         QFETCH(int, kind);
+        if (expected.isNull()) // no plain text: the result whole, as readable JSON
+            expected = QJsonDocument(QJsonDocument::fromJson(reply.body)["result"].toObject()).toJson().chopped(1);
         PlainServer mcp;
         QJsonObject seen;
         mcp.onCall = [&](const QJsonObject &params) {
@@ -194,8 +178,7 @@ private Q_SLOTS:
         } else {
             const MCPError error = mcpError(std::move(call));
             QCOMPARE(int(error.kind()), kind);
-            if (!expected.isEmpty())
-                QCOMPARE(error.description(), expected);
+            QVERIFY(error.description().startsWith(expected));
         }
         QCOMPARE(seen, QJsonObject({ { "name", "Search-Docs" }, { "arguments", arguments } }));
     }
@@ -237,10 +220,12 @@ private Q_SLOTS:
         QVERIFY2(timer.elapsed() >= 650 && timer.elapsed() < 2'500, qPrintable(QString::number(timer.elapsed())));
     }
 
-    void discoveryNamesToolsForTheModel()
+    // Tools named for the model in the order of the servers, whoever answers first; failing and disabled
+    // servers are skipped, tools without a usable name dropped, colliding names both kept (the store picks).
+    void discoveryNamesToolsInServerOrderAndSkipsFailures()
     {
         const QString longName(80, QLatin1Char('x'));
-        PlainServer mcp({
+        PlainServer slow({
             QJsonObject { { "name", "Search-Docs" }, { "description", "Caută" },
                 { "inputSchema", QJsonObject { { "type", "object" }, { "required", QJsonArray { "q" } } } } },
             QJsonObject { { "name", "listă" } },
@@ -250,44 +235,34 @@ private Q_SLOTS:
             QJsonObject { { "name", 42 } },
             QJsonObject { { "name", "search_docs" } },
         });
+        slow.delayMs = 150;
+        PlainServer failing, fast({ tool("c1") }), disabled({ tool("d1") });
+        failing.http.on("POST", "/mcp", Reply::text("down", 503));
+        MCPServerConfig off = server(disabled.endpoint(), "Off");
+        off.enabled = false;
         MCPClient client;
-        const auto bindings = AsyncTest::await(client.discoverBindings({ server(mcp.endpoint(), "My Server") }));
-        QStringList remoteNames;
+        const auto bindings = AsyncTest::await(client.discoverBindings({ server(slow.endpoint(), "My Server"),
+            server(failing.endpoint(), "Fail"), off, server(fast.endpoint(), "Fast") }));
+        QStringList names;
         for (const auto &binding : bindings)
-            remoteNames.append(binding.remoteName + '@' + binding.server.name);
-        // Colliding model names are both kept; the store picks the first.
-        QCOMPARE(modelNames(bindings),
-            QStringList({ "mcp_my_server_search_docs", "mcp_my_server_list_",
-                "mcp_my_server_" + QString(50, QLatin1Char('x')), "mcp_my_server_search_docs" }));
-        QCOMPARE(remoteNames,
+            names.append(binding.definition.name + " = " + binding.remoteName + " @ " + binding.server.name);
+        QCOMPARE(names,
             QStringList(
-                { "Search-Docs@My Server", "listă@My Server", longName + "@My Server", "search_docs@My Server" }));
+                { "mcp_my_server_search_docs = Search-Docs @ My Server", "mcp_my_server_list_ = listă @ My Server",
+                    "mcp_my_server_" + QString(50, QLatin1Char('x')) + " = " + longName + " @ My Server",
+                    "mcp_my_server_search_docs = search_docs @ My Server", "mcp_fast_c1 = c1 @ Fast" }));
         QCOMPARE(bindings[1].definition.description, QString("Instrument MCP listă din My Server. [MCP: My Server]"));
         QCOMPARE(bindings[2].definition.description, QString(" [MCP: My Server]"));
         QCOMPARE(bindings[0].definition.inputSchema.value("required").toArray().first().toString(), QString("q"));
         const QJsonObject emptySchema { { "type", "object" }, { "properties", QJsonObject() } };
         QCOMPARE(bindings[1].definition.inputSchema, emptySchema);
         QCOMPARE(bindings[2].definition.inputSchema, emptySchema);
-    }
-
-    void discoveryKeepsServerOrderAndSkipsFailures()
-    {
-        PlainServer slow({ tool("a1"), tool("a2") });
-        slow.delayMs = 150; // answers last, yet its tools must come first
-        PlainServer failing;
-        failing.http.on("POST", "/mcp", Reply::text("down", 503));
-        PlainServer fast({ tool("c1") });
-        PlainServer disabled({ tool("d1") });
-        MCPServerConfig off = server(disabled.endpoint(), "Off");
-        off.enabled = false;
-        MCPClient client;
-        const auto bindings = AsyncTest::await(client.discoverBindings({ server(slow.endpoint(), "Slow"),
-            server(failing.endpoint(), "Fail"), off, server(fast.endpoint(), "Fast") }));
-        QCOMPARE(modelNames(bindings), QStringList({ "mcp_slow_a1", "mcp_slow_a2", "mcp_fast_c1" }));
         QCOMPARE(failing.http.requestCount("/mcp"), 1);
     }
 
-    void anExpiredTokenIsRenewedOnceForConcurrentRequests()
+    // A forgotten session is started again once; an expired token is renewed once for concurrent calls,
+    // also for callers holding the old copy, and before asking at all when known to have expired.
+    void anOAuthConnectionOutlivesExpiredTokensAndForgottenSessions()
     {
         FakeOAuthMCPServer mcp;
         MCPClient client;
@@ -295,7 +270,22 @@ private Q_SLOTS:
         QObject::connect(&client, &MCPClient::serverCredentialsChanged,
             [&changes](const MCPServerConfig &server) { changes.append(server); });
         const MCPServerConfig stale = mcp.connectedServer();
-        AsyncTest::await(client.initialize(stale));
+        AsyncTest::await(client.callTool(stale, "echo", {}));
+        mcp.forgetSessions();
+        QCOMPARE(AsyncTest::await(client.callTool(stale, "echo", {})), QString("ecou: ok"));
+        QCOMPARE(mcp.methods(),
+            QStringList({ "initialize", "notifications/initialized", "tools/call", "tools/call", "initialize",
+                "notifications/initialized", "tools/call" }));
+        // The agreed version goes with every request after a handshake, not with the handshake.
+        QStringList versions, sessions;
+        for (const auto &request : mcp.http.requests("/mcp")) {
+            versions.append(QString::fromUtf8(request.header("MCP-Protocol-Version")));
+            sessions.append(QString::fromUtf8(request.header("Mcp-Session-Id")));
+        }
+        QCOMPARE(
+            versions, QStringList({ "", "2025-06-18", "2025-06-18", "2025-06-18", "", "2025-06-18", "2025-06-18" }));
+        QCOMPARE(sessions.mid(4), QStringList({ "", "session-2", "session-2" }));
+
         mcp.expireToken();
         auto first = client.callTool(stale, "echo", {});
         auto second = client.callTool(stale, "echo", {});
@@ -309,13 +299,10 @@ private Q_SLOTS:
         QCOMPARE(renewed.bearerToken, QString("access-2"));
         QCOMPARE(renewed.oauth.refreshToken, QString("refresh-2"));
         QVERIFY(qAbs(QDateTime::currentDateTimeUtc().secsTo(*renewed.oauth.accessTokenExpiresAt) - 3600) < 5);
-
-        // A caller still holding the old copy gets the renewed token without another renewal.
         AsyncTest::await(client.callTool(stale, "echo", {}));
         QCOMPARE(mcp.http.requests("/mcp").last().header("Authorization"), QByteArray("Bearer access-2"));
         QCOMPARE(mcp.http.requestCount("/token"), 1);
 
-        // A token known to have expired is renewed before the server is asked at all.
         MCPServerConfig expiring = renewed;
         expiring.oauth.accessTokenExpiresAt = QDateTime::currentDateTimeUtc().addSecs(-5);
         MCPClient restarted;
@@ -324,6 +311,12 @@ private Q_SLOTS:
         QCOMPARE(mcp.http.requestCount("/token"), 1);
         for (const auto &request : mcp.http.requests("/mcp"))
             QCOMPARE(request.header("Authorization"), QByteArray("Bearer access-3"));
+
+        // A server that forgets every session gets one new handshake, then the error.
+        mcp.forgetsEverySession = true;
+        const int handshakes = mcp.sessionsStarted();
+        QCOMPARE(mcpError(restarted.callTool(expiring, "echo", {})).kind(), MCPError::sessionExpired);
+        QCOMPARE(mcp.sessionsStarted(), handshakes + 1);
     }
 
     // A refused grant marks the server for reconnecting and is not tried again; a provider that
@@ -359,34 +352,6 @@ private Q_SLOTS:
         QVERIFY(!refused || changes.first().needsReconnect);
         QCOMPARE(mcpError(client.callTool(config, "echo", {})).kind(), MCPError::unauthorized);
         QCOMPARE(mcp.http.requestCount("/token"), refused ? 1 : 2);
-    }
-
-    void aForgottenSessionIsStartedAgainOnce()
-    {
-        FakeOAuthMCPServer mcp;
-        MCPClient client;
-        const MCPServerConfig config = mcp.connectedServer();
-        AsyncTest::await(client.callTool(config, "echo", {}));
-        mcp.forgetSessions();
-        QCOMPARE(AsyncTest::await(client.callTool(config, "echo", {})), QString("ecou: ok"));
-        QCOMPARE(mcp.methods(),
-            QStringList({ "initialize", "notifications/initialized", "tools/call", "tools/call", "initialize",
-                "notifications/initialized", "tools/call" }));
-        // The agreed version goes with every request after a handshake, not with the handshake.
-        QStringList versions, sessions;
-        for (const auto &request : mcp.http.requests("/mcp")) {
-            versions.append(QString::fromUtf8(request.header("MCP-Protocol-Version")));
-            sessions.append(QString::fromUtf8(request.header("Mcp-Session-Id")));
-        }
-        QCOMPARE(
-            versions, QStringList({ "", "2025-06-18", "2025-06-18", "2025-06-18", "", "2025-06-18", "2025-06-18" }));
-        QCOMPARE(sessions.mid(4), QStringList({ "", "session-2", "session-2" }));
-
-        // A server that forgets every session gets one new handshake, then the error.
-        mcp.forgetsEverySession = true;
-        const int handshakes = mcp.sessionsStarted();
-        QCOMPARE(mcpError(client.callTool(config, "echo", {})).kind(), MCPError::sessionExpired);
-        QCOMPARE(mcp.sessionsStarted(), handshakes + 1);
     }
 
     void toolListsAreReadPageByPage_data()
