@@ -71,8 +71,7 @@ private Q_SLOTS:
         QVERIFY(contents(secretsPath(secondRun)).contains("\"azureSpeechKey\": \"a-key\""));
     }
 
-    // A line break in a key would inject request headers; a wild rate would reach the synthesiser;
-    // unknown titles are refused. None of them is stored or announced, and an unchanged value neither.
+    // Keys that would inject headers, wild rates and unknown titles are neither stored nor announced.
     void hostileValuesAreNotStoredAndOnlyRealChangesAnnounced()
     {
         TemporaryHome home;

@@ -23,11 +23,7 @@ public:
 };
 } // namespace
 
-// Where secrets go when the keychain cannot serve, one situation per process (CMakeLists.txt sets
-// KELO_TEST_KEYCHAIN) since D-Bus connections and the keychain backend are chosen once per process:
-// "nobus" no session bus at all; "bare" a keyring started on demand without a login keyring (a bare
-// window manager or an SSH session: the Secret Service answers but cannot keep anything); "hung" a
-// Secret Service that never answers.
+// One situation per process (KELO_TEST_KEYCHAIN): no bus, a keyring that cannot keep anything, a hung one.
 class SecureStoreBackendTest : public QObject
 {
     Q_OBJECT
@@ -38,8 +34,7 @@ class SecureStoreBackendTest : public QObject
     SilentSecretService m_silent;
 
 private Q_SLOTS:
-    // A bus of the test's own, made this process's session bus before anything has touched D-Bus:
-    // Qt, GLib and QtKeychain keep their first connection.
+    // A private session bus, set before anything touches D-Bus (everyone keeps their first connection).
     void initTestCase()
     {
         if (!QStringList { "nobus", "bare", "hung" }.contains(m_situation))
@@ -85,8 +80,7 @@ private Q_SLOTS:
         QVERIFY(AppSettings().secretsInFile());
     }
 
-    // The first call waits for its time-out and returns nothing; while it hangs, the following ones
-    // give up at once instead of queueing behind it, and nothing is written in the clear.
+    // Later calls give up at once instead of queueing behind the hung one; nothing goes in the clear.
     void aHungKeychainCostsOneTimeOutNotOnePerCall()
     {
         if (m_situation != "hung")

@@ -55,8 +55,7 @@ struct ScopedUmask
     const mode_t previous;
 };
 
-// Copies what one run left in the config folder into another home. The next AppSettings then parses
-// the files from disk, as a new process would, instead of QSettings' in-process cache.
+// A run's config in another home, so the next AppSettings parses the disk, past QSettings' cache.
 inline void copyConfig(const TemporaryHome &from, const TemporaryHome &to)
 {
     const QDir source(from.configHome() + QStringLiteral("/Kelo"));

@@ -5,8 +5,7 @@
 #include <QJsonArray>
 #include <QTest>
 
-// Against a real third-party MCP server over streamable HTTP (started by the test services). It
-// answers with event streams, insists on its session id and returns text, image and resource content.
+// Against a real MCP server of the test services: event streams, strict sessions, mixed content.
 class MCPClientLiveTest : public QObject
 {
     Q_OBJECT

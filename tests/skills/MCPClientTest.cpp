@@ -52,8 +52,7 @@ class MCPClientTest : public QObject
     }
 
 private Q_SLOTS:
-    // A failed handshake is tried again next time; a good one runs once per endpoint. This one comes
-    // as event streams, the notification's holding only a comment.
+    // A failed handshake is tried again, a good one (here as event streams) runs once per endpoint.
     void handshakeRunsOncePerEndpointAndTheSessionIsCarried()
     {
         PlainServer mcp({ tool("a") });
@@ -93,8 +92,7 @@ private Q_SLOTS:
         QCOMPARE(last.header("Authorization"), QByteArray("Bearer secret"));
     }
 
-    // What a tool call's reply turns into: text for the model (the result whole as readable JSON when
-    // it holds no plain text) or a typed error.
+    // A tool call's reply becomes text for the model or a typed error.
     void repliesToAToolCall_data()
     {
         QTest::addColumn<Reply>("reply");
@@ -183,8 +181,7 @@ private Q_SLOTS:
         QCOMPARE(seen, QJsonObject({ { "name", "Search-Docs" }, { "arguments", arguments } }));
     }
 
-    // The endpoint rule itself is tested with MCPEndpoint; here: the client applies it, and a token
-    // that would inject a header is refused before anything is sent.
+    // Bad endpoints and a token that would inject a header are refused before anything is sent.
     void badEndpointsAndTokensNeverReachTheNetwork()
     {
         FakeHttpServer http;
@@ -198,8 +195,7 @@ private Q_SLOTS:
         QVERIFY(http.requests().isEmpty());
     }
 
-    // Keep-alive comments reset the inactivity limit, never the deadline (300 ms scales the 60 s
-    // deadline of the 25 s limit down to 720 ms). A plainly silent server is HttpClient's own case.
+    // Keep-alives reset the inactivity limit, never the deadline (60 s of 25 s scaled to 720 ms of 300).
     void anEndlesslyPingingServerTimesOut()
     {
         PlainServer mcp;
@@ -220,8 +216,7 @@ private Q_SLOTS:
         QVERIFY2(timer.elapsed() >= 650 && timer.elapsed() < 2'500, qPrintable(QString::number(timer.elapsed())));
     }
 
-    // Tools named for the model in the order of the servers, whoever answers first; failing and disabled
-    // servers are skipped, tools without a usable name dropped, colliding names both kept (the store picks).
+    // Named for the model in server order; failing, disabled and nameless skipped, collisions kept.
     void discoveryNamesToolsInServerOrderAndSkipsFailures()
     {
         const QString longName(80, QLatin1Char('x'));
@@ -260,8 +255,7 @@ private Q_SLOTS:
         QCOMPARE(failing.http.requestCount("/mcp"), 1);
     }
 
-    // A forgotten session is started again once; an expired token is renewed once for concurrent calls,
-    // also for callers holding the old copy, and before asking at all when known to have expired.
+    // Forgotten sessions start again once; an expired token is renewed once, however many ask.
     void anOAuthConnectionOutlivesExpiredTokensAndForgottenSessions()
     {
         FakeOAuthMCPServer mcp;
@@ -319,8 +313,7 @@ private Q_SLOTS:
         QCOMPARE(mcp.sessionsStarted(), handshakes + 1);
     }
 
-    // A refused grant marks the server for reconnecting and is not tried again; a provider that
-    // merely failed is.
+    // A refused grant marks the server for reconnecting and is not retried; a failed provider is.
     void aFailedRenewalShowsTheUnauthorizedText_data()
     {
         QTest::addColumn<Reply>("refreshReply");
@@ -354,38 +347,31 @@ private Q_SLOTS:
         QCOMPARE(mcp.http.requestCount("/token"), refused ? 1 : 2);
     }
 
+    // Pages by cursor; a cursor not listed leads to a page with a cursor never seen before.
     void toolListsAreReadPageByPage_data()
     {
-        QTest::addColumn<QJsonObject>("pages"); // cursor → result; any other cursor leads to a new one
+        QTest::addColumn<QByteArray>("pages");
         QTest::addColumn<QStringList>("expected"); // empty: the list is refused
         QTest::addColumn<int>("requests");
-        const auto page = [](const QStringList &names, const QJsonValue &next = QJsonValue()) {
-            QJsonArray tools;
-            for (const QString &name : names)
-                tools.append(tool(name));
-            QJsonObject result { { "tools", tools } };
-            if (!next.isNull())
-                result.insert("nextCursor", next);
-            return result;
-        };
-        QTest::newRow("three pages") << QJsonObject { { "", page({ "a", "b" }, "c1") }, { "c1", page({ "c" }, "c2") },
-            { "c2", page({ "d" }) } } << QStringList({ "a", "b", "c", "d" })
-                                     << 3;
-        QTest::newRow("cursor that comes back")
-            << QJsonObject { { "", page({ "a" }, "c1") }, { "c1", page({ "b" }, "c1") } } << QStringList({ "a", "b" })
-            << 2;
+        QTest::newRow("three pages") << QByteArray(
+            R"({"": {"tools": [{"name": "a"}, {"name": "b"}], "nextCursor": "c1"},
+            "c1": {"tools": [{"name": "c"}], "nextCursor": "c2"}, "c2": {"tools": [{"name": "d"}]}})")
+                                     << QStringList({ "a", "b", "c", "d" }) << 3;
+        QTest::newRow("cursor that comes back") << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "c1"},
+            "c1": {"tools": [{"name": "b"}], "nextCursor": "c1"}})")
+                                                << QStringList({ "a", "b" }) << 2;
         QTest::newRow("cursor that is no text")
-            << QJsonObject { { "", page({ "a" }, 7) } } << QStringList({ "a" }) << 1;
-        QTest::newRow("endless pages") << QJsonObject { { "", page({ "a" }, "next") } }
+            << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": 7}})") << QStringList({ "a" }) << 1;
+        QTest::newRow("endless pages") << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "next"}})")
                                        << QStringList { "a" } + QStringList(MCPClient::maxToolPages - 1, "b")
                                        << MCPClient::maxToolPages;
         QTest::newRow("page that is not an object")
-            << QJsonObject { { "", page({ "a" }, "c1") }, { "c1", "nu" } } << QStringList() << 2;
+            << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "c1"}, "c1": "nu"})") << QStringList() << 2;
     }
 
     void toolListsAreReadPageByPage()
     {
-        QFETCH(QJsonObject, pages);
+        QFETCH(QByteArray, pages);
         QFETCH(QStringList, expected);
         QFETCH(int, requests);
         PlainServer mcp;
@@ -395,7 +381,7 @@ private Q_SLOTS:
             if (message.value("method") != "tools/list")
                 return mcp.answerMCP(message, {}, {});
             cursors.append(message.value("params")["cursor"].toString());
-            QJsonValue result = pages.value(cursors.last());
+            QJsonValue result = QJsonDocument::fromJson(pages)[cursors.last()];
             if (result.isUndefined()) // endless: every answer names a cursor never seen before
                 result = QJsonObject { { "tools", QJsonArray { tool("b") } },
                     { "nextCursor", QStringLiteral("n%1").arg(cursors.size()) } };

@@ -41,8 +41,7 @@ class MCPOAuthManagerTest : public QObject
     QNetworkAccessManager m_network;
     QList<QUrl> m_opened;
 
-    // A browser the user never has to touch: it loads a loopback authorization page and hands the
-    // redirect to the app's scheme over as the desktop would. A real provider's page is left open.
+    // Loads a loopback authorization page and hands its redirect over as the desktop would.
     bool openBrowser(const QUrl &url)
     {
         m_opened.append(url);
@@ -113,24 +112,11 @@ private Q_SLOTS:
         QCOMPARE(running.size(), 2);
         QVERIFY(!manager.running());
 
-        // The fake checks the PKCE pair; the state and the verifier are random, of a fixed form. What
-        // a strict provider demands of the registration and the form is checked against a real one.
-        const QUrlQuery authorization = auth.lastAuthorization();
-        const QString state = authorization.queryItemValue("state");
-        QVERIFY(QRegularExpression("^[0-9A-F]{32}$").match(state).hasMatch());
-        QCOMPARE(authorization.queryItems(QUrl::FullyDecoded),
-            (QList<QPair<QString, QString>> { { "response_type", "code" }, { "client_id", "kelo-client" },
-                { "redirect_uri", "kelo://oauth" }, { "state", state },
-                { "code_challenge", authorization.queryItemValue("code_challenge") },
-                { "code_challenge_method", "S256" }, { "resource", endpoint } }));
-
+        // The fake checks PKCE; the wire format is checked against a strict real provider (MCPCommandTest).
+        QVERIFY(
+            QRegularExpression("^[0-9A-F]{32}$").match(auth.lastAuthorization().queryItemValue("state")).hasMatch());
         const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
-        const QString verifier = form.queryItemValue("code_verifier");
-        QVERIFY(QRegularExpression("^[0-9A-F]{64}$").match(verifier).hasMatch());
-        QCOMPARE(form.queryItems(QUrl::FullyDecoded),
-            (QList<QPair<QString, QString>> { { "grant_type", "authorization_code" }, { "code", auth.issuedCode },
-                { "redirect_uri", "kelo://oauth" }, { "client_id", "kelo-client" }, { "code_verifier", verifier },
-                { "resource", endpoint } }));
+        QVERIFY(QRegularExpression("^[0-9A-F]{64}$").match(form.queryItemValue("code_verifier")).hasMatch());
         QCOMPARE(mcp.requestCount("/.well-known/oauth-authorization-server"), 0);
     }
 
@@ -198,8 +184,7 @@ private Q_SLOTS:
             QVERIFY2(!request.path.contains("//"), qPrintable(request.path));
     }
 
-    // The provider's own words reach the user (its bare error code is shown by the journeys); a state
-    // it never issued is refused even when this is the only flow waiting.
+    // The provider's own words reach the user; a state it never issued is refused.
     void badCallbacksFailWithoutAToken()
     {
         AuthServer auth;
@@ -279,8 +264,7 @@ private Q_SLOTS:
         QCOMPARE(unreachable.code(), URLError::cannotConnectToHost);
         QVERIFY(clock.elapsed() < 2'000);
 
-        // A server that answers the first contact but never its metadata costs the budget, not a
-        // minute per document.
+        // Metadata that never comes costs the discovery budget, not a minute per document.
         FakeHttpServer silent;
         Reply never;
         never.neverAnswer = true;

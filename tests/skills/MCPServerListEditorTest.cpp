@@ -15,8 +15,7 @@ class MCPServerListEditorTest : public QObject
     }
 
 private Q_SLOTS:
-    // Reconnecting replaces the entry in its slot, switched on, with a new id and without the old grant;
-    // an endpoint typed for OAuth is the same service as a manual server with it, never a gallery one.
+    // Reconnecting replaces the entry in place; a typed endpoint matches a manual server, not a gallery one.
     void galleryConnectionsReplaceTheirEntryInPlace()
     {
         const MCPGalleryItem linear = *MCPGalleryItem::find("linear");

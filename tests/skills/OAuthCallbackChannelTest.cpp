@@ -62,8 +62,7 @@ private Q_SLOTS:
         QCOMPARE(appSpy.size() + cliSpy.size(), 2);
     }
 
-    // A socket file left by a process that died without closing it is cleaned up; foreign URLs and a
-    // writer flooding the socket without ending its line are dropped.
+    // A dead process's socket is cleaned up; foreign URLs and an endless line are dropped.
     void staleSocketsAndForeignOrMalformedMessagesAreDropped()
     {
         const QString dir = freshDirectory();

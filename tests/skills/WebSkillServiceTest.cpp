@@ -163,8 +163,7 @@ private Q_SLOTS:
             "GET", "/lung", html("<p>" + QByteArray(13'998, 'a') + "\xf0\x9f\x98\x80" + QByteArray(5'000, 'b')));
         QCOMPARE(fetch("/lung"), QLatin1Char(' ') + QString(13'998, QLatin1Char('a')) + QStringLiteral("😀"));
 
-        // Markup fills the first 79,998 bytes, so the cut falls inside the visible text: the two-byte
-        // "ă" starting at byte 79,999 loses its second byte and becomes a replacement character.
+        // The cut at byte 80,000 halves the "ă" starting at byte 79,999.
         const QByteArray body
             = "<div data-x=\"" + QByteArray(79'975, 'x') + "\">abcdefgh \xc4\x83" + QByteArray(300'000, 'c');
         m_server->on("GET", "/mare", html(body));

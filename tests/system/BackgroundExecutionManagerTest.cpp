@@ -12,8 +12,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-// Stands in for logind's manager: hands out the write end of a pipe per lock and keeps the read end,
-// which reports a hang-up once every copy of the write end is closed, that is, once the lock is released.
+// logind's manager: a pipe per lock, whose read end hangs up once the lock is released.
 class FakeLogind
     : public QObject
     , protected QDBusContext

@@ -13,8 +13,7 @@ class EchoCancelProbeTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // A pactl stand-in logs its arguments, then runs the row's shell body; a body that starts with
-    // "#!" is the whole script, and no body means no pactl at all.
+    // A logging pactl running the row's body ("#!…": the whole script; none: no pactl at all).
     void reportsWhyNotOrCleansUp_data()
     {
         QTest::addColumn<QByteArray>("body");
