@@ -184,26 +184,6 @@ private Q_SLOTS:
             QVERIFY2(!request.path.contains("//"), qPrintable(request.path));
     }
 
-    // The provider's own words reach the user; a state it never issued is refused.
-    void badCallbacksFailWithoutAToken()
-    {
-        AuthServer auth;
-        MCPOAuthManager manager(options());
-        const QList<std::pair<QString, QString>> callbacks {
-            { "error=invalid_scope&error_description=Scope+%22x%22%0Anu+e%C8%99ti&state=",
-                "Providerul a refuzat autentificarea: Scope \"x\" nu ești" },
-            { "state=", MCPOAuthError(MCPOAuthError::invalidCallback).description() },
-            { "code=x&state=FOREIGN", MCPOAuthError(MCPOAuthError::stateMismatch).description() },
-        };
-        for (const auto &[callback, description] : callbacks) {
-            auth.redirect = [callback](const QUrlQuery &query) {
-                return "kelo://oauth?" + callback + (callback.endsWith('=') ? query.queryItemValue("state") : "");
-            };
-            QCOMPARE(expectError<MCPOAuthError>(manager, itemFor(auth.base() + "/mcp")).description(), description);
-        }
-        QCOMPARE(auth.http.requestCount("/token"), 0);
-    }
-
     void scopeAndResourceComeFromWhatTheServerPublishes_data()
     {
         QTest::addColumn<QString>("source");
@@ -300,11 +280,27 @@ private Q_SLOTS:
         QVERIFY(!MCPOAuthManager::fallbackMetadata(QUrl("https://mcp.example.com/mcp")));
     }
 
+    // The provider's own words reach the user; a state it never issued is refused.
     void providerFailuresAreReported()
     {
         AuthServer auth;
         const MCPGalleryItem item = itemFor(auth.base() + "/mcp");
         MCPOAuthManager manager(options());
+        const auto approve = auth.redirect;
+        const QList<std::pair<QString, QString>> callbacks {
+            { "error=invalid_scope&error_description=Scope+%22x%22%0Anu+e%C8%99ti&state=",
+                "Providerul a refuzat autentificarea: Scope \"x\" nu ești" },
+            { "state=", MCPOAuthError(MCPOAuthError::invalidCallback).description() },
+            { "code=x&state=FOREIGN", MCPOAuthError(MCPOAuthError::stateMismatch).description() },
+        };
+        for (const auto &[callback, description] : callbacks) {
+            auth.redirect = [callback](const QUrlQuery &query) {
+                return "kelo://oauth?" + callback + (callback.endsWith('=') ? query.queryItemValue("state") : "");
+            };
+            QCOMPARE(expectError<MCPOAuthError>(manager, item).description(), description);
+        }
+        QCOMPARE(auth.http.requestCount("/token"), 0);
+        auth.redirect = approve;
 
         auth.http.enqueue("POST", "/register", Reply::text("redirect_uri not allowed", 400));
         MCPOAuthError error = expectError<MCPOAuthError>(manager, item);

@@ -14,36 +14,27 @@
 
 using Reply = FakeHttpServer::Reply;
 
-namespace {
-
-const QString searchPath = QStringLiteral("/w/rest.php/v1/search/page");
-
-QJsonObject page(const QString &title, const QJsonValue &excerpt = QJsonValue::Undefined,
-    const QJsonValue &description = QJsonValue::Undefined)
-{
-    QJsonObject object { { "title", title }, { "id", 1 }, { "key", title } };
-    if (!excerpt.isUndefined())
-        object.insert("excerpt", excerpt);
-    if (!description.isUndefined())
-        object.insert("description", description);
-    return object;
-}
-
-Reply pages(const QJsonArray &list)
-{
-    return Reply::json(QJsonObject { { "pages", list } });
-}
-
-Reply html(const QByteArray &body, int status = 200)
-{
-    return Reply::text(body, status, "text/html; charset=iso-8859-2");
-}
-
-} // namespace
-
 class WebSkillServiceTest : public QObject
 {
     Q_OBJECT
+
+    static inline const QString searchPath = "/w/rest.php/v1/search/page";
+    static Reply pages(const QJsonArray &list) { return Reply::json(QJsonObject { { "pages", list } }); }
+    // Declares a charset it does not use: pages are read as UTF-8.
+    static Reply html(const QByteArray &body, int status = 200)
+    {
+        return Reply::text(body, status, "text/html; charset=iso-8859-2");
+    }
+    static QJsonObject page(const QString &title, const QJsonValue &excerpt = QJsonValue::Undefined,
+        const QJsonValue &description = QJsonValue::Undefined)
+    {
+        QJsonObject object { { "title", title }, { "id", 1 }, { "key", title } };
+        if (!excerpt.isUndefined())
+            object.insert("excerpt", excerpt);
+        if (!description.isUndefined())
+            object.insert("description", description);
+        return object;
+    }
 
     std::unique_ptr<FakeHttpServer> m_server;
     std::optional<ScopedEnvironment> m_wikipedia;
@@ -67,7 +58,7 @@ private Q_SLOTS:
         m_service = std::make_unique<WebSkillService>();
     }
 
-    void searchRequestAndDigest()
+    void searchRequestDigestAndFailures()
     {
         const QJsonObject sixth = page("Al șaselea", "nu apare");
         m_server->enqueue("GET", searchPath, pages({}));
@@ -95,10 +86,8 @@ private Q_SLOTS:
             (QList<QPair<QString, QString>> { { "q", query }, { "limit", "5" } }));
         const QString wire = request.query.toString(QUrl::FullyEncoded);
         QVERIFY2(wire.startsWith(QLatin1String("q=%C8%99tefan%20cel%20mare%20%26%20fiii%2Bnepo")), qPrintable(wire));
-    }
 
-    void searchFailuresAreTyped()
-    {
+        // Failures are typed errors, never text for the model.
         for (const Reply &failed :
             { Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404), Reply::text("", 503) }) {
             m_server->enqueue("GET", searchPath, failed);
