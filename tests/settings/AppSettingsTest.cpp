@@ -78,9 +78,9 @@ private Q_SLOTS:
         QVERIFY(!settings.setPersonalityRawValue("calm"));
         QVERIFY(!settings.setResponseLengthRawValue("Lung"));
         QVERIFY(!settings.setVoiceEngineRawValue("apple local"));
-        QCOMPARE(settings.personality(), PersonalityPreset::companion);
-        QCOMPARE(settings.responseLength(), ResponseLengthPreset::short_);
-        QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::appleLocal);
+        QVERIFY(settings.personality() == PersonalityPreset::companion
+            && settings.responseLength() == ResponseLengthPreset::short_
+            && settings.voiceEngine() == VoiceEnginePreset::appleLocal);
         for (const char *name : { "zenAPIKey", "googleTTSAPIKey", "azureSpeechKey", "elevenAPIKey" }) {
             for (const QString &key : { QString("sk\r\nX-Injected: 1"), QString("sk\t1"), QString("sk\u007f") }) {
                 QVERIFY(settings.setProperty(name, key));
@@ -95,7 +95,7 @@ private Q_SLOTS:
         for (double rate : { qQNaN(), qInf(), -qInf() }) {
             settings.setVoiceRate(rate);
             QCOMPARE(settings.voiceRate(), 0.45);
-            QVERIFY(AppSettings::invalidValueReason(QString("voiceRate"), rate));
+            QVERIFY(AppSettings::invalidValueReason("voiceRate", rate));
         }
         QCOMPARE(changed.size(), 0);
         settings.setVoiceRate(-5);
@@ -106,8 +106,8 @@ private Q_SLOTS:
         settings.setMcpServers({ server("a", {}) });
         QCOMPARE(rateChanged.size(), 2);
         QCOMPARE(changed.size(), 3);
-        QVERIFY(AppSettings::invalidValueReason(QString("voiceRate"), -5.0));
-        QVERIFY(!AppSettings::invalidValueReason(QString("voiceRate"), 0.4));
+        QVERIFY(
+            AppSettings::invalidValueReason("voiceRate", -5.0) && !AppSettings::invalidValueReason("voiceRate", 0.4));
     }
 
     // Hand-edited or foreign values: the right kind is honoured, anything else is the default.
