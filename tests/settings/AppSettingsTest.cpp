@@ -9,65 +9,45 @@
 
 using namespace SettingsTestSupport;
 
-namespace {
-MCPServerConfig server(const QString &name, const QString &token)
-{
-    MCPServerConfig config;
-    config.id = QUuid::createUuid();
-    config.name = name;
-    config.endpoint = QStringLiteral("https://mcp.example.ro/") + name;
-    config.bearerToken = token;
-    return config;
-}
-
-const QString promptRulesEnd = QStringLiteral("preferă rezultatul real al instrumentului în locul presupunerilor.\n");
-} // namespace
-
 class AppSettingsTest : public QObject
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    // Every stored setting: its value on a fresh install, then one written and read back by a new run.
-    void everyValueHasItsDefaultAndSurvivesARestart()
+    static MCPServerConfig server(const QString &name, const QString &token)
     {
-        struct Setting
-        {
-            const char *name;
-            QVariant fresh;
-            QVariant changed;
-        };
-        const QList<Setting> all { { "zenModelID", "big-pickle", "gpt-5-nano" }, { "zenAPIKey", "", "  sk-zen  " },
-            { "personality", "Companion", "Direct" }, { "responseLength", "Scurt", "Detaliat" },
-            { "customPrompt", "", "  Spune-mi Ana, te rog.\nFără „glume”; mulțumesc = ok  " },
-            { "autoSpeak", true, false }, { "internetEnabled", true, false }, { "preferOnDeviceSpeech", true, false },
-            { "voiceRate", 0.45, 0.5 }, { "voiceIdentifier", "", "Romanian+Adam" },
-            { "voiceEngine", "Apple Local", "Google Cloud TTS" }, { "googleTTSAPIKey", "", "g-key" },
-            { "googleVoiceName", "ro-RO-Wavenet-B", "ro-RO-Standard-A" }, { "azureSpeechKey", "", "a-key" },
-            { "azureRegion", "westeurope", "northeurope" },
-            { "azureVoiceName", "ro-RO-AlinaNeural", "ro-RO-EmilNeural" }, { "elevenVoiceID", "", "v1" },
-            { "elevenAPIKey", "", "e-key" }, { "backgroundConversationEnabled", false, true },
-            { "memoryEnabled", true, false }, { "autoSkillsEnabled", true, false } };
+        return { QUuid::createUuid(), name, "https://mcp.example.ro/" + name, token, true, {}, {} };
+    }
+
+private Q_SLOTS:
+    // Every stored setting written and read back by a new run (defaults are the hand-edited rows below).
+    void everyValueSurvivesARestart()
+    {
+        const QList<std::pair<const char *, QVariant>> all { { "zenModelID", "gpt-5-nano" },
+            { "zenAPIKey", "  sk-zen  " }, { "personality", "Direct" }, { "responseLength", "Detaliat" },
+            { "customPrompt", "  Spune-mi Ana, te rog.\nFără „glume”; mulțumesc = ok  " }, { "autoSpeak", false },
+            { "internetEnabled", false }, { "preferOnDeviceSpeech", false }, { "voiceRate", 0.5 },
+            { "voiceIdentifier", "Romanian+Adam" }, { "voiceEngine", "Google Cloud TTS" },
+            { "googleTTSAPIKey", "g-key" }, { "googleVoiceName", "ro-RO-Standard-A" }, { "azureSpeechKey", "a-key" },
+            { "azureRegion", "northeurope" }, { "azureVoiceName", "ro-RO-EmilNeural" }, { "elevenVoiceID", "v1" },
+            { "elevenAPIKey", "e-key" }, { "backgroundConversationEnabled", true }, { "memoryEnabled", false },
+            { "autoSkillsEnabled", false } };
         TemporaryHome firstRun;
         ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
-        const QList<MCPServerConfig> servers { server(QStringLiteral("notite"), QStringLiteral("tok=,\"1\"")),
-            server(QStringLiteral("calendar"), QString()) };
+        const QList<MCPServerConfig> servers { server("notite", "tok=,\"1\""), server("calendar", {}) };
         {
             AppSettings settings;
-            for (const Setting &setting : all)
-                QVERIFY2(settings.property(setting.name) == setting.fresh, setting.name);
             QVERIFY(settings.mcpServers().isEmpty());
             // Reading alone writes nothing but the empty, private file.
             QVERIFY(contents(settingsPath(firstRun)).trimmed().isEmpty());
-            for (const Setting &setting : all)
-                QVERIFY2(settings.setProperty(setting.name, setting.changed), setting.name);
+            for (const auto &[name, changed] : all)
+                QVERIFY2(settings.setProperty(name, changed) && settings.property(name) == changed, name);
             settings.setMcpServers(servers);
         }
         TemporaryHome secondRun;
         copyConfig(firstRun, secondRun);
         AppSettings settings;
-        for (const Setting &setting : all)
-            QVERIFY2(settings.property(setting.name) == setting.changed, setting.name);
+        for (const auto &[name, changed] : all)
+            QVERIFY2(settings.property(name) == changed, name);
         QCOMPARE(settings.personality(), PersonalityPreset::direct);
         QCOMPARE(settings.responseLength(), ResponseLengthPreset::detailed);
         QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::googleCloud);
@@ -85,71 +65,49 @@ private Q_SLOTS:
         QVERIFY(contents(secretsPath(secondRun)).contains("\"azureSpeechKey\": \"a-key\""));
     }
 
-    void settersAnnounceRealChangesOnlyAndRefuseUnknownTitles()
-    {
-        TemporaryHome home;
-        AppSettings settings;
-        QSignalSpy changed(&settings, &AppSettings::changed);
-        QSignalSpy rateChanged(&settings, &AppSettings::voiceRateChanged);
-        QSignalSpy serversChanged(&settings, &AppSettings::mcpServersChanged);
-
-        settings.setVoiceRate(0.45);
-        settings.setMcpServers({});
-        QCOMPARE(changed.size(), 0);
-
-        settings.setVoiceRate(0.4);
-        QCOMPARE(rateChanged.size(), 1);
-        QCOMPARE(changed.size(), 1);
-        settings.setMcpServers({ server(QStringLiteral("a"), QString()) });
-        QCOMPARE(serversChanged.size(), 1);
-        QCOMPARE(changed.size(), 2);
-
-        // Unknown titles are refused and change nothing.
-        QVERIFY(!settings.setPersonalityRawValue(QStringLiteral("calm")));
-        QVERIFY(!settings.setResponseLengthRawValue(QStringLiteral("Lung")));
-        QVERIFY(!settings.setVoiceEngineRawValue(QStringLiteral("apple local")));
-        QCOMPARE(settings.personality(), PersonalityPreset::companion);
-        QCOMPARE(settings.responseLength(), ResponseLengthPreset::short_);
-        QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::appleLocal);
-        QCOMPARE(changed.size(), 2);
-
-        QVERIFY(settings.setProperty("personality", QStringLiteral("Creativ")));
-        QCOMPARE(settings.personality(), PersonalityPreset::creative);
-        QVERIFY(contents(settingsPath(home)).contains("\npersonality=Creativ"));
-    }
-
-    // A line break in a key would inject request headers; a wild rate would reach the synthesiser.
-    void keysWithControlCharactersAndImpossibleRatesAreNotStored()
+    // Keys that would inject headers, wild rates and unknown titles are neither stored nor announced.
+    void hostileValuesAreNotStoredAndOnlyRealChangesAnnounced()
     {
         TemporaryHome home;
         ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
         AppSettings settings;
         QSignalSpy changed(&settings, &AppSettings::changed);
+        QSignalSpy rateChanged(&settings, &AppSettings::voiceRateChanged);
+        settings.setVoiceRate(0.45);
+        settings.setMcpServers({});
+        QVERIFY(!settings.setPersonalityRawValue("calm"));
+        QVERIFY(!settings.setResponseLengthRawValue("Lung"));
+        QVERIFY(!settings.setVoiceEngineRawValue("apple local"));
+        QVERIFY(settings.personality() == PersonalityPreset::companion
+            && settings.responseLength() == ResponseLengthPreset::short_
+            && settings.voiceEngine() == VoiceEnginePreset::appleLocal);
         for (const char *name : { "zenAPIKey", "googleTTSAPIKey", "azureSpeechKey", "elevenAPIKey" }) {
-            for (const QString &key :
-                { QStringLiteral("sk\r\nX-Injected: 1"), QStringLiteral("sk\t1"), QStringLiteral("sk\u007f") }) {
+            for (const QString &key : { QString("sk\r\nX-Injected: 1"), QString("sk\t1"), QString("sk\u007f") }) {
                 QVERIFY(settings.setProperty(name, key));
                 QCOMPARE(settings.property(name).toString(), QString());
                 const auto reason = AppSettings::invalidValueReason(QLatin1String(name), key);
-                QVERIFY2(reason && reason->contains(QStringLiteral("caractere de control")), name);
+                QVERIFY2(reason && reason->contains(QString("caractere de control")), name);
             }
-            QVERIFY(!AppSettings::invalidValueReason(QLatin1String(name), QStringLiteral("  sk-ăâ-1  ")));
+            QVERIFY(!AppSettings::invalidValueReason(QLatin1String(name), QString("  sk-ăâ-1  ")));
         }
         QVERIFY(!contents(secretsPath(home)).contains("sk"));
 
         for (double rate : { qQNaN(), qInf(), -qInf() }) {
             settings.setVoiceRate(rate);
             QCOMPARE(settings.voiceRate(), 0.45);
-            QVERIFY(AppSettings::invalidValueReason(QStringLiteral("voiceRate"), rate));
+            QVERIFY(AppSettings::invalidValueReason("voiceRate", rate));
         }
         QCOMPARE(changed.size(), 0);
         settings.setVoiceRate(-5);
         QCOMPARE(settings.voiceRate(), AppSettings::minimumVoiceRate);
         settings.setVoiceRate(3);
         QCOMPARE(settings.voiceRate(), AppSettings::maximumVoiceRate);
-        QCOMPARE(storedText(settingsPath(home), QStringLiteral("voiceRate")), QStringLiteral("0.52"));
-        QVERIFY(AppSettings::invalidValueReason(QStringLiteral("voiceRate"), -5.0));
-        QVERIFY(!AppSettings::invalidValueReason(QStringLiteral("voiceRate"), 0.4));
+        QVERIFY(contents(settingsPath(home)).contains("\nvoiceRate=0.52\n"));
+        settings.setMcpServers({ server("a", {}) });
+        QCOMPARE(rateChanged.size(), 2);
+        QCOMPARE(changed.size(), 3);
+        QVERIFY(
+            AppSettings::invalidValueReason("voiceRate", -5.0) && !AppSettings::invalidValueReason("voiceRate", 0.4));
     }
 
     // Hand-edited or foreign values: the right kind is honoured, anything else is the default.
@@ -186,15 +144,14 @@ private Q_SLOTS:
     void undecodableServerListIsKeptUntilTheListChanges()
     {
         TemporaryHome home;
-        const QString blob = QStringLiteral("[{\"name\":\"fara id\"}]");
-        writeFile(settingsPath(home), "[General]\nmcpServers=\"[{\\\"name\\\":\\\"fara id\\\"}]\"\n");
+        const QByteArray undecodable = "\nmcpServers=\"[{\\\"name\\\":\\\"fara id\\\"}]\"\n";
+        writeFile(settingsPath(home), "[General]" + undecodable);
         AppSettings settings;
         QVERIFY(settings.mcpServers().isEmpty());
-
         settings.setMemoryEnabled(false);
-        QCOMPARE(storedText(settingsPath(home), QStringLiteral("mcpServers")), blob);
+        QVERIFY(contents(settingsPath(home)).contains("\nmcpServers=[{\\\"name\\\":\\\"fara id\\\"}]\n"));
 
-        const QList<MCPServerConfig> servers { server(QStringLiteral("nou"), QStringLiteral("secret")) };
+        const QList<MCPServerConfig> servers { server("nou", "secret") };
         settings.setMcpServers(servers);
         QVERIFY(!contents(settingsPath(home)).contains("fara id"));
         TemporaryHome next;
@@ -205,11 +162,11 @@ private Q_SLOTS:
     void mcpSecretsLiveInTheSecureStoreAndLeaveWithTheirServer()
     {
         TemporaryHome home;
-        MCPServerConfig connected = server(QStringLiteral("notite"), QStringLiteral("tok-A"));
-        connected.oauth = { QStringLiteral("https://auth.example.ro/token"), QStringLiteral("kelo"),
-            QStringLiteral("https://mcp.example.ro/notite"), QStringLiteral("ref-B"), QStringLiteral("sec-C"),
+        MCPServerConfig connected = server("notite", "tok-A");
+        connected.oauth = { QString("https://auth.example.ro/token"), QString("kelo"),
+            QString("https://mcp.example.ro/notite"), QString("ref-B"), QString("sec-C"),
             QDateTime::fromSecsSinceEpoch(QDateTime::currentSecsSinceEpoch() + 3600, Qt::UTC) };
-        const MCPServerConfig plain = server(QStringLiteral("calendar"), QString());
+        const MCPServerConfig plain = server("calendar", {});
         AppSettings(nullptr).setMcpServers({ connected, plain });
         QByteArray file = contents(settingsPath(home));
         for (const char *secret : { "tok-A", "ref-B", "sec-C" }) {
@@ -225,16 +182,15 @@ private Q_SLOTS:
 
         // Renewed credentials change the credentials and nothing else.
         MCPServerConfig renewed = connected;
-        renewed.name = QStringLiteral("altul");
-        renewed.bearerToken = QStringLiteral("tok-D");
+        renewed.name = "altul";
+        renewed.bearerToken = "tok-D";
         renewed.needsReconnect = true;
         settings.updateMcpServerCredentials(renewed);
-        QCOMPARE(settings.mcpServers().first().name, QStringLiteral("notite"));
-        QCOMPARE(settings.mcpServers().first().bearerToken, QStringLiteral("tok-D"));
-        QVERIFY(settings.mcpServers().first().needsReconnect);
-        QVERIFY(settings.mcpServerList().first().value<MCPServerConfig>().needsReconnect);
-        QVERIFY(contents(settingsPath(next)).contains("needsReconnect"));
-        QVERIFY(!contents(settingsPath(next)).contains("tok-D"));
+        const MCPServerConfig stored = settings.mcpServerList().first().value<MCPServerConfig>();
+        QVERIFY(stored.name == "notite" && stored.bearerToken == "tok-D" && stored.needsReconnect);
+        QCOMPARE(settings.mcpServers().first(), stored);
+        file = contents(settingsPath(next));
+        QVERIFY(file.contains("needsReconnect") && !file.contains("tok-D"));
 
         settings.setMcpServers({ plain });
         for (const char *secret : { "tok-D", "ref-B", "sec-C" })
@@ -249,24 +205,19 @@ private Q_SLOTS:
         const QByteArray legacy = "[General]\nmcpServers=\"[{\\\"id\\\":\\\"6F9619FF-8B86-D011-B42D-00C04FC964FF\\\","
                                   "\\\"name\\\":\\\"vechi\\\",\\\"endpoint\\\":\\\"https://m.example.ro/mcp\\\","
                                   "\\\"bearerToken\\\":\\\"legacy-tok\\\",\\\"enabled\\\":true}]\"\n";
-        {
+        // When the secure store cannot keep it (a folder in its way), the file stays as it was, token and all.
+        for (const bool storable : { true, false }) {
             TemporaryHome home;
             writeFile(settingsPath(home), legacy);
+            if (!storable)
+                QDir().mkpath(secretsPath(home));
             AppSettings settings;
             QCOMPARE(settings.mcpServers().size(), 1);
-            QCOMPARE(settings.mcpServers().first().bearerToken, QStringLiteral("legacy-tok"));
-            QVERIFY(!contents(settingsPath(home)).contains("legacy-tok"));
-            QVERIFY(contents(settingsPath(home)).contains("vechi"));
-            QVERIFY(contents(secretsPath(home)).contains("legacy-tok"));
-        }
-        {
-            // The secure store cannot keep it: the file stays as it was, token and all.
-            TemporaryHome home;
-            writeFile(settingsPath(home), legacy);
-            QDir().mkpath(secretsPath(home));
-            AppSettings settings;
-            QCOMPARE(settings.mcpServers().first().bearerToken, QStringLiteral("legacy-tok"));
-            QCOMPARE(contents(settingsPath(home)), legacy);
+            QCOMPARE(settings.mcpServers().first().bearerToken, QString("legacy-tok"));
+            const QByteArray file = contents(settingsPath(home));
+            QCOMPARE(file == legacy, !storable);
+            QVERIFY(file.contains("vechi") && file.contains("legacy-tok") != storable);
+            QCOMPARE(contents(secretsPath(home)).contains("legacy-tok"), storable);
         }
     }
 
@@ -277,8 +228,8 @@ private Q_SLOTS:
         {
             AppSettings settings;
             QVERIFY(isOwnerOnly(settingsPath(home)));
-            settings.setMcpServers({ server(QStringLiteral("x"), QStringLiteral("bearer")) });
-            settings.setCustomPrompt(QStringLiteral("salut"));
+            settings.setMcpServers({ server("x", "bearer") });
+            settings.setCustomPrompt(QString("salut"));
             QVERIFY(isOwnerOnly(settingsPath(home)));
         }
         // A file left readable by an older run is narrowed as soon as the app starts.
@@ -294,29 +245,30 @@ private Q_SLOTS:
     // Memory before personal instructions, each trimmed; blank ones add nothing.
     void systemPromptComposesPersonaMemoryAndInstructions()
     {
+        const QString promptRulesEnd = "preferă rezultatul real al instrumentului în locul presupunerilor.\n";
         TemporaryHome home;
         AppSettings settings;
         const QString bare = settings.systemPrompt(QString());
         QVERIFY(bare.contains(Presets::promptSentence(PersonalityPreset::companion) + QLatin1Char('\n')
-            + Presets::promptSentence(ResponseLengthPreset::short_) + QStringLiteral("\nNu expune")));
+            + Presets::promptSentence(ResponseLengthPreset::short_) + QString("\nNu expune")));
         QVERIFY(bare.endsWith(promptRulesEnd + QLatin1Char('\n')));
-        settings.setCustomPrompt(QStringLiteral(" \t\n"));
-        QCOMPARE(settings.systemPrompt(QStringLiteral("  \n")), bare);
+        settings.setCustomPrompt(QString(" \t\n"));
+        QCOMPARE(settings.systemPrompt(QString("  \n")), bare);
 
         settings.setPersonality(PersonalityPreset::direct);
         settings.setResponseLength(ResponseLengthPreset::balanced);
-        settings.setCustomPrompt(QStringLiteral("\n  Spune-mi Ana.\nFără emoji.  \n"));
-        const QString both = settings.systemPrompt(QStringLiteral("  Ana are o pisică.\n"));
+        settings.setCustomPrompt(QString("\n  Spune-mi Ana.\nFără emoji.  \n"));
+        const QString both = settings.systemPrompt(QString("  Ana are o pisică.\n"));
         QVERIFY(both.contains(Presets::promptSentence(PersonalityPreset::direct) + QLatin1Char('\n')
             + Presets::promptSentence(ResponseLengthPreset::balanced)));
         QVERIFY(both.endsWith(promptRulesEnd
-            + QStringLiteral(
+            + QString(
                 "Memorie de conversație:\nAna are o pisică.\nInstrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
         QVERIFY(settings.systemPrompt(QString()).endsWith(
-            promptRulesEnd + QStringLiteral("\nInstrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
+            promptRulesEnd + QString("\nInstrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
         settings.setCustomPrompt(QString());
-        QVERIFY(settings.systemPrompt(QStringLiteral("rezumat"))
-                    .endsWith(promptRulesEnd + QStringLiteral("Memorie de conversație:\nrezumat\n")));
+        QVERIFY(settings.systemPrompt(QString("rezumat"))
+                    .endsWith(promptRulesEnd + QString("Memorie de conversație:\nrezumat\n")));
     }
 };
 

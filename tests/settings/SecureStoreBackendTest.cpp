@@ -1,4 +1,3 @@
-#include "PrivateSessionBus.h"
 #include "SettingsTestSupport.h"
 #include "TemporaryHome.h"
 #include "settings/AppSettings.h"
@@ -7,6 +6,9 @@
 #include <QDBusConnection>
 #include <QDBusVirtualObject>
 #include <QElapsedTimer>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace SettingsTestSupport;
@@ -21,70 +23,78 @@ public:
 };
 } // namespace
 
-// Where secrets go when the keychain cannot serve, one situation per process (CMakeLists.txt sets
-// KELO_TEST_KEYCHAIN) since D-Bus connections and the keychain backend are chosen once per process:
-// "nobus" no session bus at all; "bare" a keyring started on demand without a login keyring (a bare
-// window manager or an SSH session: the Secret Service answers but cannot keep anything); "hung" a
-// Secret Service that never answers.
+// One situation per process (KELO_TEST_KEYCHAIN): no bus, a keyring that cannot keep anything, a hung one.
 class SecureStoreBackendTest : public QObject
 {
     Q_OBJECT
 
     const QString m_situation = qEnvironmentVariable("KELO_TEST_KEYCHAIN");
-    PrivateSessionBus m_bus;
+    QTemporaryDir m_busHome; // where services the bus starts on demand keep their data
+    QProcess m_bus;
     SilentSecretService m_silent;
 
 private Q_SLOTS:
+    // A private session bus, set before anything touches D-Bus (everyone keeps their first connection).
     void initTestCase()
     {
         if (!QStringList { "nobus", "bare", "hung" }.contains(m_situation))
             QSKIP("KELO_TEST_KEYCHAIN names no situation (ctest sets it)");
-        if (m_situation == QLatin1String("nobus"))
+        if (m_situation == "nobus")
             return;
-        const bool keyring = !QStandardPaths::findExecutable(QStringLiteral("gnome-keyring-daemon")).isEmpty();
-        if (!PrivateSessionBus::available() || (m_situation == QLatin1String("bare") && !keyring))
+        const bool keyring = !QStandardPaths::findExecutable("gnome-keyring-daemon").isEmpty();
+        if (QStandardPaths::findExecutable("dbus-daemon").isEmpty() || (m_situation == "bare" && !keyring))
             QSKIP("dbus-daemon or gnome-keyring-daemon is not installed (scripts/install-deps.sh)");
-        QVERIFY(m_bus.start());
-        if (m_situation != QLatin1String("hung"))
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_DATA_HOME", m_busHome.path());
+        environment.insert("XDG_RUNTIME_DIR", m_busHome.path());
+        m_bus.setProcessEnvironment(environment);
+        m_bus.start("dbus-daemon", { "--session", "--nofork", "--print-address=1" });
+        QVERIFY(m_bus.waitForReadyRead(10'000));
+        const QByteArray address = m_bus.readLine().trimmed();
+        QVERIFY(!address.isEmpty());
+        qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+        if (m_situation != "hung")
             return;
-        QDBusConnection connection = QDBusConnection::connectToBus(m_bus.address(), QStringLiteral("silent"));
-        QVERIFY(connection.registerService(QStringLiteral("org.freedesktop.secrets")));
-        QVERIFY(connection.registerVirtualObject(QStringLiteral("/"), &m_silent, QDBusConnection::SubPath));
+        QDBusConnection connection = QDBusConnection::connectToBus(QString::fromUtf8(address), "silent");
+        QVERIFY(connection.registerService("org.freedesktop.secrets"));
+        QVERIFY(connection.registerVirtualObject("/", &m_silent, QDBusConnection::SubPath));
+    }
+
+    void cleanupTestCase()
+    {
+        m_bus.terminate();
+        m_bus.waitForFinished(5'000);
     }
 
     void keysGoToThePrivateFileWhenNoKeychainCanKeepThem()
     {
-        if (m_situation == QLatin1String("hung"))
+        if (m_situation == "hung")
             QSKIP("a hung keychain is not a missing one");
         TemporaryHome home;
         ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
-        const QString service = QStringLiteral("ro.kelo.test.") + m_situation;
-        SecureStore store(service);
+        SecureStore store("ro.kelo.test." + m_situation);
         QVERIFY(store.usesFileFallback());
-        store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
-        QCOMPARE(SecureStore(service).read(QStringLiteral("zenAPIKey")), QStringLiteral("abc"));
+        store.write("abc", "zenAPIKey");
+        QCOMPARE(SecureStore("ro.kelo.test." + m_situation).read("zenAPIKey"), QString("abc"));
         QVERIFY(isOwnerOnly(secretsPath(home)));
         QVERIFY(AppSettings().secretsInFile());
     }
 
+    // Later calls give up at once instead of queueing behind the hung one; nothing goes in the clear.
     void aHungKeychainCostsOneTimeOutNotOnePerCall()
     {
-        if (m_situation != QLatin1String("hung"))
+        if (m_situation != "hung")
             QSKIP("only for a keychain that never answers");
         TemporaryHome home;
         ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
-        SecureStore store(QStringLiteral("ro.kelo.test.hung"));
-        // The first call waits for its time-out and returns nothing.
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
-
-        // While that call hangs, the following ones give up at once instead of queueing behind it, and
-        // nothing is written in the clear just because the keychain is slow.
+        SecureStore store("ro.kelo.test.hung");
+        QCOMPARE(store.read("zenAPIKey"), std::nullopt);
         QElapsedTimer elapsed;
         elapsed.start();
         QVERIFY(!store.usesFileFallback());
-        store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
-        QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), std::nullopt);
+        store.write("abc", "zenAPIKey");
+        QCOMPARE(store.read("zenAPIKey"), std::nullopt);
+        QCOMPARE(store.read("elevenAPIKey"), std::nullopt);
         QVERIFY2(elapsed.elapsed() < 5'000, "later calls waited for the hung keychain");
         QVERIFY(!QFile::exists(secretsPath(home)));
     }

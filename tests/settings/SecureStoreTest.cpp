@@ -16,43 +16,35 @@
 
 using namespace SettingsTestSupport;
 
-namespace {
-const QString secretService = QStringLiteral("org.freedesktop.secrets");
-
-// A service of our own per test, so runs in parallel and leftovers never meet.
-QString freshService()
-{
-    return QStringLiteral("ro.kelo.test.") + QUuid::createUuid().toString(QUuid::Id128);
-}
-
-// Keychain items (locked or not) for one service and account, asked over D-Bus directly.
-int keychainItemCount(const QString &service, const QString &account)
-{
-    using Attributes = QMap<QString, QString>;
-    qDBusRegisterMetaType<Attributes>();
-    QDBusMessage search = QDBusMessage::createMethodCall(secretService, QStringLiteral("/org/freedesktop/secrets"),
-        QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("SearchItems"));
-    search << QVariant::fromValue(
-        Attributes { { QStringLiteral("server"), service }, { QStringLiteral("user"), account } });
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(search);
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2)
-        return -1;
-    const auto unlocked = qdbus_cast<QList<QDBusObjectPath>>(reply.arguments().at(0));
-    const auto locked = qdbus_cast<QList<QDBusObjectPath>>(reply.arguments().at(1));
-    return int(unlocked.size() + locked.size());
-}
-
-QJsonObject fileItems(const TemporaryHome &home, const QString &service)
-{
-    return QJsonDocument::fromJson(contents(secretsPath(home))).object().value(service).toObject();
-}
-} // namespace
-
 class SecureStoreTest : public QObject
 {
     Q_OBJECT
 
-private:
+    static inline const QString secretService = "org.freedesktop.secrets";
+
+    // A service of our own per test, so runs in parallel and leftovers never meet.
+    static QString freshService() { return "ro.kelo.test." + QUuid::createUuid().toString(QUuid::Id128); }
+
+    static QJsonObject fileItems(const TemporaryHome &home, const QString &service)
+    {
+        return QJsonDocument::fromJson(contents(secretsPath(home))).object().value(service).toObject();
+    }
+
+    // Keychain items (locked or not) for one service and account, asked over D-Bus directly.
+    static int keychainItemCount(const QString &service, const QString &account)
+    {
+        using Attributes = QMap<QString, QString>;
+        qDBusRegisterMetaType<Attributes>();
+        QDBusMessage search = QDBusMessage::createMethodCall(
+            secretService, "/org/freedesktop/secrets", "org.freedesktop.Secret.Service", "SearchItems");
+        search << QVariant::fromValue(Attributes { { "server", service }, { "user", account } });
+        const QList<QVariant> found = QDBusConnection::sessionBus().call(search).arguments();
+        if (found.size() != 2)
+            return -1;
+        return int(
+            qdbus_cast<QList<QDBusObjectPath>>(found[0]).size() + qdbus_cast<QList<QDBusObjectPath>>(found[1]).size());
+    }
+
     // Only the throw-away keyring of scripts/test.sh, never a developer's own.
     static bool testKeyringRunning()
     {
@@ -90,30 +82,30 @@ private Q_SLOTS:
         };
 
         // Deleting what is not there is silent and does not even create the file.
-        store.write(QString(), QStringLiteral("zenAPIKey"));
+        store.write(QString(), "zenAPIKey");
         QVERIFY(!QFile::exists(secretsPath(home)));
-        store.write(QStringLiteral("abc"), QStringLiteral("zenAPIKey"));
-        store.write(QStringLiteral("def"), QStringLiteral("zenAPIKey"));
-        QCOMPARE(SecureStore(service).read(QStringLiteral("zenAPIKey")), QStringLiteral("def"));
-        QCOMPARE(items(QStringLiteral("zenAPIKey")), 1);
+        store.write(QStringLiteral("abc"), "zenAPIKey");
+        store.write(QStringLiteral("def"), "zenAPIKey");
+        QCOMPARE(SecureStore(service).read("zenAPIKey"), QStringLiteral("def"));
+        QCOMPARE(items("zenAPIKey"), 1);
 
         // Another account and another service are other items.
-        QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), std::nullopt);
-        QCOMPARE(SecureStore(freshService()).read(QStringLiteral("zenAPIKey")), std::nullopt);
-        store.write(QStringLiteral(" cheie ăîșț ✓ "), QStringLiteral("elevenAPIKey"));
-        QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), QStringLiteral(" cheie ăîșț ✓ "));
+        QCOMPARE(store.read("elevenAPIKey"), std::nullopt);
+        QCOMPARE(SecureStore(freshService()).read("zenAPIKey"), std::nullopt);
+        store.write(QStringLiteral(" cheie ăîșț ✓ "), "elevenAPIKey");
+        QCOMPARE(store.read("elevenAPIKey"), QStringLiteral(" cheie ăîșț ✓ "));
 
-        store.write(QString(), QStringLiteral("zenAPIKey"));
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
-        QCOMPARE(items(QStringLiteral("zenAPIKey")), 0);
-        QCOMPARE(store.read(QStringLiteral("elevenAPIKey")), QStringLiteral(" cheie ăîșț ✓ "));
+        store.write(QString(), "zenAPIKey");
+        QCOMPARE(store.read("zenAPIKey"), std::nullopt);
+        QCOMPARE(items("zenAPIKey"), 0);
+        QCOMPARE(store.read("elevenAPIKey"), QStringLiteral(" cheie ăîșț ✓ "));
         QVERIFY(!contents(secretsPath(home)).contains("def"));
-        store.write(QString(), QStringLiteral("elevenAPIKey"));
+        store.write(QString(), "elevenAPIKey");
         if (keychain)
             QVERIFY(!QFile::exists(secretsPath(home)));
     }
 
-    void appSettingsKeepsCredentialsInTheKeychain()
+    void credentialsLiveInTheKeychainOnceItAnswers()
     {
         REQUIRE_TEST_KEYRING();
         TemporaryHome home;
@@ -124,63 +116,53 @@ private Q_SLOTS:
             QVERIFY(!settings.secretsInFile());
             settings.setGoogleTTSAPIKey(QStringLiteral("  g-key  "));
         }
-        QCOMPARE(SecureStore().read(QStringLiteral("googleTTSAPIKey")), QStringLiteral("  g-key  "));
+        QCOMPARE(SecureStore().read("googleTTSAPIKey"), QStringLiteral("  g-key  "));
         QVERIFY(!contents(settingsPath(home)).contains("g-key"));
         AppSettings settings;
         QCOMPARE(settings.googleTTSAPIKey(), QStringLiteral("  g-key  "));
         settings.setGoogleTTSAPIKey(QString());
-        QCOMPARE(keychainItemCount(SecureStore::appID(), QStringLiteral("googleTTSAPIKey")), 0);
-    }
+        QCOMPARE(keychainItemCount(SecureStore::appID(), "googleTTSAPIKey"), 0);
 
-    void keysSavedInTheFileMoveToTheKeychainOnceItAnswers()
-    {
-        REQUIRE_TEST_KEYRING();
-        TemporaryHome home;
+        // Keys saved in the file while no keychain answered move there once one does.
         const QString service = freshService();
-        SecureStore(service).write(QStringLiteral("din-fisier"), QStringLiteral("elevenAPIKey"));
-        QCOMPARE(
-            fileItems(home, service).value(QStringLiteral("elevenAPIKey")).toString(), QStringLiteral("din-fisier"));
-
-        ScopedEnvironment automatic("KELO_SECRET_STORE", QString());
+        std::optional<ScopedEnvironment> fileOnly(std::in_place, "KELO_SECRET_STORE", "file");
+        SecureStore(service).write(QStringLiteral("din-fisier"), "elevenAPIKey");
+        QCOMPARE(fileItems(home, service).value("elevenAPIKey").toString(), QStringLiteral("din-fisier"));
+        fileOnly.reset();
         SecureStore keychain(service);
-        QCOMPARE(keychain.read(QStringLiteral("elevenAPIKey")), QStringLiteral("din-fisier"));
+        QCOMPARE(keychain.read("elevenAPIKey"), QStringLiteral("din-fisier"));
         QVERIFY(!keychain.usesFileFallback());
-        QCOMPARE(keychainItemCount(service, QStringLiteral("elevenAPIKey")), 1);
+        QCOMPARE(keychainItemCount(service, "elevenAPIKey"), 1);
         QVERIFY(fileItems(home, service).isEmpty());
         QVERIFY(!contents(secretsPath(home)).contains("din-fisier"));
-        keychain.write(QString(), QStringLiteral("elevenAPIKey"));
+        keychain.write(QString(), "elevenAPIKey");
     }
 
     // Private even with a permissive umask, and narrowed again if someone widened it.
-    void fileStoreStaysPrivate()
+    void fileStoreStaysPrivateAndKeepsADamagedFile()
     {
         ScopedUmask permissive(0);
         TemporaryHome home;
         SecureStore store(freshService());
         QCOMPARE(store.fallbackFilePath(), secretsPath(home));
-        store.write(QStringLiteral("g"), QStringLiteral("googleTTSAPIKey"));
+        store.write(QStringLiteral("g"), "googleTTSAPIKey");
         QVERIFY(isOwnerOnly(secretsPath(home)));
-        const QFileDevice::Permissions folder = QFile::permissions(home.configHome() + QStringLiteral("/Kelo"));
-        QVERIFY(!(folder & (QFileDevice::ReadOther | QFileDevice::ReadGroup)));
+        const QString folder = home.configHome() + "/Kelo/";
+        QVERIFY(!(QFile::permissions(folder) & (QFileDevice::ReadOther | QFileDevice::ReadGroup)));
         QFile::setPermissions(
             secretsPath(home), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther);
-        store.write(QStringLiteral("h"), QStringLiteral("zenAPIKey"));
+        store.write(QStringLiteral("h"), "zenAPIKey");
         QVERIFY(isOwnerOnly(secretsPath(home)));
-    }
 
-    void damagedFileIsSetAsideNotOverwritten()
-    {
-        TemporaryHome home;
+        // A damaged file is set aside, not overwritten.
         writeFile(secretsPath(home), "{\"ro.kelo\": {\"zenAPIKey\": \"sk-vech");
-        SecureStore store(freshService());
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), std::nullopt);
-
-        store.write(QStringLiteral("nou"), QStringLiteral("zenAPIKey"));
-        QCOMPARE(store.read(QStringLiteral("zenAPIKey")), QStringLiteral("nou"));
-        const QStringList aside
-            = QDir(home.configHome() + QStringLiteral("/Kelo")).entryList({ QStringLiteral("secrets.json.damaged-*") });
+        SecureStore reopened(freshService());
+        QCOMPARE(reopened.read("zenAPIKey"), std::nullopt);
+        reopened.write("nou", "zenAPIKey");
+        QCOMPARE(reopened.read("zenAPIKey"), QStringLiteral("nou"));
+        const QStringList aside = QDir(folder).entryList({ "secrets.json.damaged-*" });
         QCOMPARE(aside.size(), 1);
-        QVERIFY(contents(home.configHome() + QStringLiteral("/Kelo/") + aside.first()).contains("sk-vech"));
+        QVERIFY(contents(folder + aside.first()).contains("sk-vech"));
     }
 };
 

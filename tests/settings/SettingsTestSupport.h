@@ -5,7 +5,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSettings>
 #include <QTest>
 
 #include <sys/stat.h>
@@ -37,49 +36,32 @@ inline void writeFile(const QString &path, const QByteArray &text)
     file.write(text);
 }
 
-// A value as the next start will read it: parsed from a copy of the file, past QSettings' cache.
-inline QString storedText(const QString &path, const QString &key)
-{
-    const QString copy = path + QStringLiteral(".copy");
-    QFile::remove(copy);
-    QFile::copy(path, copy);
-    const QString value = QSettings(copy, QSettings::IniFormat).value(key).toString();
-    QFile::remove(copy);
-    return value;
-}
-
 // Readable and writable by the owner, nothing for anyone else.
 inline bool isOwnerOnly(const QString &path)
 {
-    const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
-        | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther;
-    const QFileDevice::Permissions permissions = QFile::permissions(path);
-    return QFile::exists(path) && !(permissions & others) && (permissions & QFileDevice::ReadOwner)
-        && (permissions & QFileDevice::WriteOwner);
+    struct stat info
+    {
+    };
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 && (info.st_mode & 0777) == 0600;
 }
 
 // A process-wide umask for one test, put back however the test ends.
-class ScopedUmask
+struct ScopedUmask
 {
-public:
     explicit ScopedUmask(mode_t mask)
-        : m_previous(umask(mask))
+        : previous(umask(mask))
     { }
-    ~ScopedUmask() { umask(m_previous); }
-
-private:
-    mode_t m_previous;
+    ~ScopedUmask() { umask(previous); }
+    const mode_t previous;
 };
 
-// Copies what one run left in the config folder into another home. The next AppSettings then parses
-// the files from disk, as a new process would, instead of QSettings' in-process cache.
+// A run's config in another home, so the next AppSettings parses the disk, past QSettings' cache.
 inline void copyConfig(const TemporaryHome &from, const TemporaryHome &to)
 {
     const QDir source(from.configHome() + QStringLiteral("/Kelo"));
-    const QString target = to.configHome() + QStringLiteral("/Kelo");
-    QDir().mkpath(target);
+    QDir().mkpath(to.configHome() + QStringLiteral("/Kelo"));
     for (const QString &name : source.entryList(QDir::Files))
-        QVERIFY(QFile::copy(source.filePath(name), target + QLatin1Char('/') + name));
+        QVERIFY(QFile::copy(source.filePath(name), to.configHome() + QStringLiteral("/Kelo/") + name));
 }
 
 } // namespace SettingsTestSupport

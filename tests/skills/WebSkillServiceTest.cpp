@@ -14,43 +14,32 @@
 
 using Reply = FakeHttpServer::Reply;
 
-namespace {
-
-const QString searchPath = QStringLiteral("/w/rest.php/v1/search/page");
-
-QJsonObject page(const QString &title, const QJsonValue &excerpt = QJsonValue::Undefined,
-    const QJsonValue &description = QJsonValue::Undefined)
-{
-    QJsonObject object { { "title", title }, { "id", 1 }, { "key", title } };
-    if (!excerpt.isUndefined())
-        object.insert("excerpt", excerpt);
-    if (!description.isUndefined())
-        object.insert("description", description);
-    return object;
-}
-
-Reply pages(const QJsonArray &list)
-{
-    return Reply::json(QJsonObject { { "pages", list } });
-}
-
-Reply html(const QByteArray &body, int status = 200)
-{
-    return Reply::text(body, status, "text/html; charset=iso-8859-2");
-}
-
-} // namespace
-
 class WebSkillServiceTest : public QObject
 {
     Q_OBJECT
 
-private:
-    FakeHttpServer *m_server = nullptr;
-    std::unique_ptr<ScopedEnvironment> m_wikipedia;
-    // The pages of these tests live on loopback, which the page reader refuses by default.
-    std::unique_ptr<ScopedEnvironment> m_allowPrivate;
-    WebSkillService *m_service = nullptr;
+    static inline const QString searchPath = "/w/rest.php/v1/search/page";
+    static Reply pages(const QJsonArray &list) { return Reply::json(QJsonObject { { "pages", list } }); }
+    // Declares a charset it does not use: pages are read as UTF-8.
+    static Reply html(const QByteArray &body, int status = 200)
+    {
+        return Reply::text(body, status, "text/html; charset=iso-8859-2");
+    }
+    static QJsonObject page(const QString &title, const QJsonValue &excerpt = QJsonValue::Undefined,
+        const QJsonValue &description = QJsonValue::Undefined)
+    {
+        QJsonObject object { { "title", title }, { "id", 1 }, { "key", title } };
+        if (!excerpt.isUndefined())
+            object.insert("excerpt", excerpt);
+        if (!description.isUndefined())
+            object.insert("description", description);
+        return object;
+    }
+
+    std::unique_ptr<FakeHttpServer> m_server;
+    std::optional<ScopedEnvironment> m_wikipedia;
+    std::optional<ScopedEnvironment> m_allowPrivate; // the pages live on loopback, refused by default
+    std::unique_ptr<WebSkillService> m_service;
 
     QString search(const QString &query) { return AsyncTest::await(m_service->searchRomanianWeb(query)); }
     QString fetch(const QString &path) { return AsyncTest::await(m_service->fetchURL(m_server->baseUrl() + path)); }
@@ -63,21 +52,13 @@ private:
 private Q_SLOTS:
     void init()
     {
-        m_server = new FakeHttpServer(this);
-        m_wikipedia = std::make_unique<ScopedEnvironment>("KELO_WIKIPEDIA_BASE_URL", m_server->baseUrl() + "/");
-        m_allowPrivate = std::make_unique<ScopedEnvironment>("KELO_FETCH_ALLOW_PRIVATE", "1");
-        m_service = new WebSkillService(this);
+        m_server = std::make_unique<FakeHttpServer>();
+        m_wikipedia.emplace("KELO_WIKIPEDIA_BASE_URL", m_server->baseUrl() + "/");
+        m_allowPrivate.emplace("KELO_FETCH_ALLOW_PRIVATE", "1");
+        m_service = std::make_unique<WebSkillService>();
     }
 
-    void cleanup()
-    {
-        delete m_service;
-        m_allowPrivate.reset();
-        m_wikipedia.reset();
-        delete m_server;
-    }
-
-    void searchRequestAndDigest()
+    void searchRequestDigestAndFailures()
     {
         const QJsonObject sixth = page("Al șaselea", "nu apare");
         m_server->enqueue("GET", searchPath, pages({}));
@@ -105,27 +86,19 @@ private Q_SLOTS:
             (QList<QPair<QString, QString>> { { "q", query }, { "limit", "5" } }));
         const QString wire = request.query.toString(QUrl::FullyEncoded);
         QVERIFY2(wire.startsWith(QLatin1String("q=%C8%99tefan%20cel%20mare%20%26%20fiii%2Bnepo")), qPrintable(wire));
-    }
 
-    void searchFailuresAreTyped()
-    {
-        m_server->enqueue("GET", searchPath, Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404));
-        m_server->enqueue("GET", searchPath, Reply::text("", 503));
-        QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
-        QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
-
-        const QList<Reply> malformed {
-            Reply::text("<html>Wikipedia is down</html>", 200, "text/html"),
-            Reply::text("{\"pages\":[", 200, "application/json"),
-            Reply::json(QJsonArray { page("x") }),
-            Reply::json(QJsonObject { { "results", QJsonArray {} } }),
-            Reply::json(QJsonObject { { "pages", "none" } }),
-            pages({ QJsonObject { { "excerpt", "fără titlu" } } }),
-            pages({ page("Titlu", 5) }),
-            pages({ QJsonObject { { "title", 7 } } }),
-            pages({ "text" }),
-        };
-        for (const Reply &reply : malformed) {
+        // Failures are typed errors, never text for the model.
+        for (const Reply &failed :
+            { Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404), Reply::text("", 503) }) {
+            m_server->enqueue("GET", searchPath, failed);
+            QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
+        }
+        for (const Reply &reply : { Reply::text("<html>Wikipedia is down</html>", 200, "text/html"),
+                 Reply::text("{\"pages\":[", 200, "application/json"), Reply::json(QJsonArray { page("x") }),
+                 Reply::json(QJsonObject { { "results", QJsonArray {} } }),
+                 Reply::json(QJsonObject { { "pages", "none" } }),
+                 pages({ QJsonObject { { "excerpt", "fără titlu" } } }), pages({ page("Titlu", 5) }),
+                 pages({ QJsonObject { { "title", 7 } } }), pages({ "text" }) }) {
             m_server->enqueue("GET", searchPath, reply);
             const auto error = searchError<DecodingError>();
             QVERIFY2(error, reply.body.constData());
@@ -154,17 +127,16 @@ private Q_SLOTS:
         }
         QCOMPARE(m_server->requests().size(), 2);
 
+        // Upper-case schemes are let through; HTTPS fails only at the TLS handshake with a plain server.
         m_server->on("GET", "/pagina", html("<p>Salut</p>"));
-        const QString upper = QStringLiteral("HTTP://127.0.0.1:%1/pagina").arg(m_server->port());
+        QString upper = m_server->baseUrl().replace("http", "HTTP") + "/pagina";
         QCOMPARE(AsyncTest::await(m_service->fetchURL(upper)), QStringLiteral(" Salut "));
         QVERIFY(m_server->requests("/pagina").first().header("User-Agent") != "KeloCompanion/2.0 (iOS)");
-        // An upper-case HTTPS scheme is let through: it fails only at the TLS handshake with a plain server.
-        const QString secure = QStringLiteral("HTTPS://127.0.0.1:%1/pagina").arg(m_server->port());
-        const auto handshake = AsyncTest::awaitError<URLError>(m_service->fetchURL(secure));
+        const auto handshake = AsyncTest::awaitError<URLError>(m_service->fetchURL(upper.replace("HTTP", "HTTPS")));
         QVERIFY(handshake && handshake->code() != URLError::badURL);
     }
 
-    void pagesAreReducedToTheirVisibleText()
+    void pagesAreReducedToTheirVisibleTextAndCut()
     {
         m_server->on("GET", "/articol",
             html("<html>\n<head><title>Titlu</title>\n"
@@ -174,17 +146,13 @@ private Q_SLOTS:
                  "vizibil<script>doi()</script>\n"
                  "<SCRIPT>MARE()</SCRIPT>\xc2\xa0 sfârșit \xff</body></html>\n"));
         QCOMPARE(fetch("/articol"), QStringLiteral(" Titlu Primul&nbsp;paragraf vizibil MARE() sfârșit \uFFFD "));
-    }
 
-    // At most 14,000 characters, never half of one, from at most 80,000 bytes of body.
-    void pagesAreCutByCharactersAndBodiesByBytes()
-    {
+        // At most 14,000 characters, never half of one, from at most 80,000 bytes of body.
         m_server->on(
             "GET", "/lung", html("<p>" + QByteArray(13'998, 'a') + "\xf0\x9f\x98\x80" + QByteArray(5'000, 'b')));
         QCOMPARE(fetch("/lung"), QLatin1Char(' ') + QString(13'998, QLatin1Char('a')) + QStringLiteral("😀"));
 
-        // Markup fills the first 79,998 bytes, so the cut falls inside the visible text: the two-byte
-        // "ă" starting at byte 79,999 loses its second byte and becomes a replacement character.
+        // The cut at byte 80,000 halves the "ă" starting at byte 79,999.
         const QByteArray body
             = "<div data-x=\"" + QByteArray(79'975, 'x') + "\">abcdefgh \xc4\x83" + QByteArray(300'000, 'c');
         m_server->on("GET", "/mare", html(body));
