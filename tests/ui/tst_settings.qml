@@ -20,8 +20,7 @@ Item {
         actions: root.actions
     }
 
-    FakeSettings { id: fakeSettings }
-    FakeSpeech { id: fakeSpeech }
+    FakeStore { id: fakeStore }
     FakeActions { id: fakeActions }
 
     TestCase {
@@ -36,9 +35,7 @@ Item {
         // The chat view's tests still use these doubles; whatever they declare must exist on what
         // they stand for, or a renamed property would pass there and break in the app.
         function test_doublesDeclareOnlyWhatTheRealObjectsHave_data() {
-            return [{ tag: "settings", fake: fakeSettings, real: store.settings, own: [] },
-                    { tag: "recognizer", fake: fakeSpeech, real: store.recognizer, own: ["isSpeaking", "isPreparingVoice", "isLoadingVoices", "romanianVoices", "bestVoiceDescription", "googleVoices", "azureVoices", "elevenVoices"] },
-                    { tag: "synthesizer", fake: fakeSpeech, real: store.synthesizer, own: ["isListening", "transcript", "inputLevel", "recognitionAvailable", "recognitionModels"] },
+            return [{ tag: "store", fake: fakeStore, real: store, own: ["calls", "record", "message", "setMessages"] },
                     { tag: "actions", fake: fakeActions, real: actions, own: ["calls", "record", "last"] }]
         }
 
@@ -65,6 +62,25 @@ Item {
             verify(findChild(settingsView, "azureEngineRows").visible)
             verify(!findChild(settingsView, "localEngineRows").visible)
             compare(store.settings.googleTTSAPIKey, "g-key")
+        }
+
+        // Only the chosen engine's card is outlined in the accent colour (read from the drawn picture).
+        function test_theChosenEngineCardIsOutlined_data() {
+            return [{ tag: "appleLocal", engine: "Apple Local" }, { tag: "googleCloud", engine: "Google Cloud TTS" },
+                    { tag: "azureSpeech", engine: "Azure Speech" }, { tag: "elevenLabs", engine: "ElevenLabs" }]
+        }
+
+        function test_theChosenEngineCardIsOutlined(data) {
+            store.settings.voiceEngine = data.engine
+            waitForRendering(settingsView)
+            var image = grabImage(settingsView)
+            var cards = ViewPresets.voiceEngineCards
+            for (var i = 0; i < cards.length; ++i) {
+                var card = findChild(settingsView, "engineCard_" + cards[i].key)
+                var point = card.mapToItem(settingsView, card.width / 2, 0.5)
+                var outlined = String(image.pixel(point.x, point.y)) === String(Theme.accent)
+                compare(outlined, cards[i].key === data.tag, cards[i].key)
+            }
         }
 
         function test_controlsWriteTheirSettingAtOnce() {
