@@ -85,7 +85,6 @@ private Q_SLOTS:
         ScopedEnvironment zen("KELO_ZEN_BASE_URL", QStringLiteral("http://127.0.0.1:1"));
         ChatStore store;
         CompanionActions actions(&store);
-        QCOMPARE(actions.gallery().first().id, QStringLiteral("linear"));
         QCOMPARE(AsyncTest::await(actions.serverCheckText(QStringLiteral("missing"))),
             QStringLiteral("Serverul nu mai există în listă."));
 

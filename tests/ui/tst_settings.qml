@@ -52,34 +52,31 @@ Item {
             verify(checked >= 2, "the double's members were not enumerated")
         }
 
-        function test_engineCardsComeFromTheCoreAndShowTheirFields() {
+        // A click on a card chooses its engine, shows only that engine's fields and outlines only that
+        // card in the accent colour (read from the drawn picture); other engines' keys stay.
+        function test_engineCardsChooseAndShowTheirEngine_data() {
+            return [{ tag: "azureSpeech", engine: "Azure Speech", rows: "azureEngineRows" },
+                    { tag: "googleCloud", engine: "Google Cloud TTS", rows: "googleEngineRows" },
+                    { tag: "elevenLabs", engine: "ElevenLabs", rows: "elevenEngineRows" },
+                    { tag: "appleLocal", engine: "Apple Local", rows: "localEngineRows" }]
+        }
+
+        function test_engineCardsChooseAndShowTheirEngine(data) {
+            store.settings.voiceEngine = "Azure Speech"
             store.settings.googleTTSAPIKey = "g-key"
-            verify(findChild(settingsView, "localEngineRows").visible)
-            verify(!findChild(settingsView, "azureEngineRows").visible)
-
-            mouseClick(findChild(settingsView, "engineCard_azureSpeech"))
-            compare(store.settings.voiceEngine, "Azure Speech")
-            verify(findChild(settingsView, "azureEngineRows").visible)
-            verify(!findChild(settingsView, "localEngineRows").visible)
+            mouseClick(findChild(settingsView, "engineCard_" + data.tag))
+            compare(store.settings.voiceEngine, data.engine)
             compare(store.settings.googleTTSAPIKey, "g-key")
-        }
-
-        // Only the chosen engine's card is outlined in the accent colour (read from the drawn picture).
-        function test_theChosenEngineCardIsOutlined_data() {
-            return [{ tag: "appleLocal", engine: "Apple Local" }, { tag: "googleCloud", engine: "Google Cloud TTS" },
-                    { tag: "azureSpeech", engine: "Azure Speech" }, { tag: "elevenLabs", engine: "ElevenLabs" }]
-        }
-
-        function test_theChosenEngineCardIsOutlined(data) {
-            store.settings.voiceEngine = data.engine
+            var rows = ["localEngineRows", "googleEngineRows", "azureEngineRows", "elevenEngineRows"]
+            for (var r = 0; r < rows.length; ++r)
+                compare(findChild(settingsView, rows[r]).visible, rows[r] === data.rows, rows[r])
             waitForRendering(settingsView)
             var image = grabImage(settingsView)
             var cards = ViewPresets.voiceEngineCards
             for (var i = 0; i < cards.length; ++i) {
                 var card = findChild(settingsView, "engineCard_" + cards[i].key)
                 var point = card.mapToItem(settingsView, card.width / 2, 0.5)
-                var outlined = String(image.pixel(point.x, point.y)) === String(Theme.accent)
-                compare(outlined, cards[i].key === data.tag, cards[i].key)
+                compare(String(image.pixel(point.x, point.y)) === String(Theme.accent), cards[i].key === data.tag, cards[i].key)
             }
         }
 
