@@ -193,7 +193,7 @@ private Q_SLOTS:
         QTest::newRow("unknown command") << Args { "nicio-comanda" } << 2 << "Comandă necunoscută: nicio-comanda";
         QTest::newRow("ask without text") << Args { "ask" } << 2 << "";
         QTest::newRow("unknown option") << Args { "ask", "--bogus", "x" } << 2 << "Opțiune necunoscută: --bogus";
-        QTest::newRow("chat with text") << Args { "chat", "--speak", "în", "plus" } << 2 << "Argument neașteptat: în";
+        QTest::newRow("chat with text") << Args { "chat", "--speak", "în" } << 2 << "Argument neașteptat: în";
         QTest::newRow("unknown setting") << Args { "config", "get", "necunoscut" } << 2 << "necunoscut";
         QTest::newRow("personality") << Args { "config", "set", "personality", "Echilibrat" } << 2 << "Valoare";
         QTest::newRow("not a boolean") << Args { "config", "set", "autoSpeak", "poate" } << 2

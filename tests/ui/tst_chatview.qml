@@ -57,8 +57,8 @@ Item {
             verify(!chat.orbPressed)
         }
 
-        // Space held outside the composer talks once (key repeats change nothing); inside it types. Enter
-        // and the button send the draft, never a blank one nor a second while a turn runs.
+        // Space held outside the composer talks once (pressing again while held changes nothing); inside
+        // it types. Enter and the button send the draft, never a blank one nor a second while a turn runs.
         function test_spaceTalksAndEnterSends() {
             keyPress(Qt.Key_Space)
             keyPress(Qt.Key_Space, Qt.NoModifier, -1)

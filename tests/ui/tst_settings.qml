@@ -76,7 +76,8 @@ Item {
             for (var i = 0; i < cards.length; ++i) {
                 var card = findChild(settingsView, "engineCard_" + cards[i].key)
                 var point = card.mapToItem(settingsView, card.width / 2, 0.5)
-                compare(String(image.pixel(point.x, point.y)) === String(Theme.accent), cards[i].key === data.tag, cards[i].key)
+                var outlined = String(image.pixel(point.x, point.y)) === String(Theme.accent)
+                compare(outlined, cards[i].key === data.tag, cards[i].key)
             }
         }
 
