@@ -26,7 +26,7 @@ private Q_SLOTS:
     void cleanup() { m_home.reset(); }
 
     // Reconnecting a service, switching one off (by an id in another case, as QML may pass it)
-    // and deleting one leave exactly that list after a restart.
+    // and deleting one leave exactly that list after a restart; a refused address is not saved.
     void serverListEditsSurviveARestart()
     {
         QString offID;
@@ -35,6 +35,8 @@ private Q_SLOTS:
             CompanionActions actions(&store);
             actions.addManualServer("A", "https://a.example/mcp", "t");
             actions.addManualServer("B", "https://b.example/mcp", {});
+            // A refused address is answered with the reason (the rules have their own table).
+            QVERIFY(actions.addManualServer("C", "ftp://c.example", {}).contains("https://"));
             actions.saveGalleryConnection("github", "first", "OAuth");
             actions.saveGalleryConnection("github", "second", "Token");
             actions.saveGalleryConnection("no-such-item", "x", "Token");
@@ -54,38 +56,11 @@ private Q_SLOTS:
         QCOMPARE(servers[1].bearerToken, QStringLiteral("second"));
     }
 
-    void manualEndpointsAreCheckedBeforeTheyAreSaved_data()
-    {
-        QTest::addColumn<QString>("endpoint");
-        QTest::addColumn<bool>("accepted");
-        QTest::newRow("https") << "https://mcp.example.com/mcp" << true;
-        QTest::newRow("http with port, padded") << " http://127.0.0.1:8080 " << true;
-        QTest::newRow("no scheme") << "mcp.example.com" << false;
-        QTest::newRow("scheme only") << "https://" << false;
-        QTest::newRow("other scheme") << "ftp://x.y" << false;
-        QTest::newRow("space in host") << "https://a b.com" << false;
-        QTest::newRow("space in path") << "https://a.com/m cp" << false;
-        QTest::newRow("empty") << "" << false;
-    }
-
-    void manualEndpointsAreCheckedBeforeTheyAreSaved()
-    {
-        QFETCH(QString, endpoint);
-        QFETCH(bool, accepted);
-        ChatStore store;
-        CompanionActions actions(&store);
-        QCOMPARE(CompanionActions::endpointError(endpoint).isEmpty(), accepted);
-        const QString refusal = actions.addManualServer(QStringLiteral("Unelte"), endpoint, {});
-        QCOMPARE(refusal, CompanionActions::endpointError(endpoint));
-        QCOMPARE(store.settings()->mcpServers().size(), accepted ? 1 : 0);
-    }
-
     void checksAndTheKeyTestAnswerWithTheReason()
     {
         ScopedEnvironment zen("KELO_ZEN_BASE_URL", QStringLiteral("http://127.0.0.1:1"));
         ChatStore store;
         CompanionActions actions(&store);
-        QCOMPARE(actions.gallery().first().id, QStringLiteral("linear"));
         QCOMPARE(AsyncTest::await(actions.serverCheckText(QStringLiteral("missing"))),
             QStringLiteral("Serverul nu mai există în listă."));
 

@@ -4,14 +4,18 @@
 #include "FakeOAuthMCPServer.h"
 #include "KeloProcess.h"
 #include "TemporaryHome.h"
+#include "skills/OAuthCallbackChannel.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTcpSocket>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
@@ -46,52 +50,31 @@ FakeHttpServer::Handler modelThatCalls(const QString &tool)
     };
 }
 
-// A minimal MCP server whose tool list takes `listDelayMs` to arrive.
-void serveSlowMCP(FakeHttpServer &server, int listDelayMs)
-{
-    server.on("POST", "/mcp", [listDelayMs](const FakeHttpServer::Request &request) {
-        const QJsonObject call = request.json();
-        const QString method = call.value("method").toString();
-        if (method.startsWith("notifications/"))
-            return Reply::text({}, 202);
-        QJsonObject result;
-        if (method == "tools/list")
-            result = { { "tools", QJsonArray { QJsonObject { { "name", "echo" }, { "description", "Ecou" } } } } };
-        if (method == "tools/call")
-            result = { { "content", QJsonArray { QJsonObject { { "type", "text" }, { "text", "ecou lent" } } } } };
-        Reply reply
-            = Reply::json(QJsonObject { { "jsonrpc", "2.0" }, { "id", call.value("id") }, { "result", result } });
-        if (method == "tools/list")
-            reply.delayMs = listDelayMs;
-        return reply;
-    });
-}
-
 } // namespace
 
-// Whole journeys a new user takes, through the real programs: connect an MCP server and talk to it
-// over several turns, change the server list while talking, an OAuth refusal in the browser, and the
-// README's own commands.
+// Whole journeys through the real programs: the MCP server list, OAuth connections that outlive
+// expired tokens (against a fake and a real provider), a refusal in the browser, talking to a real
+// MCP server over several turns, changing the list while talking, and the README's own commands.
+// The test plays the browser.
 class JourneyTest : public QObject
 {
     Q_OBJECT
 
     std::unique_ptr<TemporaryHome> m_home;
     std::unique_ptr<FakeHttpServer> m_model;
+    QString m_runtimeDir;
+    QString m_browserLog;
+    QNetworkAccessManager m_network;
 
     QList<QPair<QString, QString>> environment() const
     {
         return { { "KELO_ZEN_BASE_URL", m_model->baseUrl() }, { "KELO_ZEN_API_KEY", "cheie" },
-            { "XDG_RUNTIME_DIR", m_home->path() + "/runtime" } };
+            { "XDG_RUNTIME_DIR", m_runtimeDir }, { "BROWSER", m_home->path() + "/browser.sh" } };
     }
 
-    Run kelo(const QStringList &arguments, const QByteArray &input = {}, int timeoutMs = 60'000)
+    Run kelo(const QStringList &arguments, const QByteArray &input = {}, const std::function<void()> &whileRunning = {})
     {
-        KeloProcess::Options options;
-        options.environment = environment();
-        options.input = input;
-        options.timeoutMs = timeoutMs;
-        return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, options);
+        return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, { environment(), input, whileRunning });
     }
 
     // `kelo` left running while the test goes on, with this test's environment.
@@ -117,13 +100,84 @@ class JourneyTest : public QObject
         return openings;
     }
 
+    QByteArray settingsFile() const
+    {
+        QFile file(m_home->configHome() + QStringLiteral("/Kelo/KeloCompanion.conf"));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    QJsonArray storedServers()
+    {
+        return QJsonDocument::fromJson(kelo({ "config", "get", "mcpServers", "--show-secrets" }).out.toUtf8()).array();
+    }
+
+    // Loads the page kelo opened, follows the provider's redirects and hands kelo:// back to kelo.
+    std::function<void()> browserThatApproves()
+    {
+        auto started = std::make_shared<bool>(false);
+        return [this, started] {
+            QFile log(m_browserLog);
+            if (*started || !log.open(QIODevice::ReadOnly))
+                return;
+            *started = true;
+            follow(QUrl(QString::fromUtf8(log.readAll().trimmed())));
+            log.remove(); // so the next run's browser, or its absence, is seen afresh
+        };
+    }
+
+    void follow(const QUrl &url)
+    {
+        QNetworkRequest request(url);
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+        QNetworkReply *reply = m_network.get(request);
+        QObject::connect(reply, &QNetworkReply::finished, reply, [this, reply, url] {
+            reply->deleteLater();
+            const QUrl location = url.resolved(QUrl(QString::fromUtf8(reply->rawHeader("Location"))));
+            if (location.scheme() == QLatin1String("kelo"))
+                OAuthCallbackChannel::deliver(location, m_runtimeDir + QStringLiteral("/kelo-oauth"));
+            else if (!reply->rawHeader("Location").isEmpty())
+                follow(location);
+        });
+    }
+
+    // One `kelo chat` turn in which the model calls the echo tool twice ("unu", then "doi"), with
+    // `betweenCalls` run just before the second call: both calls answer and no browser is opened.
+    void chatTurnCallingEchoTwiceWithoutBrowser(const std::function<void()> &betweenCalls)
+    {
+        m_model->on("POST", "/chat/completions", [this, betweenCalls](const FakeHttpServer::Request &) {
+            const int completions = m_model->requestCount("/chat/completions");
+            if (completions == 3)
+                return Reply::json(completion("Gata: unu, doi"));
+            if (completions == 2)
+                betweenCalls();
+            const QString word = completions == 1 ? "unu" : "doi";
+            return Reply::json(completion({}, { toolCall(word, "mcp_127_0_0_1_echo", { { "message", word } }) }));
+        });
+        const Run turn = kelo({ "chat" }, "spune unu și doi\n");
+        QVERIFY2(turn.exitCode == 0 && turn.out.contains("Kelo: Gata: unu, doi"), qPrintable(turn.out + turn.err));
+        const auto requests = m_model->requests("/chat/completions");
+        QCOMPARE(requests.size(), 3);
+        for (int i : { 1, 2 })
+            QCOMPARE(requests[i].json()["messages"].toArray().last()["content"].toString(),
+                QString(i == 1 ? "ecou: unu" : "ecou: doi"));
+        QVERIFY(!QFile::exists(m_browserLog));
+    }
+
 private Q_SLOTS:
     void init()
     {
         m_home = std::make_unique<TemporaryHome>();
-        QDir().mkpath(m_home->path() + "/runtime");
-        QFile::setPermissions(m_home->path() + "/runtime", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         m_model = std::make_unique<FakeHttpServer>();
+        m_runtimeDir = m_home->path() + QStringLiteral("/runtime");
+        QDir().mkpath(m_runtimeDir);
+        QFile::setPermissions(m_runtimeDir, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        m_browserLog = m_home->path() + QStringLiteral("/opened.txt");
+        QFile script(m_home->path() + QStringLiteral("/browser.sh"));
+        QVERIFY(script.open(QIODevice::WriteOnly));
+        script.write("#!/bin/sh\nprintf '%s\\n' \"$1\" > \"" + m_browserLog.toUtf8() + ".part\" && mv \""
+            + m_browserLog.toUtf8() + ".part\" \"" + m_browserLog.toUtf8() + "\"\n");
+        script.close();
+        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 
     void cleanup()
@@ -132,6 +186,158 @@ private Q_SLOTS:
         m_home.reset();
     }
 
+    // Add, list, switch off, remove; names match in any case, and a name two servers share is refused.
+    void managesTheServerList()
+    {
+        FakeOAuthMCPServer mcp;
+        mcp.requiresToken = false;
+        mcp.toolPages = { QJsonArray { QJsonObject { { "name", "Search-Docs" }, { "description", "Caută" } } } };
+        QCOMPARE(kelo({ "mcp", "add", "Docs", "https://docs.example/mcp", "--token", "t-1" }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "add", "My Server", mcp.endpoint() }).exitCode, 0);
+        const QStringList lines = kelo({ "mcp", "list" }).out.split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 2);
+        QVERIFY(lines[0].endsWith("\tDocs\thttps://docs.example/mcp\tActiv\tToken"));
+        QVERIFY(lines[1].endsWith("\tMy Server\t" + mcp.endpoint() + "\tActiv\tFără auth"));
+        QCOMPARE(storedServers().first()["bearerToken"].toString(), QString("t-1"));
+        const Run tools = kelo({ "mcp", "tools", "my server" });
+        QCOMPARE(tools.exitCode, 0);
+        QCOMPARE(tools.out, QStringLiteral("Search-Docs\tmcp_my_server_search_docs\tCaută [MCP: My Server]\n"));
+
+        QCOMPARE(kelo({ "mcp", "disable", "docs" }).exitCode, 0);
+        QVERIFY(kelo({ "mcp", "list" }).out.contains("\tDocs\thttps://docs.example/mcp\tOprit"));
+        QCOMPARE(kelo({ "mcp", "remove", lines[1].section('\t', 0, 0).toLower() }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "add", "docs", "https://other.example/mcp" }).exitCode, 0);
+        const Run ambiguous = kelo({ "mcp", "enable", "Docs" });
+        QCOMPARE(ambiguous.exitCode, 1);
+        QVERIFY(ambiguous.err.contains("folosește ID-ul"));
+        QCOMPARE(storedServers().size(), 2);
+    }
+
+    // One connection survives expired tokens and forgotten sessions; no token reaches the settings file.
+    void oneConnectionOutlivesExpiredTokensAndForgottenSessions()
+    {
+        FakeOAuthMCPServer service;
+        service.toolPages = { QJsonArray { QJsonObject { { "name", "echo" }, { "description", "Repetă" } } },
+            QJsonArray { QJsonObject { { "name", "ora" }, { "description", "Ora exactă" } } } };
+        const Run connect = kelo({ "mcp", "connect", service.endpoint() }, {}, browserThatApproves());
+        QCOMPARE(connect.exitCode, 0);
+        QVERIFY2(connect.err.contains("Aștept autentificarea…"), qPrintable(connect.err));
+        const QUrlQuery authorization = service.http.requests("/authorize").first().query;
+        QCOMPARE(authorization.queryItemValue("scope", QUrl::FullyDecoded), QString("tools offline_access"));
+        QCOMPARE(authorization.queryItemValue("resource", QUrl::FullyDecoded), service.endpoint());
+
+        const auto noSecretOnDisk = [&] {
+            const QByteArray file = settingsFile();
+            QVERIFY(file.contains("mcpServers"));
+            for (const char *secret : { "access-", "refresh-", "bearerToken" })
+                QVERIFY2(!file.contains(secret), secret);
+        };
+        noSecretOnDisk();
+        const Run shown = kelo({ "config", "get", "mcpServers" });
+        QVERIFY2(!shown.out.contains(service.accessToken) && !shown.out.contains(service.refreshToken),
+            qPrintable(shown.out));
+        QCOMPARE(storedServers().first()["oauth"]["refreshToken"].toString(), service.refreshToken);
+
+        const Run tools = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(tools.exitCode, 0);
+        QCOMPARE(tools.out.count('\n'), 2);
+        QVERIFY(tools.out.contains("ora\tmcp_127_0_0_1_ora"));
+
+        // Between the turn's two calls the token expires again and the session is forgotten.
+        service.expireToken();
+        chatTurnCallingEchoTwiceWithoutBrowser([&service] {
+            service.expireToken();
+            service.forgetSessions();
+        });
+        if (QTest::currentTestFailed())
+            return;
+        // `mcp tools`, the turn's first contact, and the one after the forgotten session.
+        QCOMPARE(service.sessionsStarted(), 3);
+        int renewals = 0;
+        for (const auto &request : service.http.requests("/token"))
+            renewals += request.body.contains("grant_type=refresh_token");
+        QCOMPARE(renewals, 2);
+        noSecretOnDisk();
+        QCOMPARE(storedServers().first()["oauth"]["refreshToken"].toString(), service.refreshToken);
+
+        // A refresh token the provider refuses: the row says to connect again, nothing else changes.
+        service.expireToken();
+        service.refreshReply = Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400);
+        const QJsonArray before = storedServers();
+        const Run denied = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(denied.exitCode, 1);
+        QVERIFY(denied.err.contains("MCP necesită autentificare sau tokenul a expirat."));
+        QVERIFY(kelo({ "mcp", "list" }).out.contains("\tOAuth\tTrebuie conectat din nou"));
+        QJsonObject marked = storedServers()[0].toObject();
+        QVERIFY(marked.take("needsReconnect").toBool());
+        QCOMPARE(marked, before[0].toObject());
+
+        // Connecting again clears the mark and replaces the server; a refused code exchange changes nothing.
+        service.refreshReply.reset();
+        QCOMPARE(kelo({ "mcp", "connect", service.endpoint() }, {}, browserThatApproves()).exitCode, 0);
+        QVERIFY(!kelo({ "mcp", "list" }).out.contains("Trebuie conectat din nou"));
+        const QJsonArray connected = storedServers();
+        QCOMPARE(connected.size(), 1);
+        QCOMPARE(connected[0]["authLabel"].toString(), QString("OAuth"));
+        QCOMPARE(connected[0]["endpoint"].toString(), service.endpoint());
+        service.http.enqueue("POST", "/token", Reply::text("invalid_grant", 400));
+        const Run refused = kelo({ "mcp", "connect", service.endpoint() }, {}, browserThatApproves());
+        QCOMPARE(refused.exitCode, 1);
+        QVERIFY(refused.err.contains("Schimbul codului OAuth a eșuat: invalid_grant"));
+        QCOMPARE(storedServers(), connected);
+    }
+
+    // The same against a strict provider from npm: two-second access tokens, rotating refresh tokens.
+    void aRealAuthorizationServerKeepsTheConnectionAlive()
+    {
+        const QString provider
+            = qEnvironmentVariable("KELO_OAUTH_SERVER_DIR", QDir::homePath() + "/.cache/kelo/npm/oauth-server")
+            + "/node_modules/oidc-provider/lib/index.js";
+        const QString node = QStandardPaths::findExecutable("node");
+        if (node.isEmpty() || !QFile::exists(provider))
+            QSKIP("oidc-provider is not installed (scripts/prepare-mcp-server.sh)");
+        QProcess server;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("OIDC_PROVIDER", provider);
+        environment.insert("ACCESS_TOKEN_TTL", "2");
+        server.setProcessEnvironment(environment);
+        server.start(node, { QStringLiteral(KELO_OAUTH_SERVER_SCRIPT) });
+        QVERIFY(AsyncTest::waitUntil([&] { return server.canReadLine() || server.state() == QProcess::NotRunning; }));
+        const QString ready = QString::fromUtf8(server.readLine()).trimmed();
+        QVERIFY2(ready.startsWith("listening "), qPrintable(ready + server.readAllStandardError()));
+        const quint16 port = ready.section(' ', 1).toUShort();
+        const QString endpoint = QStringLiteral("http://127.0.0.1:%1/mcp").arg(port);
+
+        const Run connect = kelo({ "mcp", "connect", endpoint }, {}, browserThatApproves());
+        QVERIFY2(connect.exitCode == 0, qPrintable(connect.err));
+        const QJsonObject grant = storedServers().first()["oauth"].toObject();
+        QCOMPARE(grant["resource"].toString(), QStringLiteral("http://localhost:%1/mcp").arg(port));
+        QVERIFY(!grant["refreshToken"].toString().isEmpty());
+        QVERIFY(!grant["accessTokenExpiresAt"].toString().isEmpty());
+
+        QTest::qWait(2'500); // the access token is dead now
+        const Run tools = kelo({ "mcp", "tools", "127.0.0.1" });
+        QCOMPARE(tools.exitCode, 0);
+        QCOMPARE(tools.out.count('\n'), 2);
+        QVERIFY(storedServers().first()["oauth"]["refreshToken"] != grant["refreshToken"]);
+
+        QTest::qWait(2'500);
+        chatTurnCallingEchoTwiceWithoutBrowser([port] {
+            QTcpSocket control;
+            control.connectToHost(QHostAddress::LocalHost, port);
+            control.waitForConnected(2'000);
+            control.write("POST /test/forget-sessions HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 0\r\n"
+                          "Connection: close\r\n\r\n");
+            control.waitForReadyRead(2'000);
+        });
+
+        const QJsonObject stored = storedServers().first().toObject();
+        const QByteArray file = settingsFile();
+        QVERIFY(!file.contains(stored["bearerToken"].toString().toUtf8()));
+        QVERIFY(!file.contains(stored["oauth"]["refreshToken"].toString().toUtf8()));
+        server.kill();
+        server.waitForFinished();
+    }
     // The third-party server from npm: one `kelo ask`, then a `kelo chat` of three turns that each reach
     // its echo tool; the tools found on the first turn serve the later ones.
     void askAndChatReachTheEchoToolOfARealServer()
@@ -184,23 +390,22 @@ private Q_SLOTS:
     // tools: the next turn is not offered them.
     void aServerSwitchedOffDuringDiscoveryIsNotOfferedNextTurn()
     {
-        FakeHttpServer mcp;
-        serveSlowMCP(mcp, 1500);
+        // A plain MCP server whose tool list takes a while to arrive.
+        FakeOAuthMCPServer mcp;
+        mcp.requiresToken = false;
+        mcp.http.on("POST", "/mcp", [&mcp](const FakeHttpServer::Request &request) {
+            Reply reply = mcp.answerMCP(request.json(), {}, {});
+            reply.delayMs = request.json()["method"].toString() == "tools/list" ? 1500 : 0;
+            return reply;
+        });
         m_model->on("POST", "/chat/completions", modelThatCalls("mcp_slow_echo"));
-        QCOMPARE(kelo({ "mcp", "add", "Slow", mcp.baseUrl() + "/mcp" }).exitCode, 0);
+        QCOMPARE(kelo({ "mcp", "add", "Slow", mcp.endpoint() }).exitCode, 0);
 
         QProcess chat;
         start(chat, { "chat" });
         QVERIFY(chat.waitForStarted());
         chat.write("primul\n");
-        const auto listed = [&mcp] {
-            for (const FakeHttpServer::Request &request : mcp.requests("/mcp")) {
-                if (request.json()["method"].toString() == "tools/list")
-                    return true;
-            }
-            return false;
-        };
-        QVERIFY(AsyncTest::waitUntil(listed, 20'000));
+        QVERIFY(AsyncTest::waitUntil([&mcp] { return mcp.methods().contains("tools/list"); }, 20'000));
         QCOMPARE(kelo({ "mcp", "disable", "Slow" }).exitCode, 0);
         QVERIFY(AsyncTest::waitUntil([this] { return m_model->requestCount("/chat/completions") >= 1; }, 20'000));
         QVERIFY(AsyncTest::waitUntil(
@@ -221,32 +426,18 @@ private Q_SLOTS:
     void aRefusedAuthorizationEndsBothProcesses()
     {
         FakeOAuthMCPServer service;
-        const QString opened = m_home->path() + "/opened.txt";
-        QFile browser(m_home->path() + "/browser.sh");
-        QVERIFY(browser.open(QIODevice::WriteOnly));
-        browser.write("#!/bin/sh\nprintf '%s\\n' \"$1\" > \"" + opened.toUtf8() + "\"\n");
-        browser.close();
-        browser.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-
         std::optional<Run> handOff;
-        KeloProcess::Options options;
-        options.environment = environment();
-        options.environment.append(qMakePair(QString("BROWSER"), browser.fileName()));
-        options.whileRunning = [&] {
-            QFile page(opened);
+        const Run connect = kelo({ "mcp", "connect", service.endpoint() }, {}, [&] {
+            QFile page(m_browserLog);
             if (handOff || !page.open(QIODevice::ReadOnly))
                 return;
             const QUrlQuery query(QUrl(QString::fromUtf8(page.readAll().trimmed())));
-            const QString callback = "kelo://oauth?error=access_denied&state=" + query.queryItemValue("state");
-            KeloProcess::Options companion;
-            companion.environment = options.environment;
+            KeloProcess::Options companion { environment() };
             companion.environment.append(qMakePair(QString("QT_QPA_PLATFORM"), QString("offscreen")));
             companion.timeoutMs = 10'000;
-            handOff = KeloProcess::run(QStringLiteral(KELO_COMPANION_PATH), { callback }, companion);
-        };
-        const Run connect
-            = KeloProcess::run(QStringLiteral(KELO_CLI_PATH), { "mcp", "connect", service.endpoint() }, options);
-
+            handOff = KeloProcess::run(QStringLiteral(KELO_COMPANION_PATH),
+                { "kelo://oauth?error=access_denied&state=" + query.queryItemValue("state") }, companion);
+        });
         QVERIFY(handOff.has_value());
         QCOMPARE(handOff->exitCode, 0); // handed over, not killed after the time-out
         QVERIFY(handOff->elapsedMs < 5'000);

@@ -14,20 +14,10 @@
 // exception is rethrown here (QCoro::waitFor would hang on a throwing task).
 namespace AsyncTest {
 
-class TimedOut : public std::runtime_error
-{
-public:
-    TimedOut()
-        : std::runtime_error("the awaited task did not finish in time")
-    { }
-};
-
 template<typename T> T await(QCoro::Task<T> task, int timeoutMs = 30'000)
 {
-    using Stored = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
-    std::optional<Stored> result;
+    std::optional<std::conditional_t<std::is_void_v<T>, std::monostate, T>> result;
     std::exception_ptr error;
-    bool done = false;
     QEventLoop loop;
     auto runner = [&]() -> QCoro::Task<> {
         try {
@@ -41,18 +31,17 @@ template<typename T> T await(QCoro::Task<T> task, int timeoutMs = 30'000)
         } catch (...) {
             error = std::current_exception();
         }
-        done = true;
         loop.quit();
     };
     auto running = runner();
-    if (!done) {
+    if (!result && !error) {
         QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
         loop.exec();
     }
-    if (!done)
-        throw TimedOut();
     if (error)
         std::rethrow_exception(error);
+    if (!result)
+        throw std::runtime_error("the awaited task did not finish in time");
     if constexpr (!std::is_void_v<T>)
         return std::move(*result);
 }
@@ -72,6 +61,8 @@ template<typename E, typename T> std::optional<E> awaitError(QCoro::Task<T> task
 // Spins the event loop until the condition holds or the time runs out.
 template<typename Condition> bool waitUntil(Condition condition, int timeoutMs = 10'000)
 {
+    if (condition())
+        return true;
     QEventLoop loop;
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
@@ -79,8 +70,6 @@ template<typename Condition> bool waitUntil(Condition condition, int timeoutMs =
             loop.quit();
     });
     QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
-    if (condition())
-        return true;
     poll.start(5);
     loop.exec();
     return condition();

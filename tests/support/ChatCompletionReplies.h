@@ -4,7 +4,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QList>
-#include <QString>
 #include <QStringList>
 
 // Replies of a chat-completions service, for the fakes that play the model.
@@ -12,11 +11,10 @@ namespace ChatCompletionReplies {
 
 inline QJsonObject completion(const QString &content, const QJsonArray &toolCalls = {})
 {
-    QJsonObject message { { QStringLiteral("role"), QStringLiteral("assistant") },
-        { QStringLiteral("content"), content } };
+    QJsonObject message { { "role", "assistant" }, { "content", content } };
     if (!toolCalls.isEmpty())
-        message.insert(QStringLiteral("tool_calls"), toolCalls);
-    return { { QStringLiteral("choices"), QJsonArray { QJsonObject { { QStringLiteral("message"), message } } } } };
+        message.insert("tool_calls", toolCalls);
+    return { { "choices", QJsonArray { QJsonObject { { "message", message } } } } };
 }
 
 // Models send the arguments as JSON text; some send the object itself.
@@ -28,12 +26,8 @@ inline QJsonObject toolCall(
     const QJsonValue encoded = form == Arguments::asText
         ? QJsonValue(QString::fromUtf8(QJsonDocument(arguments).toJson(QJsonDocument::Compact)))
         : QJsonValue(arguments);
-    return {
-        { QStringLiteral("id"), id },
-        { QStringLiteral("type"), QStringLiteral("function") },
-        { QStringLiteral("function"),
-            QJsonObject { { QStringLiteral("name"), name }, { QStringLiteral("arguments"), encoded } } },
-    };
+    return { { "id", id }, { "type", "function" },
+        { "function", QJsonObject { { "name", name }, { "arguments", encoded } } } };
 }
 
 // The events of a streamed answer: one chunk per piece of content, then the end marker.
@@ -41,9 +35,8 @@ inline QList<QByteArray> streamedCompletion(const QStringList &pieces)
 {
     QList<QByteArray> events;
     for (const QString &piece : pieces) {
-        const QJsonObject delta { { QStringLiteral("content"), piece } };
-        const QJsonObject chunk { { QStringLiteral("choices"),
-            QJsonArray { QJsonObject { { QStringLiteral("delta"), delta } } } } };
+        const QJsonObject chunk { { "choices",
+            QJsonArray { QJsonObject { { "delta", QJsonObject { { "content", piece } } } } } } };
         events.append("data: " + QJsonDocument(chunk).toJson(QJsonDocument::Compact) + "\n\n");
     }
     events.append("data: [DONE]\n\n");

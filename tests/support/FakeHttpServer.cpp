@@ -12,10 +12,9 @@ using Reply = FakeHttpServer::Reply;
 
 QByteArray FakeHttpServer::Request::header(QByteArrayView name) const
 {
-    for (const auto &[key, value] : headers) {
+    for (const auto &[key, value] : headers)
         if (key.compare(name, Qt::CaseInsensitive) == 0)
             return value;
-    }
     return {};
 }
 
@@ -39,26 +38,20 @@ Reply Reply::eventStream(const QList<QByteArray> &dataLines, int status)
 
 Reply Reply::eventStreamChunks(const QList<QByteArray> &chunks, int intervalMs)
 {
-    Reply reply = text({}, 200, "text/event-stream");
-    reply.chunks = chunks;
-    reply.chunkIntervalMs = intervalMs;
-    return reply;
+    return Reply { 200, { { "Content-Type", "text/event-stream" } }, {}, chunks, 0, intervalMs };
 }
 
 Reply Reply::drip(const QByteArray &body, int intervalMs, const QByteArray &contentType)
 {
-    Reply reply = text({}, 200, contentType);
+    Reply reply { 200, { { "Content-Type", contentType } }, {}, {}, 0, intervalMs };
     for (char byte : body)
         reply.chunks.append(QByteArray(1, byte));
-    reply.chunkIntervalMs = intervalMs;
     return reply;
 }
 
 Reply Reply::redirect(int status, const QByteArray &location)
 {
-    Reply reply = text({}, status);
-    reply.headers.append({ "Location", location });
-    return reply;
+    return Reply { status, { { "Content-Type", "text/plain" }, { "Location", location } } };
 }
 
 FakeHttpServer::FakeHttpServer(QObject *parent)
@@ -69,15 +62,14 @@ FakeHttpServer::FakeHttpServer(QObject *parent)
         m_requests.append(
             { QByteArray(method).toUpper(), request.url().path(), request.query(), request.headers(), request.body() });
         const Request &recorded = m_requests.last();
-        auto held = std::make_shared<QHttpServerResponder>(std::move(responder));
         const QString key = recorded.method + ' ' + recorded.path;
         const auto match = m_routes.find(key);
-        if (match == m_routes.end())
-            answer(held, Reply::text("no route for " + key.toUtf8(), 404));
-        else if (!match->second.queue.isEmpty())
-            answer(held, match->second.queue.takeFirst());
-        else
-            answer(held, match->second.handler ? match->second.handler(recorded) : Reply::text("route exhausted", 500));
+        Reply reply = Reply::text("no route for " + key.toUtf8(), 404);
+        if (match != m_routes.end() && !match->second.queue.isEmpty())
+            reply = match->second.queue.takeFirst();
+        else if (match != m_routes.end())
+            reply = match->second.handler ? match->second.handler(recorded) : Reply::text("route exhausted", 500);
+        answer(std::make_shared<QHttpServerResponder>(std::move(responder)), reply);
     });
     m_port = m_server.listen(QHostAddress::LocalHost, 0);
     Q_ASSERT(m_port != 0);
@@ -86,8 +78,9 @@ FakeHttpServer::FakeHttpServer(QObject *parent)
 QList<FakeHttpServer::Request> FakeHttpServer::requests(const QString &path) const
 {
     QList<Request> matching;
-    std::copy_if(m_requests.begin(), m_requests.end(), std::back_inserter(matching),
-        [&path](const Request &request) { return request.path == path; });
+    for (const Request &request : m_requests)
+        if (request.path == path)
+            matching.append(request);
     return matching;
 }
 
@@ -112,11 +105,10 @@ void FakeHttpServer::send(std::shared_ptr<QHttpServerResponder> responder, const
     const QPointer<QTcpSocket> socket(responder->socket());
     if (!socket)
         return;
-    const bool chunked = !reply.chunks.isEmpty();
     responder->writeStatusLine(static_cast<QHttpServerResponder::StatusCode>(reply.status));
     for (const auto &[key, value] : reply.headers)
         responder->writeHeader(key, value);
-    if (!chunked) {
+    if (reply.chunks.isEmpty()) {
         responder->writeHeader("Content-Length", QByteArray::number(reply.body.size()));
         responder->writeBody(reply.body);
         return;

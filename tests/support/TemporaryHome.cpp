@@ -13,9 +13,9 @@ void pointSettingsAt(const QString &configDir)
 } // namespace
 
 TemporaryHome::TemporaryHome()
-    : m_config("XDG_CONFIG_HOME", m_dir.path() + QStringLiteral("/config"))
-    , m_data("XDG_DATA_HOME", m_dir.path() + QStringLiteral("/data"))
-    , m_cache("XDG_CACHE_HOME", m_dir.path() + QStringLiteral("/cache"))
+    : m_config("XDG_CONFIG_HOME", configHome())
+    , m_data("XDG_DATA_HOME", dataHome())
+    , m_cache("XDG_CACHE_HOME", cacheHome())
     , m_secretStore("KELO_SECRET_STORE", QStringLiteral("file"))
 {
     for (const QString &home : { configHome(), dataHome(), cacheHome() })
@@ -28,21 +28,6 @@ TemporaryHome::~TemporaryHome()
     // The variables are put back after this body, by their members.
     const QString previous = m_config.previous();
     pointSettingsAt(previous.isEmpty() ? QDir::homePath() + QStringLiteral("/.config") : previous);
-}
-
-QString TemporaryHome::configHome() const
-{
-    return m_dir.path() + QStringLiteral("/config");
-}
-
-QString TemporaryHome::dataHome() const
-{
-    return m_dir.path() + QStringLiteral("/data");
-}
-
-QString TemporaryHome::cacheHome() const
-{
-    return m_dir.path() + QStringLiteral("/cache");
 }
 
 ScopedEnvironment::ScopedEnvironment(const char *name, const QString &value)

@@ -37,9 +37,9 @@ public:
     TemporaryHome &operator=(const TemporaryHome &) = delete;
 
     QString path() const { return m_dir.path(); }
-    QString configHome() const;
-    QString dataHome() const;
-    QString cacheHome() const;
+    QString configHome() const { return m_dir.path() + QStringLiteral("/config"); }
+    QString dataHome() const { return m_dir.path() + QStringLiteral("/data"); }
+    QString cacheHome() const { return m_dir.path() + QStringLiteral("/cache"); }
 
 private:
     QTemporaryDir m_dir;

@@ -9,7 +9,6 @@ QtObject {
         copy.push(entry)
         calls = copy
     }
-    function last() { return calls.length ? calls[calls.length - 1] : null }
 
     function clearConversation() { record(["clearConversation"]) }
 }

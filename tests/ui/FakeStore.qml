@@ -1,5 +1,6 @@
 import QtQuick
 import Kelo.Core
+import Kelo.Testing
 
 // Stands in for ChatStore: published state the tests set directly, and the QML entry points
 // recorded in `calls` in the order they arrive.
@@ -17,9 +18,10 @@ QtObject {
     property bool hasZenKey: true
     property var selectedZenModel: ({ id: "big-pickle", name: "Big Pickle", isFree: true })
     property string activityText: "Ține apăsat pentru a vorbi"
-    property FakeSettings settings: FakeSettings {}
-    property FakeSpeech recognizer: FakeSpeech {}
-    property FakeSpeech synthesizer: FakeSpeech {}
+    // The views only read settings and speech state here, so those are the real ones.
+    readonly property QtObject settings: Real.store.settings
+    readonly property QtObject recognizer: Real.store.recognizer
+    readonly property QtObject synthesizer: Real.store.synthesizer
     property QtObject memory: QtObject { property string summary: "" }
     property var calls: []
 

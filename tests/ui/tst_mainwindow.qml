@@ -19,9 +19,18 @@ Item {
             return window
         }
 
-        function test_closingWithTheBackgroundConversationHidesToTheTrayAndStopsTheOrb() {
+        // Without a tray, closing really closes; with one, the window hides and stops drawing the orb.
+        function test_closingHidesToTheTrayAndStopsTheOrb() {
             Real.store.settings.backgroundConversationEnabled = true
+            var accepted = []
+            var trayless = openWindow(false)
+            trayless.closing.connect(function (close) { accepted.push(close.accepted) })
+            trayless.close()
+            tryVerify(function () { return !trayless.visible })
+            trayless.destroy()
+
             var window = openWindow(true)
+            window.closing.connect(function (close) { accepted.push(close.accepted) })
             var root = findChild(window.contentItem, "rootView")
             var orb = findChild(window.contentItem, "orb")
             compare(findChild(window.contentItem, "tabStack").currentIndex, 0)
@@ -34,18 +43,11 @@ Item {
             var frozen = orb.t
             wait(300)
             compare(orb.t, frozen, "a hidden window draws no frames")
+            compare(accepted, [true, false], "closed without a tray, only hidden with one")
 
             window.show()
             tryVerify(function () { return root.animating })
             tryVerify(function () { return orb.t > frozen })
-            window.destroy()
-        }
-
-        function test_withoutATrayClosingReallyCloses() {
-            Real.store.settings.backgroundConversationEnabled = true
-            var window = openWindow(false)
-            window.close()
-            tryVerify(function () { return !window.visible })
             window.destroy()
         }
     }

@@ -20,8 +20,7 @@ Item {
         actions: root.actions
     }
 
-    FakeSettings { id: fakeSettings }
-    FakeSpeech { id: fakeSpeech }
+    FakeStore { id: fakeStore }
     FakeActions { id: fakeActions }
 
     TestCase {
@@ -36,10 +35,8 @@ Item {
         // The chat view's tests still use these doubles; whatever they declare must exist on what
         // they stand for, or a renamed property would pass there and break in the app.
         function test_doublesDeclareOnlyWhatTheRealObjectsHave_data() {
-            return [{ tag: "settings", fake: fakeSettings, real: store.settings, own: [] },
-                    { tag: "recognizer", fake: fakeSpeech, real: store.recognizer, own: ["isSpeaking", "isPreparingVoice", "isLoadingVoices", "romanianVoices", "bestVoiceDescription", "googleVoices", "azureVoices", "elevenVoices"] },
-                    { tag: "synthesizer", fake: fakeSpeech, real: store.synthesizer, own: ["isListening", "transcript", "inputLevel", "recognitionAvailable", "recognitionModels"] },
-                    { tag: "actions", fake: fakeActions, real: actions, own: ["calls", "record", "last"] }]
+            return [{ tag: "store", fake: fakeStore, real: store, own: ["calls", "record", "message", "setMessages"] },
+                    { tag: "actions", fake: fakeActions, real: actions, own: ["calls", "record"] }]
         }
 
         function test_doublesDeclareOnlyWhatTheRealObjectsHave(data) {
@@ -55,19 +52,37 @@ Item {
             verify(checked >= 2, "the double's members were not enumerated")
         }
 
-        function test_engineCardsComeFromTheCoreAndShowTheirFields() {
-            store.settings.googleTTSAPIKey = "g-key"
-            verify(findChild(settingsView, "localEngineRows").visible)
-            verify(!findChild(settingsView, "azureEngineRows").visible)
-
-            mouseClick(findChild(settingsView, "engineCard_azureSpeech"))
-            compare(store.settings.voiceEngine, "Azure Speech")
-            verify(findChild(settingsView, "azureEngineRows").visible)
-            verify(!findChild(settingsView, "localEngineRows").visible)
-            compare(store.settings.googleTTSAPIKey, "g-key")
+        // A click on a card chooses its engine, shows only that engine's fields and outlines only that
+        // card in the accent colour (read from the drawn picture); other engines' keys stay.
+        function test_engineCardsChooseAndShowTheirEngine_data() {
+            return [{ tag: "azureSpeech", engine: "Azure Speech", rows: "azureEngineRows" },
+                    { tag: "googleCloud", engine: "Google Cloud TTS", rows: "googleEngineRows" },
+                    { tag: "elevenLabs", engine: "ElevenLabs", rows: "elevenEngineRows" },
+                    { tag: "appleLocal", engine: "Apple Local", rows: "localEngineRows" }]
         }
 
-        function test_controlsWriteTheirSettingAtOnce() {
+        function test_engineCardsChooseAndShowTheirEngine(data) {
+            store.settings.voiceEngine = "Azure Speech"
+            store.settings.googleTTSAPIKey = "g-key"
+            mouseClick(findChild(settingsView, "engineCard_" + data.tag))
+            compare(store.settings.voiceEngine, data.engine)
+            compare(store.settings.googleTTSAPIKey, "g-key")
+            var rows = ["localEngineRows", "googleEngineRows", "azureEngineRows", "elevenEngineRows"]
+            for (var r = 0; r < rows.length; ++r)
+                compare(findChild(settingsView, rows[r]).visible, rows[r] === data.rows, rows[r])
+            waitForRendering(settingsView)
+            var image = grabImage(settingsView)
+            var cards = ViewPresets.voiceEngineCards
+            for (var i = 0; i < cards.length; ++i) {
+                var card = findChild(settingsView, "engineCard_" + cards[i].key)
+                var point = card.mapToItem(settingsView, card.width / 2, 0.5)
+                var outlined = String(image.pixel(point.x, point.y)) === String(Theme.accent)
+                compare(outlined, cards[i].key === data.tag, cards[i].key)
+            }
+        }
+
+        // Controls write their setting at once; the server count and the memory follow the core.
+        function test_controlsAndCountsFollowTheCore() {
             var bg = findChild(findChild(settingsView, "backgroundSwitch"), "switch")
             var before = store.settings.backgroundConversationEnabled
             mouseClick(bg)
@@ -86,32 +101,26 @@ Item {
             compare(voice.currentText, ViewPresets.automaticVoiceLabel)
             voice.activated(0)
             compare(store.settings.voiceIdentifier, "")
+
+            var servers = store.settings.mcpServers.length
+            actions.addManualServer("Unelte", "https://tools.example/mcp", "")
+            compare(findChild(settingsView, "mcpCount").text, String(servers + 1))
+            mouseClick(findChild(settingsView, "clearMemoryButton"))
+            compare(findChild(settingsView, "memorySummary").text, ViewPresets.memoryPlaceholder)
         }
 
-        function test_failedKeyTestIsShownAsAFailure() {
+        // The key test against a closed port ends as a failure; the checks end with a verdict.
+        function test_keyTestAndChecksEndWithAVerdict() {
             var button = findChild(settingsView, "testZenButton")
             mouseClick(button)
             verify(!button.enabled)
+            mouseClick(findChild(settingsView, "runDoctorButton"))
+            var doctor = actions.doctor
             tryVerify(function () { return button.enabled }, 30000)
             var status = findChild(settingsView, "zenTestStatus")
             verify(status.text.indexOf("Conexiune eșuată") === 0, status.text)
             compare(status.color, Theme.danger)
             compare(findChild(settingsView, "modelPicker").currentIndex, 0, "the selected model is offered without a list")
-        }
-
-        function test_serverCountAndMemoryFollowTheCore() {
-            var count = findChild(settingsView, "mcpCount")
-            var before = store.settings.mcpServers.length
-            actions.addManualServer("Unelte", "https://tools.example/mcp", "")
-            compare(count.text, String(before + 1))
-
-            mouseClick(findChild(settingsView, "clearMemoryButton"))
-            compare(findChild(settingsView, "memorySummary").text, ViewPresets.memoryPlaceholder)
-        }
-
-        function test_doctorSectionRunsTheChecksAndGivesAVerdict() {
-            mouseClick(findChild(settingsView, "runDoctorButton"))
-            var doctor = actions.doctor
             tryVerify(function () { return !doctor.running && doctor.checks.length > 0 }, 60000)
             var verdict = findChild(settingsView, "doctorVerdict")
             verify(verdict.visible)

@@ -87,6 +87,8 @@ Item {
             compare(servers().length, 1)
             compare(servers()[0].sourceID, "linear")
             compare(servers()[0].authLabel, "Token")
+            verify(findChild(findChild(skills, "galleryRow_linear"), "connectedBadge").visible)
+            verify(!findChild(findChild(skills, "galleryRow_github"), "connectedBadge").visible)
         }
 
         function test_manualServerNeedsAValidEndpoint() {

@@ -4,8 +4,6 @@
 #include "ui/IconTheme.h"
 
 #include <QCoroQml>
-#include <QDir>
-#include <QQmlContext>
 #include <QQmlEngine>
 #include <QtQml/qqmlextensionplugin.h>
 #include <QtQuickTest>
@@ -46,8 +44,7 @@ private:
     CompanionActions m_actions;
 };
 
-// Material dark like the app, the app's icon theme, the model service pointed at a closed port, and
-// a place for the screenshots.
+// Material dark like the app, the app's icon theme and the model service pointed at a closed port.
 class ViewTestSetup : public QObject
 {
     Q_OBJECT
@@ -69,13 +66,7 @@ public Q_SLOTS:
             "Kelo.Testing", 1, 0, "Real", [](QQmlEngine *, QJSEngine *) { return new RealObjects; });
     }
 
-    void qmlEngineAvailable(QQmlEngine *engine)
-    {
-        engine->addImportPath(QStringLiteral("qrc:/qt/qml"));
-        const QString dir = QStringLiteral(KELO_SCREENSHOT_DIR);
-        QDir().mkpath(dir);
-        engine->rootContext()->setContextProperty(QStringLiteral("screenshotDir"), dir);
-    }
+    void qmlEngineAvailable(QQmlEngine *engine) { engine->addImportPath(QStringLiteral("qrc:/qt/qml")); }
 };
 
 QUICK_TEST_MAIN_WITH_SETUP(ui_views, ViewTestSetup)
