@@ -133,11 +133,8 @@ private Q_SLOTS:
         const QString speech = FakeCloudVoices::synthesisPath(VoiceEnginePreset::googleCloud);
         voices.server().on("POST", speech, FakeCloudVoices::audio(VoiceEnginePreset::googleCloud, mp3));
         FakeHttpServer model;
-        QStringList words = kAnswer.split(' ');
-        for (qsizetype i = 0; i + 1 < words.size(); ++i)
-            words[i] += ' ';
-        model.on("POST", "/chat/completions",
-            Reply::eventStreamChunks(ChatCompletionReplies::streamedCompletion(words), 200));
+        model.on(
+            "POST", "/chat/completions", Reply::eventStreamChunks(ChatCompletionReplies::streamedWords(kAnswer), 200));
         ScopedEnvironment zen("KELO_ZEN_BASE_URL", model.baseUrl());
         ScopedEnvironment key("KELO_ZEN_API_KEY", QStringLiteral("cheie"));
         for (const auto &[name, value] : QList<QPair<QString, QString>> { { "voiceEngine", "Google Cloud TTS" },

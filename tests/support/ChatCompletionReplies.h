@@ -43,4 +43,13 @@ inline QList<QByteArray> streamedCompletion(const QStringList &pieces)
     return events;
 }
 
+// The text as a model streams it: word by word, each with its following space.
+inline QList<QByteArray> streamedWords(const QString &text)
+{
+    QStringList words = text.split(' ');
+    for (qsizetype i = 0; i + 1 < words.size(); ++i)
+        words[i] += ' ';
+    return streamedCompletion(words);
+}
+
 } // namespace ChatCompletionReplies
