@@ -3,70 +3,20 @@
 #include "AsyncTest.h"
 #include "FakeHttpServer.h"
 #include "conversation/ZenAPIError.h"
-#include "net/URLError.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTest>
 
 using Reply = FakeHttpServer::Reply;
+using Failure = std::pair<int, QString>;
 
 Q_DECLARE_METATYPE(QList<ZenToolCall>)
 
 namespace {
 
-QJsonObject object(const char *json)
-{
-    return QJsonDocument::fromJson(json).object();
-}
-
-QJsonArray array(const char *json)
-{
-    return QJsonDocument::fromJson(json).array();
-}
-
-QJsonArray oneUserMessage()
-{
-    return { QJsonObject { { QStringLiteral("role"), "user" }, { QStringLiteral("content"), "Salut" } } };
-}
-
-Reply chatReply(const char *assistantMessage)
-{
-    return Reply::json(
-        QJsonObject { { "choices", QJsonArray { QJsonObject { { "message", object(assistantMessage) } } } } });
-}
-
-// The JSON object as a single-line event.
-QByteArray sseEvent(const QByteArray &json)
-{
-    return "data: " + QJsonDocument::fromJson(json).toJson(QJsonDocument::Compact) + "\n\n";
-}
-
-QByteArray chatDelta(const char *delta)
-{
-    return sseEvent(QByteArray(R"({"choices":[{"delta":)") + delta + "}]}");
-}
-
-Reply jsonReply(const char *json)
-{
-    return Reply::text(json, 200, "application/json");
-}
-
-QStringList ids(const QList<ZenModel> &models)
-{
-    QStringList result;
-    for (const ZenModel &model : models)
-        result.append(model.id);
-    return result;
-}
-
-ZenToolDefinition searchTool()
-{
-    return { QStringLiteral("kelo_web_search"), QStringLiteral("Caută"),
-        object(R"({"type":"object","properties":{"query":{"type":"string"}}})") };
-}
-
-// Unparsable or non-object arguments become empty; nameless calls and non-calls are dropped.
+// Unparsable or non-object arguments become empty; nameless calls and non-calls are dropped. At namespace
+// scope: moc cannot skip a body holding a raw string with unbalanced braces.
 const char *const replyWithToolCalls = R"({
             "content": [{"type":"text","text":"unu"}, 7, {"type":"text","text":"doi"}],
             "tool_calls": [
@@ -77,15 +27,46 @@ const char *const replyWithToolCalls = R"({
                 {"id":"c5","function":{"name":"listed","arguments":"[1,2]"}},
                 "not a call"]})";
 
+const QString unexpected = QStringLiteral("OpenCode Zen a returnat un răspuns neașteptat.");
+
 } // namespace
 
 class ZenAPIServiceTest : public QObject
 {
     Q_OBJECT
 
-private:
     FakeHttpServer *m_server = nullptr;
     ZenAPIService *m_service = nullptr;
+
+    static QJsonObject object(const char *json) { return QJsonDocument::fromJson(json).object(); }
+    static QJsonArray array(const char *json) { return QJsonDocument::fromJson(json).array(); }
+    static QJsonArray oneUserMessage() { return array(R"([{"role":"user","content":"Salut"}])"); }
+    static Reply jsonReply(const QByteArray &json) { return Reply::text(json, 200, "application/json"); }
+    static Reply chatReply(const char *message)
+    {
+        return jsonReply(R"({"choices":[{"message":)" + QByteArray(message) + "}]}");
+    }
+    // The JSON object as a single-line event.
+    static QByteArray sseEvent(const QByteArray &json)
+    {
+        return "data: " + QJsonDocument::fromJson(json).toJson(QJsonDocument::Compact) + "\n\n";
+    }
+    static QByteArray chatDelta(const char *delta)
+    {
+        return sseEvent(R"({"choices":[{"delta":)" + QByteArray(delta) + "}]}");
+    }
+    static ZenToolDefinition searchTool()
+    {
+        return { QStringLiteral("kelo_web_search"), QStringLiteral("Caută"),
+            object(R"({"type":"object","properties":{"query":{"type":"string"}}})") };
+    }
+
+    // The kind and text of the service error the task ended with; -1 when it did not fail so.
+    template<typename T> static Failure failureOf(QCoro::Task<T> task)
+    {
+        const auto error = AsyncTest::awaitError<ZenAPIError>(std::move(task));
+        return error ? Failure(error->kind(), error->description()) : Failure(-1, QString());
+    }
 
     ZenAPIService::AssistantResult chat(
         const QString &model, const QJsonArray &messages = oneUserMessage(), const QList<ZenToolDefinition> &tools = {})
@@ -93,9 +74,9 @@ private:
         return AsyncTest::await(m_service->completeChat(QStringLiteral("key"), model, messages, tools));
     }
 
-    std::optional<ZenAPIError> chatError(const QString &model, const QString &key = QStringLiteral("key"))
+    Failure chatFailure(const QString &model, const QString &key = QStringLiteral("key"))
     {
-        return AsyncTest::awaitError<ZenAPIError>(m_service->completeChat(key, model, oneUserMessage(), {}));
+        return failureOf(m_service->completeChat(key, model, oneUserMessage(), {}));
     }
 
 private Q_SLOTS:
@@ -114,51 +95,37 @@ private Q_SLOTS:
     void blankKeyOrUnsupportedModelFailBeforeAnyTraffic()
     {
         const QString blank = QStringLiteral(" \n\t ");
-        const auto models = AsyncTest::awaitError<ZenAPIError>(m_service->fetchModels(blank));
-        QVERIFY(models && models->kind() == ZenAPIError::missingAPIKey);
-        QCOMPARE(models->description(), QStringLiteral("Adaugă cheia OpenCode Zen în Setări."));
-        for (const QString &model : { QStringLiteral("big-pickle"), QStringLiteral("gpt-4o") }) {
-            const auto error = chatError(model, blank);
-            QVERIFY2(error && error->kind() == ZenAPIError::missingAPIKey, qPrintable(model));
-        }
-        const auto unsupported = chatError(QStringLiteral(" JEV-Large "));
-        QVERIFY(unsupported && unsupported->kind() == ZenAPIError::unsupportedModel);
-        QCOMPARE(unsupported->payload(), QStringLiteral(" JEV-Large "));
-        QCOMPARE(unsupported->description(),
-            QStringLiteral("Modelul  JEV-Large  nu este compatibil cu acest mod de conversație."));
+        const Failure noKey(ZenAPIError::missingAPIKey, QStringLiteral("Adaugă cheia OpenCode Zen în Setări."));
+        QCOMPARE(failureOf(m_service->fetchModels(blank)), noKey);
+        QCOMPARE(chatFailure(QStringLiteral("big-pickle"), blank), noKey);
+        QCOMPARE(chatFailure(QStringLiteral("gpt-4o"), blank), noKey);
+        QCOMPARE(chatFailure(QStringLiteral(" JEV-Large ")),
+            Failure(ZenAPIError::unsupportedModel,
+                QStringLiteral("Modelul  JEV-Large  nu este compatibil cu acest mod de conversație.")));
         QVERIFY(m_server->requests().isEmpty());
     }
 
-    void modelIdsChooseTheProtocol()
+    // The model id picks the protocol; the key goes trimmed; tools are offered only when there are any.
+    void requestsFollowTheModelKeyAndTools()
     {
         m_server->on("POST", "/responses", jsonReply(R"({"output_text":"prin responses"})"));
         m_server->on("POST", "/chat/completions", chatReply(R"({"content":"prin chat"})"));
-
-        for (const QString &model : { QStringLiteral("gpt-4o"), QStringLiteral("GPT-5-mini"),
-                 QStringLiteral("  Gpt-4.1 "), QStringLiteral("x-MUSE-SPARK-2") })
-            QVERIFY2(chat(model).text == QLatin1String("prin responses"), qPrintable(model));
-        // Containing "gpt-" is not beginning with it.
-        QCOMPARE(chat(QStringLiteral("open-gpt-oss")).text, QStringLiteral("prin chat"));
-        QCOMPARE(m_server->requestCount("/responses"), 4);
-        QCOMPARE(m_server->requests("/responses").first().json().value("model").toString(), QStringLiteral("gpt-4o"));
-    }
-
-    void requestsCarryTheTrimmedKeyAndToolsOnlyWhenThereAreAny()
-    {
-        m_server->on("POST", "/chat/completions", chatReply(R"({"content":"ok"})"));
         m_server->on("GET", "/models", jsonReply(R"({"data":[]})"));
+        for (const char *model : { "gpt-4o", "GPT-5-mini", "  Gpt-4.1 ", "x-MUSE-SPARK-2" })
+            QVERIFY2(chat(model).text == QLatin1String("prin responses"), model);
+        QCOMPARE(m_server->requests("/responses").first().json().value("model").toString(), QStringLiteral("gpt-4o"));
+        QCOMPARE(chat(QStringLiteral("open-gpt-oss")).text, QStringLiteral("prin chat")); // contains, not begins
+
         QJsonArray messages = oneUserMessage();
         messages.append(object(R"({"role":"tool","tool_call_id":"c1","content":"rezultat"})"));
-
         AsyncTest::await(m_service->completeChat(QStringLiteral("  sk-1\n"), "big-pickle", messages, {}));
         AsyncTest::await(m_service->fetchModels(QStringLiteral("\tsk-2 ")));
-        const auto post = m_server->requests("/chat/completions").first();
+        const auto post = m_server->requests("/chat/completions").last();
         QCOMPARE(post.header("Authorization"), QByteArray("Bearer sk-1"));
         QCOMPARE(m_server->requests("/models").first().header("Authorization"), QByteArray("Bearer sk-2"));
-        const QJsonObject plain = post.json();
-        QCOMPARE(plain.value("model").toString(), QStringLiteral("big-pickle"));
-        QCOMPARE(plain.value("messages").toArray(), messages);
-        QVERIFY(!plain.contains("tools") && !plain.contains("tool_choice"));
+        QCOMPARE(post.json().value("model").toString(), QStringLiteral("big-pickle"));
+        QCOMPARE(post.json().value("messages").toArray(), messages);
+        QVERIFY(!post.json().contains("tools") && !post.json().contains("tool_choice"));
 
         chat(QStringLiteral("big-pickle"), messages, { searchTool() });
         const QJsonObject withTools = m_server->requests().last().json();
@@ -180,7 +147,6 @@ private Q_SLOTS:
             (QList<ZenToolCall> { { "c1", "kelo_fetch_url", object(R"({"url":"a.ro"})") },
                 { "c2", "kelo_web_search", object(R"({"query":"x"})") }, { "c3", "broken", {} },
                 { "c5", "listed", {} } }));
-
         QCOMPARE(chat(QStringLiteral("big-pickle")).text, QString());
         const auto plain = chat(QStringLiteral("big-pickle"));
         QCOMPARE(plain.text, QStringLiteral("text simplu"));
@@ -194,7 +160,6 @@ private Q_SLOTS:
         m_server->enqueue("POST", "/responses", jsonReply(R"({"output_text":3,"output":[{"type":"reasoning"},
             {"content":[{"type":"output_text","text":"primul"},{"type":"refusal"}]},
             {"content":[{"text":"al doilea"}]}]})"));
-        m_server->enqueue("POST", "/responses", jsonReply(R"({"id":"r1"})"));
         const QJsonArray messages = array(R"([{"role":"system","content":"Ești Kelo."},
             {"role":"user","content":"Caută ceva"}, {"role":"assistant","tool_calls":[]},
             {"role":"tool","content":"rezultat"}, {"role":"assistant","content":""},
@@ -205,18 +170,15 @@ private Q_SLOTS:
         QCOMPARE(result.text, QStringLiteral("gata"));
         QVERIFY(result.toolCalls.isEmpty());
         const QJsonObject body = m_server->requests("/responses").first().json();
-        QVERIFY(!body.contains("tools"));
-        QVERIFY(!body.contains("messages"));
+        QVERIFY(!body.contains("tools") && !body.contains("messages"));
         QCOMPARE(body.value("input").toArray(),
             array(R"([{"role":"system","content":"Ești Kelo."}, {"role":"user","content":"Caută ceva"},
                 {"role":"user","content":"notă"}, {"role":"assistant","content":"parte"}])"));
-
         QCOMPARE(chat(QStringLiteral("gpt-4o")).text, QStringLiteral("primul\nal doilea"));
-        const auto shapeless = chatError(QStringLiteral("gpt-4o"));
-        QVERIFY(shapeless && shapeless->kind() == ZenAPIError::invalidResponse);
     }
 
-    void failedStatusesCarryTheServersMessage_data()
+    // A failed status carries the server's message; a successful reply of the wrong shape is unexpected.
+    void failuresCarryAReadableMessage_data()
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
@@ -234,69 +196,43 @@ private Q_SLOTS:
         QTest::newRow("long body, no half characters")
             << 500 << (QString(499, QChar(0x0103)) + QStringLiteral("😀tail")).toUtf8()
             << QString(499, QChar(0x0103)) + QStringLiteral("😀");
-        QTest::newRow("invalid UTF-8") << 500 << QByteArray("bad \xff\xfe end")
-                                       << QStringLiteral("bad \uFFFD\uFFFD end");
+        QTest::newRow("invalid UTF-8") << 500 << QByteArray("bad \xff\xfe end") << "bad \uFFFD\uFFFD end";
         QTest::newRow("unknown client status") << 499 << QByteArray() << "client error";
         QTest::newRow("unknown server status") << 599 << QByteArray() << "server error";
+        QTest::newRow("200, empty") << 200 << QByteArray() << unexpected;
+        QTest::newRow("200, not JSON") << 200 << QByteArray("<html>ok</html>") << unexpected;
+        QTest::newRow("200, truncated") << 200 << QByteArray("{\"choices\":[{\"message\":{\"content\":\"ju")
+                                        << unexpected;
+        QTest::newRow("200, array") << 200 << QByteArray(R"([{"message":{}}])") << unexpected;
+        QTest::newRow("200, invalid UTF-8")
+            << 200 << QByteArray("{\"choices\":[{\"message\":{\"content\":\"\xff\"}}]") << unexpected;
+        QTest::newRow("200, no choices") << 200 << QByteArray(R"({"id":"x"})") << unexpected;
+        QTest::newRow("200, choices not an array") << 200 << QByteArray(R"({"choices":{"message":{}}})") << unexpected;
+        QTest::newRow("200, empty choices") << 200 << QByteArray(R"({"choices":[]})") << unexpected;
+        QTest::newRow("200, message is text") << 200 << QByteArray(R"({"choices":[{"message":"hi"}]})") << unexpected;
+        QTest::newRow("200, choice is a number") << 200 << QByteArray(R"({"choices":[1]})") << unexpected;
+        QTest::newRow("200, models not a list") << 200 << QByteArray(R"({"data":{},"models":"none"})") << unexpected;
     }
 
-    void failedStatusesCarryTheServersMessage()
+    void failuresCarryAReadableMessage()
     {
         QFETCH(int, status);
         QFETCH(QByteArray, body);
         QFETCH(QString, expected);
-        m_server->on("POST", "/chat/completions", Reply::text(body, status));
-        m_server->on("POST", "/responses", Reply::text(body, status));
-        m_server->on("GET", "/models", Reply::text(body, status));
+        for (const char *path : { "/chat/completions", "/responses" })
+            m_server->on("POST", path, Reply::text(body, status, "application/json"));
+        m_server->on("GET", "/models", Reply::text(body, status, "application/json"));
 
-        for (const QString &model : { QStringLiteral("big-pickle"), QStringLiteral("gpt-4o") }) {
-            const auto error = chatError(model);
-            QVERIFY2(error && error->kind() == ZenAPIError::server, qPrintable(model));
-            QCOMPARE(error->payload(), expected);
-            QCOMPARE(error->description(), expected);
-        }
-        const auto models = AsyncTest::awaitError<ZenAPIError>(m_service->fetchModels(QStringLiteral("k")));
-        QVERIFY(models && models->kind() == ZenAPIError::server);
-        QCOMPARE(models->payload(), expected);
-    }
-
-    void malformedSuccessRepliesAreInvalidResponses_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("not JSON") << QByteArray("<html>ok</html>");
-        QTest::newRow("truncated") << QByteArray("{\"choices\":[{\"message\":{\"content\":\"ju");
-        QTest::newRow("array") << QByteArray(R"([{"message":{}}])");
-        QTest::newRow("invalid UTF-8") << QByteArray("{\"choices\":[{\"message\":{\"content\":\"\xff\"}}]");
-        QTest::newRow("no choices") << QByteArray(R"({"id":"x"})");
-        QTest::newRow("choices not an array") << QByteArray(R"({"choices":{"message":{}}})");
-        QTest::newRow("empty choices") << QByteArray(R"({"choices":[]})");
-        QTest::newRow("message is text") << QByteArray(R"({"choices":[{"message":"hi"}]})");
-        QTest::newRow("choice is a number") << QByteArray(R"({"choices":[1]})");
-    }
-
-    void malformedSuccessRepliesAreInvalidResponses()
-    {
-        QFETCH(QByteArray, body);
-        m_server->on("POST", "/chat/completions", Reply::text(body, 200, "application/json"));
-        const auto error = chatError(QStringLiteral("big-pickle"));
-        QVERIFY(error && error->kind() == ZenAPIError::invalidResponse);
-        QCOMPARE(error->description(), QStringLiteral("OpenCode Zen a returnat un răspuns neașteptat."));
-    }
-
-    // Limits of the transport are not turned into service errors.
-    void transportFailuresPassThrough()
-    {
-        m_server->on("POST", "/chat/completions", Reply::text(QByteArray(9 * 1024 * 1024, ' '), 200));
-        const auto tooLarge = AsyncTest::awaitError<URLError>(
-            m_service->completeChat(QStringLiteral("k"), QStringLiteral("big-pickle"), oneUserMessage(), {}));
-        QVERIFY(tooLarge && tooLarge->code() == URLError::dataLengthExceedsMaximum);
+        const Failure failure(status == 200 ? ZenAPIError::invalidResponse : ZenAPIError::server, expected);
+        QCOMPARE(chatFailure(QStringLiteral("big-pickle")), failure);
+        QCOMPARE(chatFailure(QStringLiteral("gpt-4o")), failure);
+        QCOMPARE(failureOf(m_service->fetchModels(QStringLiteral("k"))), failure);
     }
 
     void modelListIsFilteredCompletedAndSorted()
     {
         // Free: "free": true or both prices zero; no text id, or a hidden family, is skipped.
-        m_server->on("GET", "/models", jsonReply(R"({"data":[
+        m_server->enqueue("GET", "/models", jsonReply(R"({"data":[
             {"id":"paid-z","name":"Zeta"},
             {"id":"free-b","display_name":"beta","free":true},
             {"id":"free-a","displayName":"Ăla","pricing":{"input":0,"output":"0.0"}},
@@ -308,38 +244,27 @@ private Q_SLOTS:
             {"id":"JEV-hidden","name":"Hidden","free":true},
             {"id":"vendor-SystemOne-1","name":"Hidden too","free":true},
             {"name":"no id"}, {"id":12}, "text entry", {"id":"unnamed"}]})"));
+        // A "models" member serves when "data" is not a list; a listed Big Pickle keeps the service's entry.
+        const QJsonArray listed = array(R"([{"id":"a-model","name":"Aaa","free":true},
+            {"id":"big-pickle","name":"Murătura","free":false}])");
+        m_server->enqueue("GET", "/models", Reply::json(QJsonObject { { "data", "none" }, { "models", listed } }));
+
         QLocale::setDefault(QLocale(QLocale::Romanian, QLocale::Romania));
         const QList<ZenModel> models = AsyncTest::await(m_service->fetchModels(QStringLiteral("k")));
         QLocale::setDefault(QLocale::c());
-
         // Big Pickle, then free, then paid, by name ignoring case; ties keep the service's order.
-        QCOMPARE(ids(models),
+        QStringList ids;
+        for (const ZenModel &model : models)
+            ids.append(model.id);
+        QCOMPARE(ids,
             (QStringList { "big-pickle", "free-c", "free-a", "free-b", "paid-text", "paid-half", "paid-free-text",
                 "paid-same-2", "unnamed", "paid-z" }));
         QCOMPARE(models.first(), ZenModel::bigPickle());
         QCOMPARE(models.at(2).name, QStringLiteral("Ăla"));
         QCOMPARE(models.at(8).name, QStringLiteral("unnamed"));
         QVERIFY(!models.at(6).isFree);
-    }
-
-    void modelListTakesModelsMemberAndKeepsAListedBigPickle()
-    {
-        const char *entries = R"([{"id":"a-model","name":"Aaa","free":true},
-            {"id":"big-pickle","name":"Murătura","free":false}])";
-        m_server->enqueue("GET", "/models", Reply::json(QJsonObject { { "models", array(entries) } }));
-        m_server->enqueue(
-            "GET", "/models", Reply::json(QJsonObject { { "data", "none" }, { "models", array(entries) } }));
-        m_server->enqueue("GET", "/models", jsonReply(R"({"data":{}})"));
-        m_server->enqueue("GET", "/models", jsonReply("[]"));
-
-        for (int round = 0; round < 2; ++round) {
-            const QList<ZenModel> models = AsyncTest::await(m_service->fetchModels(QStringLiteral("k")));
-            QCOMPARE(models, (QList<ZenModel> { { "big-pickle", "Murătura", false }, { "a-model", "Aaa", true } }));
-        }
-        for (int round = 0; round < 2; ++round) {
-            const auto error = AsyncTest::awaitError<ZenAPIError>(m_service->fetchModels(QStringLiteral("k")));
-            QVERIFY(error && error->kind() == ZenAPIError::invalidResponse);
-        }
+        QCOMPARE(AsyncTest::await(m_service->fetchModels(QStringLiteral("k"))),
+            (QList<ZenModel> { { "big-pickle", "Murătura", false }, { "a-model", "Aaa", true } }));
     }
 
     void memorySummaryUsesTheCompactorPrompts()
@@ -347,13 +272,11 @@ private Q_SLOTS:
         m_server->on("POST", "/chat/completions", chatReply(R"({"content":"\n  • îi place ceaiul \n"})"));
         m_server->on("POST", "/responses", jsonReply(R"({"output_text":" rezumat "})"));
 
-        const QString summary = AsyncTest::await(m_service->summarizeMemory(QStringLiteral("k"),
-            QStringLiteral("big-pickle"), QStringLiteral("• vechi"), QStringLiteral("Utilizator: salut")));
-        QCOMPARE(summary, QStringLiteral("• îi place ceaiul"));
-
+        QCOMPARE(AsyncTest::await(m_service->summarizeMemory(QStringLiteral("k"), QStringLiteral("big-pickle"),
+                     QStringLiteral("• vechi"), QStringLiteral("Utilizator: salut"))),
+            QStringLiteral("• îi place ceaiul"));
         const QJsonObject body = m_server->requests("/chat/completions").first().json();
-        QVERIFY(!body.contains("tools"));
-        QVERIFY(!body.contains("stream"));
+        QVERIFY(!body.contains("tools") && !body.contains("stream"));
         const QJsonArray messages = body.value("messages").toArray();
         QCOMPARE(messages.size(), 2);
         QCOMPARE(messages.at(0)["role"].toString(), QStringLiteral("system"));
@@ -363,8 +286,8 @@ private Q_SLOTS:
         // The compaction follows the same routing as a turn.
         QCOMPARE(AsyncTest::await(m_service->summarizeMemory(QStringLiteral("k"), QStringLiteral("gpt-4o"), {}, {})),
             QStringLiteral("rezumat"));
-        QCOMPARE(m_server->requests("/responses").first().json().value("input").toArray().size(), 2);
-        QVERIFY(!m_server->requests("/responses").first().json().contains("stream"));
+        const QJsonObject responses = m_server->requests("/responses").first().json();
+        QVERIFY(responses.value("input").toArray().size() == 2 && !responses.contains("stream"));
     }
 
     // "holds open": the server keeps the connection, so only the stream's own end finishes it.
@@ -444,12 +367,15 @@ private Q_SLOTS:
         QTest::newRow("an event of megabytes")
             << pickle << QList<QByteArray> { chatDelta(R"({"content":"a"})"), "data: " + QByteArray(2 << 20, 'x') }
             << "closes" << QStringList { "a" } << none << "Răspunsul serverului este prea mare.";
+        // The transport's own limit is not turned into a service error.
+        QTest::newRow("a whole reply over the limit")
+            << pickle << QList<QByteArray> { QByteArray(9 << 20, ' ') } << "json" << QStringList {} << none
+            << "Răspunsul serverului este prea mare.";
         QTest::newRow("connection dropped before the end")
             << pickle << QList<QByteArray> { chatDelta(R"({"content":"Jumă"})") } << "drops" << QStringList { "Jumă" }
             << none << "Conexiunea la rețea s-a întrerupt.";
-        QTest::newRow("nothing but noise")
-            << pickle << QList<QByteArray> { ": ping\n\n", "data: {oops\n\n" } << "closes" << QStringList {} << none
-            << "OpenCode Zen a returnat un răspuns neașteptat.";
+        QTest::newRow("nothing but noise") << pickle << QList<QByteArray> { ": ping\n\n", "data: {oops\n\n" }
+                                           << "closes" << QStringList {} << none << unexpected;
     }
 
     void streamedAnswersArriveInPieces()
