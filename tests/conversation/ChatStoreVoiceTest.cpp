@@ -24,12 +24,11 @@ class ChatStoreVoiceTest : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QString m_modelPath;
-    QString m_spokenPath;
-    std::unique_ptr<TemporaryHome> m_home;
-    std::unique_ptr<FakeHttpServer> m_service;
-    std::unique_ptr<ScopedEnvironment> m_zenURL;
-    std::unique_ptr<ScopedEnvironment> m_key;
+    QString m_modelPath, m_spokenPath;
+    TemporaryHome m_home;
+    FakeHttpServer m_service;
+    ScopedEnvironment m_zenURL { "KELO_ZEN_BASE_URL", m_service.baseUrl() };
+    ScopedEnvironment m_key { "KELO_ZEN_API_KEY", u"cheie"_s };
 
     void prepare(ChatStore &store, const QString &wavPath)
     {
@@ -39,7 +38,7 @@ class ChatStoreVoiceTest : public QObject
             [wavPath] { return std::unique_ptr<AudioInput>(new WavFileInput(WavFile::read(wavPath))); });
     }
 
-    QList<FakeHttpServer::Request> turns() const { return m_service->requests(u"/chat/completions"_s); }
+    QList<FakeHttpServer::Request> turns() const { return m_service.requests(u"/chat/completions"_s); }
 
 private Q_SLOTS:
     void initTestCase()
@@ -47,54 +46,8 @@ private Q_SLOTS:
         m_modelPath = m_dir.filePath(u"ggml-random.bin"_s);
         RandomWhisperModel::write(m_modelPath, RandomWhisperModel::tiny());
         m_spokenPath = VoiceSamples::speakRomanian(m_dir.path(), u"Care este capitala României?"_s);
-    }
-
-    void init()
-    {
-        m_home = std::make_unique<TemporaryHome>();
-        m_service = std::make_unique<FakeHttpServer>();
-        m_service->on("POST", u"/chat/completions"_s,
+        m_service.on("POST", u"/chat/completions"_s,
             Reply::json(ChatCompletionReplies::completion(u"Capitala este București."_s)));
-        m_zenURL = std::make_unique<ScopedEnvironment>("KELO_ZEN_BASE_URL", m_service->baseUrl());
-        m_key = std::make_unique<ScopedEnvironment>("KELO_ZEN_API_KEY", u"cheie"_s);
-    }
-
-    void cleanup()
-    {
-        m_key.reset();
-        m_zenURL.reset();
-        m_service.reset();
-        m_home.reset();
-    }
-
-    void holdingTheOrbTurnsSpeechIntoATurn()
-    {
-        if (m_spokenPath.isEmpty())
-            QSKIP("espeak-ng is not installed");
-        ChatStore store;
-        prepare(store, m_spokenPath);
-        QStringList statuses;
-        connect(&store, &ChatStore::toolStatusChanged, this, [&] { statuses.append(store.toolStatus()); });
-
-        AsyncTest::await(store.beginPushToTalk());
-        QVERIFY(store.isPushToTalkActive());
-        QVERIFY(store.recognizer()->isListening());
-        QCOMPARE(statuses.value(0), QStringLiteral("Kelo este gata"));
-        QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->transcript().isEmpty(); }, 60'000));
-
-        AsyncTest::await(store.endPushToTalk());
-        QVERIFY(!store.isPushToTalkActive());
-        QVERIFY(AsyncTest::waitUntil(
-            [&] { return store.messages().constLast().text == u"Capitala este București."_s; }, 90'000));
-
-        QCOMPARE(turns().size(), 1);
-        const QList<ChatMessage> messages = store.messages();
-        const ChatMessage &question = messages.at(messages.size() - 2);
-        QCOMPARE(question.role, ChatMessage::Role::user);
-        QVERIFY(!question.text.isEmpty());
-        QCOMPARE(question.text, question.text.trimmed());
-        const QJsonArray sent = turns().first().json()[u"messages"_s].toArray();
-        QCOMPARE(sent.last()[u"content"_s].toString(), question.text);
     }
 
     void aTapStartsAndEndsOnceAndSilenceSendsNothing()
@@ -126,27 +79,38 @@ private Q_SLOTS:
         QTest::qWait(100);
     }
 
-    void listeningResumesHandsFreeOnlyAfterASpokenAnswerToAVoiceTurn()
+    // A typed turn's playback does not open the microphone. Holding the orb over speech sends the
+    // trimmed transcript as a turn; after the spoken answer to it, listening resumes hands-free, and
+    // that run ends by itself after the speaker pauses and becomes a turn too.
+    void speechBecomesATurnAndListeningResumesHandsFree()
     {
         if (m_spokenPath.isEmpty())
             QSKIP("espeak-ng is not installed");
         ChatStore store;
         prepare(store, m_spokenPath);
-
-        // A typed turn: the end of its playback does not open the microphone.
-        AsyncTest::await(store.send(QStringLiteral("Salut")));
+        AsyncTest::await(store.send(u"Salut"_s));
         Q_EMIT store.synthesizer()->playbackFinished();
         QTest::qWait(1'000);
         QVERIFY(!store.recognizer()->isListening());
 
+        QStringList statuses;
+        connect(&store, &ChatStore::toolStatusChanged, this, [&] { statuses.append(store.toolStatus()); });
         AsyncTest::await(store.beginPushToTalk());
+        QVERIFY(store.isPushToTalkActive() && store.recognizer()->isListening());
+        QCOMPARE(statuses.value(0), u"Kelo este gata"_s);
         QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->transcript().isEmpty(); }, 60'000));
         AsyncTest::await(store.endPushToTalk());
+        QVERIFY(!store.isPushToTalkActive());
         QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 2 && !store.isThinking(); }, 90'000));
+        const QList<ChatMessage> messages = store.messages();
+        QCOMPARE(messages.constLast().text, u"Capitala este București."_s);
+        const ChatMessage &question = messages.at(messages.size() - 2);
+        QVERIFY(question.role == ChatMessage::Role::user && !question.text.isEmpty());
+        QCOMPARE(question.text, question.text.trimmed());
+        QCOMPARE(turns().last().json()[u"messages"_s].toArray().last()[u"content"_s].toString(), question.text);
 
         Q_EMIT store.synthesizer()->playbackFinished();
         QVERIFY(AsyncTest::waitUntil([&] { return store.recognizer()->isListening(); }, 20'000));
-        // The hands-free run ends by itself after the speaker pauses, and its transcript is a turn.
         QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 3; }, 90'000));
     }
 };
