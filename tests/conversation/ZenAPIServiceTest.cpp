@@ -169,7 +169,7 @@ private Q_SLOTS:
                 QByteArray(R"({"id":"x"})"), QByteArray(R"({"choices":{"message":{}}})"),
                 QByteArray(R"({"choices":[]})"), QByteArray(R"({"choices":[{"message":"hi"}]})"),
                 QByteArray(R"({"choices":[1]})"), QByteArray(R"({"data":{},"models":"none"})") })
-            QTest::newRow("200: " + body.left(40)) << 200 << body << unexpected;
+            QTest::newRow("200: " + QString::fromUtf8(body.left(40)).toUtf8()) << 200 << body << unexpected;
     }
 
     void failuresCarryAReadableMessage()
