@@ -27,18 +27,18 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("deltas");
         QTest::addColumn<QString>("visible");
-
-        QTest::newRow("plain") << QStringList { "Salut, ", "ce faci?" } << "Salut, ce faci?";
-        QTest::newRow("whole block") << QStringList { "<think>plan</think>Bună!" } << "Bună!";
-        QTest::newRow("tags split between pieces")
-            << QStringList { "A<thi", "nk>secret</th", "ink>", "B<", "analysis>x<", "/analysis", ">C" } << "ABC";
-        QTest::newRow("any case") << QStringList { "<THINK>x</Think>A<Analysis>y</ANALYSIS>B" } << "AB";
-        QTest::newRow("never closes") << QStringList { "Înainte <think>tot ", "restul </thi" } << "Înainte ";
-        QTest::newRow("only its own closing tag ends a block")
-            << QStringList { "<think>a</analysis>b</think>c" } << "c";
-        QTest::newRow("other angle brackets stay")
-            << QStringList { "3 < 5 și <b>", "</b> <thinking> <" } << "3 < 5 și <b></b> <thinking> <";
-        QTest::newRow("an unfinished tag at the end is text") << QStringList { "a <thi" } << "a <thi";
+        const auto row = [](const char *name, const QStringList &deltas, const char *visible) {
+            QTest::newRow(name) << deltas << QString::fromUtf8(visible);
+        };
+        row("plain", { "Salut, ", "ce faci?" }, "Salut, ce faci?");
+        row("whole block", { "<think>plan</think>Bună!" }, "Bună!");
+        row("tags split between pieces", { "A<thi", "nk>secret</th", "ink>", "B<", "analysis>x<", "/analysis", ">C" },
+            "ABC");
+        row("any case", { "<THINK>x</Think>A<Analysis>y</ANALYSIS>B" }, "AB");
+        row("never closes", { "Înainte <think>tot ", "restul </thi" }, "Înainte ");
+        row("only its own closing tag ends a block", { "<think>a</analysis>b</think>c" }, "c");
+        row("other angle brackets stay", { "3 < 5 și <b>", "</b> <thinking> <" }, "3 < 5 și <b></b> <thinking> <");
+        row("an unfinished tag at the end is text", { "a <thi" }, "a <thi");
     }
 
     void reasoningNeverShows()
@@ -63,31 +63,25 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("deltas");
         QTest::addColumn<QStringList>("pieces");
-
-        QTest::newRow("two sentences") << QStringList { "Bună zi", "ua. Ce faci ", "azi?" }
-                                       << QStringList { "Bună ziua.", "Ce faci azi?" };
-        QTest::newRow("abbreviations") << QStringList {
-            "Dl. Popescu și dr. Ionescu au venit. Nr. 5 e aici, etc. Gata."
-        } << QStringList { "Dl. Popescu și dr. Ionescu au venit.", "Nr. 5 e aici, etc. Gata." };
-        QTest::newRow("initials") << QStringList { "I. L. Caragiale a scris mult. Da." }
-                                  << QStringList { "I. L. Caragiale a scris mult.", "Da." };
-        QTest::newRow("numbers") << QStringList { "Costă 3.", "5 lei. Da." } << QStringList { "Costă 3.5 lei.", "Da." };
-        QTest::newRow("first clause of four words")
-            << QStringList { "Ei bine, cred că ai dreptate, sincer. Apoi, desigur, am plecat acasă." }
-            << QStringList { "Ei bine, cred că ai dreptate,", "sincer.", "Apoi, desigur, am plecat acasă." };
-        QTest::newRow("short clause, decimal comma")
-            << QStringList { "Are 3,5 grade, adică frig. Da." } << QStringList { "Are 3,5 grade, adică frig.", "Da." };
-        QTest::newRow("question and exclamation marks")
-            << QStringList { "Serios?! Nu cred! Ba da." } << QStringList { "Serios?!", "Nu cred!", "Ba da." };
-        QTest::newRow("ellipsis") << QStringList { "Hmm... Bine… Gata" } << QStringList { "Hmm...", "Bine…", "Gata" };
-        QTest::newRow("closing quotes stay with their sentence")
-            << QStringList { "El a spus „Pleacă.” Apoi a tăcut." }
-            << QStringList { "El a spus „Pleacă.”", "Apoi a tăcut." };
-        QTest::newRow("line breaks") << QStringList { "Listă:\n- unu\n\n- doi" }
-                                     << QStringList { "Listă:", "- unu", "- doi" };
-        QTest::newRow("no end at all") << QStringList { "fără niciun ", "sfârșit" }
-                                       << QStringList { "fără niciun sfârșit" };
-        QTest::newRow("blank") << QStringList { " \n ", " " } << QStringList {};
+        const auto row = [](const char *name, const QStringList &deltas, const QStringList &pieces) {
+            QTest::newRow(name) << deltas << pieces;
+        };
+        row("two sentences", { "Bună zi", "ua. Ce faci ", "azi?" }, { "Bună ziua.", "Ce faci azi?" });
+        row("abbreviations", { "Dl. Popescu și dr. Ionescu au venit. Nr. 5 e aici, etc. Gata." },
+            { "Dl. Popescu și dr. Ionescu au venit.", "Nr. 5 e aici, etc. Gata." });
+        row("initials", { "I. L. Caragiale a scris mult. Da." }, { "I. L. Caragiale a scris mult.", "Da." });
+        row("numbers", { "Costă 3.", "5 lei. Da." }, { "Costă 3.5 lei.", "Da." });
+        row("first clause of four words", { "Ei bine, cred că ai dreptate, sincer. Apoi, desigur, am plecat acasă." },
+            { "Ei bine, cred că ai dreptate,", "sincer.", "Apoi, desigur, am plecat acasă." });
+        row("short clause, decimal comma", { "Are 3,5 grade, adică frig. Da." },
+            { "Are 3,5 grade, adică frig.", "Da." });
+        row("question and exclamation marks", { "Serios?! Nu cred! Ba da." }, { "Serios?!", "Nu cred!", "Ba da." });
+        row("ellipsis", { "Hmm... Bine… Gata" }, { "Hmm...", "Bine…", "Gata" });
+        row("closing quotes stay with their sentence", { "El a spus „Pleacă.” Apoi a tăcut." },
+            { "El a spus „Pleacă.”", "Apoi a tăcut." });
+        row("line breaks", { "Listă:\n- unu\n\n- doi" }, { "Listă:", "- unu", "- doi" });
+        row("no end at all", { "fără niciun ", "sfârșit" }, { "fără niciun sfârșit" });
+        row("blank", { " \n ", " " }, {});
     }
 
     void sentencesAreSpokenAsTheyComplete()
