@@ -12,11 +12,10 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include <list>
-
 using namespace Qt::Literals::StringLiterals;
 
 using Reply = FakeHttpServer::Reply;
+using Request = FakeHttpServer::Request;
 using Activity = ChatStore::Activity;
 using ChatCompletionReplies::completion;
 using ChatCompletionReplies::streamedCompletion;
@@ -27,16 +26,22 @@ class ChatStoreTest : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<TemporaryHome> m_home;
-    std::unique_ptr<FakeHttpServer> m_service;
-    std::list<ScopedEnvironment> m_environment;
-
-    static QJsonArray sentMessages(const FakeHttpServer::Request &request)
+    // Made afresh for every test and torn down in reverse, the environment first.
+    struct Setup
     {
-        return request.json()[u"messages"_s].toArray();
-    }
-    static QString content(const QJsonValue &message) { return message[u"content"_s].toString(); }
-    static bool isCompaction(const FakeHttpServer::Request &request)
+        TemporaryHome home;
+        FakeHttpServer service;
+        ScopedEnvironment zenURL { "KELO_ZEN_BASE_URL", service.baseUrl() };
+        ScopedEnvironment wikiURL { "KELO_WIKIPEDIA_BASE_URL", service.baseUrl() };
+        ScopedEnvironment key { "KELO_ZEN_API_KEY", u"test-key"_s };
+        // The pages the model reads live on loopback, which the page reader refuses by default.
+        ScopedEnvironment allowPrivate { "KELO_FETCH_ALLOW_PRIVATE", u"1"_s };
+    };
+    std::unique_ptr<Setup> m_setup;
+
+    static QJsonArray sentMessages(const Request &request) { return request.json()["messages"].toArray(); }
+    static QString content(const QJsonValue &message) { return message["content"].toString(); }
+    static bool isCompaction(const Request &request)
     {
         return content(sentMessages(request).first()).startsWith(u"Ești un compactor"_s);
     }
@@ -44,7 +49,7 @@ class ChatStoreTest : public QObject
     {
         QStringList list;
         for (const QJsonValue &message : messages)
-            list.append(message[u"role"_s].toString());
+            list.append(message["role"].toString());
         return list;
     }
     static QStringList texts(const QList<ChatMessage> &messages)
@@ -55,67 +60,43 @@ class ChatStoreTest : public QObject
         return list;
     }
 
-    QList<FakeHttpServer::Request> chatRequests() const { return m_service->requests(u"/chat/completions"_s); }
-    void setEnvironment(const char *name, const QString &value) { m_environment.emplace_back(name, value); }
+    QList<Request> chatRequests() const { return m_setup->service.requests(u"/chat/completions"_s); }
     void answerWith(const QList<Reply> &replies)
     {
         for (const Reply &reply : replies)
-            m_service->enqueue("POST", u"/chat/completions"_s, reply);
+            m_setup->service.enqueue("POST", u"/chat/completions"_s, reply);
     }
-
     // The messages a restarted store would load.
     QList<ChatMessage> reloaded(ChatStore &store) const
     {
         store.memory()->waitForWrites();
-        return ConversationMemoryStore(m_home->dataHome() + u"/Kelo"_s, nullptr).messages();
+        return ConversationMemoryStore(m_setup->home.dataHome() + u"/Kelo"_s, nullptr).messages();
     }
 
 private Q_SLOTS:
-    void init()
-    {
-        m_home = std::make_unique<TemporaryHome>();
-        m_service = std::make_unique<FakeHttpServer>();
-        setEnvironment("KELO_ZEN_BASE_URL", m_service->baseUrl());
-        setEnvironment("KELO_WIKIPEDIA_BASE_URL", m_service->baseUrl());
-        setEnvironment("KELO_ZEN_API_KEY", u"test-key"_s);
-        // The pages the model reads live on loopback, which the page reader refuses by default.
-        setEnvironment("KELO_FETCH_ALLOW_PRIVATE", u"1"_s);
-    }
+    void init() { m_setup = std::make_unique<Setup>(); }
+    void cleanup() { m_setup.reset(); }
 
-    void cleanup()
+    // A blank draft is not sent; a blank key is none, and says what to do; a key is noticed at once.
+    // (The turn refused for want of a key is driven through the command-line tests.)
+    void blankDraftsAndKeysCountAsNone()
     {
-        while (!m_environment.empty())
-            m_environment.pop_back();
-        m_service.reset();
-        m_home.reset();
-    }
-
-    // Without a key (a blank one is none) nothing is sent and the app says what to do; a key is
-    // noticed at once.
-    void withoutAKeyNothingIsSent()
-    {
-        setEnvironment("KELO_ZEN_API_KEY", QString());
+        const ScopedEnvironment noKey("KELO_ZEN_API_KEY", QString());
         ChatStore store;
         QCOMPARE(texts(store.messages()), QStringList { ChatStore::welcomeText() });
         QVERIFY(store.messages().first().fromApp);
         store.setDraft(u"  \n\t "_s);
         AsyncTest::await(store.send());
         QCOMPARE(store.messages().size(), 1);
-
         store.settings()->setZenAPIKey(u"   "_s);
         QVERIFY(!store.hasZenKey());
         QCOMPARE(store.activityText(), u"Adaugă cheia OpenCode Zen în Setări"_s);
-        QSignalSpy finished(&store, &ChatStore::turnFinished);
-        AsyncTest::await(store.send(u"Salut"_s));
-        QCOMPARE(store.messages().constLast().text, u"Adaugă cheia OpenCode Zen în Setări"_s);
-        QVERIFY(store.messages().constLast().fromApp && !store.isThinking());
-        QCOMPARE(m_service->requests().size(), 0);
-        QCOMPARE(finished.takeFirst().first().toBool(), false);
 
         QSignalSpy keyChanged(&store, &ChatStore::hasZenKeyChanged);
         store.settings()->setZenAPIKey(u"k"_s);
         QCOMPARE(keyChanged.size(), 1);
         QCOMPARE(store.activityText(), u"Ține apăsat pentru a vorbi"_s);
+        QVERIFY(m_setup->service.requests().isEmpty());
     }
 
     // Search, then a page, then a streamed answer: every request echoes the call and carries the result,
@@ -123,21 +104,18 @@ private Q_SLOTS:
     // sentences come out for the voice, and the whole answer is stored once.
     void webToolsThenAStreamedAnswer()
     {
-        const QString pageURL = m_service->baseUrl() + u"/pagina"_s;
-        m_service->on("GET", u"/w/rest.php/v1/search/page"_s,
-            Reply::json(QJsonObject { { u"pages"_s,
-                QJsonArray { QJsonObject {
-                    { u"title"_s, u"Constantin Brâncuși"_s }, { u"description"_s, u"sculptor român"_s } } } } }));
-        m_service->on("GET", u"/pagina"_s,
+        const QString pageURL = m_setup->service.baseUrl() + u"/pagina"_s;
+        m_setup->service.on("GET", u"/w/rest.php/v1/search/page"_s,
+            Reply::text(R"({"pages":[{"title":"Constantin Brâncuși","description":"sculptor român"}]})", 200,
+                "application/json"));
+        m_setup->service.on("GET", u"/pagina"_s,
             Reply::text("<html><script>x()</script><p>Coloana <b>infinitului</b></p></html>", 200, "text/html"));
-        answerWith({
-            Reply::json(
-                completion(QString(), { toolCall(u"c1"_s, u"kelo_web_search"_s, { { u"query"_s, u"Brâncuși"_s } }) })),
-            Reply::json(completion(QString(), { toolCall(u"c2"_s, u"kelo_fetch_url"_s, { { u"url"_s, pageURL } }) })),
-            Reply::eventStreamChunks(streamedCompletion({ u"<thi"_s, u"nk>hmm</think>Bună ziua! "_s, u"Coloana e "_s,
-                                         u"la Târgu Jiu, dl. Popescu. "_s, u"Altceva?"_s }),
-                20),
-        });
+        answerWith(
+            { Reply::json(completion({}, { toolCall(u"c1"_s, u"kelo_web_search"_s, { { "query", "Brâncuși" } }) })),
+                Reply::json(completion({}, { toolCall(u"c2"_s, u"kelo_fetch_url"_s, { { "url", pageURL } }) })),
+                Reply::eventStreamChunks(streamedCompletion({ u"<thi"_s, u"nk>hmm</think>Bună ziua! "_s,
+                                             u"Coloana e "_s, u"la Târgu Jiu, dl. Popescu. "_s, u"Altceva?"_s }),
+                    20) });
         ChatStore store;
         QSignalSpy grew(&store, &ChatStore::answerGrew);
         QSignalSpy sentences(&store, &ChatStore::sentenceReady);
@@ -146,7 +124,6 @@ private Q_SLOTS:
         connect(&store, &ChatStore::activityChanged, this, [&] { activities.append(store.activity()); });
 
         AsyncTest::await(store.send(u"Unde e Coloana?"_s));
-
         const QString answer = u"Bună ziua! Coloana e la Târgu Jiu, dl. Popescu. Altceva?"_s;
         QCOMPARE(activities,
             (QList<Activity> {
@@ -157,19 +134,17 @@ private Q_SLOTS:
         QStringList spoken;
         for (const QList<QVariant> &sentence : sentences)
             spoken.append(sentence.first().toString());
-        QCOMPARE(spoken.join(QLatin1Char(' ')), answer);
-        QVERIFY(spoken.size() >= 2);
+        QVERIFY(spoken.size() >= 2 && spoken.join(QLatin1Char(' ')) == answer);
         QCOMPARE(inserted.size(), 2); // the question, then the answer's one row
         QCOMPARE(store.conversation()->get(2).value(u"text"_s).toString(), answer);
         QCOMPARE(texts(reloaded(store)).mid(1), (QStringList { u"Unde e Coloana?"_s, answer }));
 
-        const auto requests = chatRequests();
+        const QList<Request> requests = chatRequests();
         QCOMPARE(requests.size(), 3);
         QCOMPARE(roles(sentMessages(requests.at(0))), (QStringList { "system", "assistant", "user" }));
         const QJsonArray second = sentMessages(requests.at(1));
         QCOMPARE(roles(second).mid(3), (QStringList { "assistant", "tool" }));
-        QCOMPARE(second.at(3)[u"tool_calls"_s][0][u"id"_s].toString(), u"c1"_s);
-        QCOMPARE(second.at(4)[u"tool_call_id"_s].toString(), u"c1"_s);
+        QVERIFY(second.at(3)["tool_calls"][0]["id"] == "c1" && second.at(4)["tool_call_id"] == "c1");
         QCOMPARE(content(second.at(4)), u"• Constantin Brâncuși: sculptor român"_s);
         const QString page = content(sentMessages(requests.at(2)).at(6));
         QVERIFY(page.contains(u"Coloana infinitului"_s) && !page.contains(u"x()"_s));
@@ -209,9 +184,9 @@ private Q_SLOTS:
         QJsonArray thousands;
         for (int i = 0; i < 20'000; ++i)
             thousands.append(toolCall(QString::number(i), u"nu_exista"_s, {}));
-        m_service->on("POST", u"/chat/completions"_s, [&thousands](const FakeHttpServer::Request &request) {
+        m_setup->service.on("POST", u"/chat/completions"_s, [&thousands](const Request &request) {
             const QJsonArray sent = sentMessages(request);
-            if (sent.last()[u"role"_s].toString() == u"system"_s)
+            if (sent.last()["role"] == "system")
                 return Reply::json(completion(u"Gata."_s));
             const bool first = !roles(sent).contains(u"tool"_s);
             return Reply::json(completion({}, first ? thousands : QJsonArray { toolCall(u"x"_s, u"nu_exista"_s, {}) }));
@@ -219,14 +194,13 @@ private Q_SLOTS:
         ChatStore store;
         AsyncTest::await(store.send(u"Folosește instrumente"_s));
 
-        const auto requests = chatRequests();
+        const QList<Request> requests = chatRequests();
         QCOMPARE(requests.size(), 5);
         const QJsonArray second = sentMessages(requests.at(1));
         QCOMPARE(roles(second).count(u"tool"_s), 8);
-        QCOMPARE(second.at(second.size() - 9)[u"tool_calls"_s].toArray().size(), 8);
+        QCOMPARE(second.at(second.size() - 9)["tool_calls"].toArray().size(), 8);
         const QJsonArray last = sentMessages(requests.last());
-        QCOMPARE(content(last.last()),
-            u"Returnează acum răspunsul final pentru utilizator, fără a mai apela instrumente."_s);
+        QVERIFY(content(last.last()).contains(u"fără a mai apela instrumente"_s));
         QCOMPARE(content(last.at(last.size() - 2)), u"Instrument necunoscut: nu_exista"_s);
         QCOMPARE(roles(last).count(u"tool"_s), 11);
         QCOMPARE(store.messages().constLast().text, u"Gata."_s);
@@ -235,12 +209,12 @@ private Q_SLOTS:
     // Bad arguments and failing tools go back to the model as text; the turn goes on.
     void toolFailuresAreReportedToTheModel()
     {
-        m_service->on("GET", u"/w/rest.php/v1/search/page"_s, Reply::text("oops", 503));
-        answerWith({ Reply::json(completion(QString(),
+        m_setup->service.on("GET", u"/w/rest.php/v1/search/page"_s, Reply::text("oops", 503));
+        answerWith({ Reply::json(completion({},
                          { toolCall(u"a"_s, u"kelo_web_search"_s, {}),
-                             toolCall(u"b"_s, u"kelo_fetch_url"_s, { { u"url"_s, 42 } }),
-                             toolCall(u"c"_s, u"kelo_web_search"_s, { { u"query"_s, u"q"_s } }),
-                             toolCall(u"d"_s, u"kelo_fetch_url"_s, { { u"url"_s, u"ftp://exemplu.ro"_s } }) })),
+                             toolCall(u"b"_s, u"kelo_fetch_url"_s, { { "url", 42 } }),
+                             toolCall(u"c"_s, u"kelo_web_search"_s, { { "query", "q" } }),
+                             toolCall(u"d"_s, u"kelo_fetch_url"_s, { { "url", "ftp://exemplu.ro" } }) })),
             Reply::json(completion(u"Nu am găsit nimic."_s)) });
         ChatStore store;
         AsyncTest::await(store.send(u"x"_s));
@@ -292,7 +266,7 @@ private Q_SLOTS:
         for (int i = 0; i < 19; ++i)
             earlier.append(ChatMessage::make(
                 i % 2 ? ChatMessage::Role::assistant : ChatMessage::Role::user, u"mesaj %1"_s.arg(i)));
-        ConversationMemoryStore(m_home->dataHome() + u"/Kelo"_s, nullptr).persist(earlier);
+        ConversationMemoryStore(m_setup->home.dataHome() + u"/Kelo"_s, nullptr).persist(earlier);
         answerWith({ Reply::json(completion(u"unu"_s)), Reply::json(completion(u"doi"_s)) });
         ChatStore store;
         QCOMPARE(store.messages().size(), 19);
@@ -303,13 +277,12 @@ private Q_SLOTS:
         QVERIFY(content(sent.first()).startsWith(u"Ești Kelo"_s));
         QCOMPARE(content(sent.at(1)), u"mesaj 4"_s);
         QCOMPARE(content(sent.at(16)), u"al douăzecilea"_s);
-        QVERIFY(content(sent.last()).contains(u"kelo_web_search"_s));
-        QVERIFY(!store.forceInternetNext());
+        QVERIFY(content(sent.last()).contains(u"kelo_web_search"_s) && !store.forceInternetNext());
 
         store.settings()->setInternetEnabled(false);
         AsyncTest::await(store.send(u"al doilea"_s));
-        const auto second = chatRequests().constLast(); // after the compaction the long history asked for
-        QVERIFY(!second.json().contains(u"tools"_s));
+        const Request second = chatRequests().constLast(); // after the compaction the long history asked for
+        QVERIFY(!second.json().contains("tools"));
         QCOMPARE(content(sentMessages(second).last()), u"al doilea"_s);
     }
 
@@ -317,7 +290,7 @@ private Q_SLOTS:
     // a new conversation keeps it, a memory reset forgets everything.
     void memoryIsCompactedAndCanBeReset()
     {
-        m_service->on("POST", u"/chat/completions"_s, [](const FakeHttpServer::Request &request) {
+        m_setup->service.on("POST", u"/chat/completions"_s, [](const Request &request) {
             return Reply::json(completion(isCompaction(request) ? u"  • Îi place sculptura.  "_s : u"Am notat."_s));
         });
         ChatStore store;
@@ -328,8 +301,7 @@ private Q_SLOTS:
         QCOMPARE(chatRequests().size(), 5);
         QVERIFY(isCompaction(chatRequests().last()));
         QVERIFY(content(sentMessages(chatRequests().last()).last()).contains(u"Utilizator: mesajul 4"_s));
-        QCOMPARE(store.memory()->summary(), u"• Îi place sculptura."_s);
-        QCOMPARE(store.memory()->summarizedUserCount(), 4);
+        QVERIFY(store.memory()->summary() == u"• Îi place sculptura."_s && store.memory()->summarizedUserCount() == 4);
 
         store.clearConversation();
         QCOMPARE(texts(store.messages()), QStringList { u"Conversație nouă. Memoria utilă rămâne disponibilă."_s });
