@@ -36,12 +36,9 @@ class ZenAPIServiceTest : public QObject
 {
     Q_OBJECT
 
-    struct Setup
-    {
-        FakeHttpServer server;
-        ZenAPIService service { server.baseUrl(), nullptr };
-    };
-    std::unique_ptr<Setup> m_setup;
+    // One server and service for all: every test sets the answers it needs before it asks.
+    FakeHttpServer m_server;
+    ZenAPIService m_service { m_server.baseUrl(), nullptr };
 
     static QJsonObject object(const char *json) { return QJsonDocument::fromJson(json).object(); }
     static QJsonArray array(const char *json) { return QJsonDocument::fromJson(json).array(); }
@@ -74,39 +71,39 @@ class ZenAPIServiceTest : public QObject
     ZenAPIService::AssistantResult chat(
         const QString &model, const QJsonArray &messages = oneUserMessage(), const QList<ZenToolDefinition> &tools = {})
     {
-        return AsyncTest::await(m_setup->service.completeChat(u"key"_s, model, messages, tools));
+        return AsyncTest::await(m_service.completeChat(u"key"_s, model, messages, tools));
     }
 
     Failure chatFailure(const QString &model, const QString &key = u"key"_s)
     {
-        return failureOf(m_setup->service.completeChat(key, model, oneUserMessage(), {}));
+        return failureOf(m_service.completeChat(key, model, oneUserMessage(), {}));
     }
 
 private Q_SLOTS:
-    void init() { m_setup = std::make_unique<Setup>(); }
+    void init() { m_server.clearRequests(); }
 
     void blankKeyOrUnsupportedModelFailBeforeAnyTraffic()
     {
         const Failure noKey(ZenAPIError::missingAPIKey, u"Adaugă cheia OpenCode Zen în Setări."_s);
-        QCOMPARE(failureOf(m_setup->service.fetchModels(u" \n\t "_s)), noKey);
+        QCOMPARE(failureOf(m_service.fetchModels(u" \n\t "_s)), noKey);
         QCOMPARE(chatFailure(u"big-pickle"_s, u" \n\t "_s), noKey);
         QCOMPARE(chatFailure(u"gpt-4o"_s, u" \n\t "_s), noKey);
         QCOMPARE(chatFailure(u" JEV-Large "_s),
             Failure(ZenAPIError::unsupportedModel,
                 u"Modelul  JEV-Large  nu este compatibil cu acest mod de conversație."_s));
-        QVERIFY(m_setup->server.requests().isEmpty());
+        QVERIFY(m_server.requests().isEmpty());
     }
 
     // The model id picks the protocol; the key goes trimmed; tools are offered only when there are any;
     // the responses protocol gets only the spoken turns, with text content.
     void requestsFollowTheModelKeyAndTools()
     {
-        m_setup->server.on("POST", "/responses", jsonReply(R"({"output_text":"prin responses"})"));
-        m_setup->server.on("POST", "/chat/completions", jsonReply(choice(R"({"content":"prin chat"})")));
-        m_setup->server.on("GET", "/models", jsonReply(R"({"data":[]})"));
+        m_server.on("POST", "/responses", jsonReply(R"({"output_text":"prin responses"})"));
+        m_server.on("POST", "/chat/completions", jsonReply(choice(R"({"content":"prin chat"})")));
+        m_server.on("GET", "/models", jsonReply(R"({"data":[]})"));
         for (const char *model : { "GPT-5-mini", "  Gpt-4.1 ", "x-MUSE-SPARK-2" })
             QVERIFY2(chat(model).text == "prin responses"_L1, model);
-        QCOMPARE(m_setup->server.requests("/responses").first().json().value("model").toString(), u"GPT-5-mini"_s);
+        QCOMPARE(m_server.requests("/responses").first().json().value("model").toString(), u"GPT-5-mini"_s);
         QCOMPARE(chat(u"open-gpt-oss"_s).text, u"prin chat"_s); // contains "gpt-", does not begin with it
 
         const QJsonArray turns = array(R"([{"role":"system","content":"Ești Kelo."},
@@ -115,22 +112,22 @@ private Q_SLOTS:
             {"role":"developer","content":"notă"},
             {"role":"assistant","content":[{"type":"text","text":"parte"}]}])");
         chat(u"gpt-4o"_s, turns, { searchTool() });
-        const QJsonObject responses = m_setup->server.requests("/responses").last().json();
+        const QJsonObject responses = m_server.requests("/responses").last().json();
         QVERIFY(!responses.contains("tools") && !responses.contains("messages"));
         QCOMPARE(responses.value("input").toArray(),
             array(R"([{"role":"system","content":"Ești Kelo."}, {"role":"user","content":"Caută ceva"},
                 {"role":"user","content":"notă"}, {"role":"assistant","content":"parte"}])"));
 
-        AsyncTest::await(m_setup->service.completeChat(u"  sk-1\n"_s, "big-pickle", turns, {}));
-        AsyncTest::await(m_setup->service.fetchModels(u"\tsk-2 "_s));
-        const auto post = m_setup->server.requests("/chat/completions").last();
+        AsyncTest::await(m_service.completeChat(u"  sk-1\n"_s, "big-pickle", turns, {}));
+        AsyncTest::await(m_service.fetchModels(u"\tsk-2 "_s));
+        const auto post = m_server.requests("/chat/completions").last();
         QCOMPARE(post.header("Authorization"), QByteArray("Bearer sk-1"));
-        QCOMPARE(m_setup->server.requests("/models").first().header("Authorization"), QByteArray("Bearer sk-2"));
+        QCOMPARE(m_server.requests("/models").first().header("Authorization"), QByteArray("Bearer sk-2"));
         QCOMPARE(post.json().value("model").toString(), u"big-pickle"_s);
         QCOMPARE(post.json().value("messages").toArray(), turns);
         QVERIFY(!post.json().contains("tools") && !post.json().contains("tool_choice"));
         chat(u"big-pickle"_s, turns, { searchTool() });
-        const QJsonObject withTools = m_setup->server.requests().last().json();
+        const QJsonObject withTools = m_server.requests().last().json();
         QCOMPARE(withTools.value("tool_choice").toString(), u"auto"_s);
         QCOMPARE(withTools.value("tools").toArray(),
             array(R"([{"type":"function","function":{"name":"kelo_web_search","description":"Caută",
@@ -157,12 +154,11 @@ private Q_SLOTS:
         QTest::newRow("invalid UTF-8") << 500 << QByteArray("bad \xff\xfe end") << "bad \uFFFD\uFFFD end";
         QTest::newRow("unknown client status") << 499 << QByteArray() << "client error";
         QTest::newRow("unknown server status") << 599 << QByteArray() << "server error";
-        for (const QByteArray &body :
-            { QByteArray(), QByteArray("<html>ok</html>"), QByteArray("{\"choices\":[{\"message\":{\"content\":\"ju"),
-                QByteArray(R"([{"message":{}}])"), QByteArray("{\"choices\":[{\"message\":{\"content\":\"\xff\"}}]"),
-                QByteArray(R"({"id":"x"})"), QByteArray(R"({"choices":{"message":{}}})"),
-                QByteArray(R"({"choices":[]})"), QByteArray(R"({"choices":[{"message":"hi"}]})"),
-                QByteArray(R"({"choices":[1]})"), QByteArray(R"({"data":{},"models":"none"})") })
+        for (const QByteArray &body : { QByteArray(), QByteArray("<html>ok</html>"), QByteArray(R"([{"message":{}}])"),
+                 QByteArray("{\"choices\":[{\"message\":{\"content\":\"\xff\"}}]}"), QByteArray(R"({"id":"x"})"),
+                 QByteArray(R"({"choices":{"message":{}}})"), QByteArray(R"({"choices":[]})"),
+                 QByteArray(R"({"choices":[{"message":"hi"}]})"), QByteArray(R"({"choices":[1]})"),
+                 QByteArray(R"({"data":{},"models":"none"})") })
             QTest::newRow("200: " + QString::fromUtf8(body.left(40)).toUtf8()) << 200 << body << unexpected;
     }
 
@@ -172,18 +168,18 @@ private Q_SLOTS:
         QFETCH(QByteArray, body);
         QFETCH(QString, expected);
         for (const char *path : { "/chat/completions", "/responses" })
-            m_setup->server.on("POST", path, Reply::text(body, status, "application/json"));
-        m_setup->server.on("GET", "/models", Reply::text(body, status, "application/json"));
+            m_server.on("POST", path, Reply::text(body, status, "application/json"));
+        m_server.on("GET", "/models", Reply::text(body, status, "application/json"));
         const Failure failure(status == 200 ? ZenAPIError::invalidResponse : ZenAPIError::server, expected);
         QCOMPARE(chatFailure(u"big-pickle"_s), failure);
         QCOMPARE(chatFailure(u"gpt-4o"_s), failure);
-        QCOMPARE(failureOf(m_setup->service.fetchModels(u"k"_s)), failure);
+        QCOMPARE(failureOf(m_service.fetchModels(u"k"_s)), failure);
     }
 
     void modelListIsFilteredCompletedAndSorted()
     {
         // Free: "free": true or both prices zero; no text id, or a hidden family, is skipped.
-        m_setup->server.enqueue("GET", "/models", jsonReply(R"({"data":[
+        m_server.enqueue("GET", "/models", jsonReply(R"({"data":[
             {"id":"paid-z","name":"Zeta"}, {"id":"free-b","display_name":"beta","free":true},
             {"id":"free-a","displayName":"Ăla","pricing":{"input":0,"output":"0.0"}},
             {"id":"free-c","name":"alpha","pricing":{"input":" 0 ","output":0}},
@@ -193,12 +189,12 @@ private Q_SLOTS:
             {"id":"JEV-hidden","name":"Hidden","free":true}, {"id":"vendor-SystemOne-1","name":"Hidden too","free":true},
             {"name":"no id"}, {"id":12}, "text entry", {"id":"unnamed"}]})"));
         // A "models" member serves when "data" is not a list; a listed Big Pickle keeps the service's entry.
-        m_setup->server.enqueue(
+        m_server.enqueue(
             "GET", "/models", jsonReply(R"({"data":"none","models":[{"id":"a-model","name":"Aaa","free":true},
             {"id":"big-pickle","name":"Murătura","free":false}]})"));
 
         QLocale::setDefault(QLocale(QLocale::Romanian, QLocale::Romania));
-        const QList<ZenModel> models = AsyncTest::await(m_setup->service.fetchModels(u"k"_s));
+        const QList<ZenModel> models = AsyncTest::await(m_service.fetchModels(u"k"_s));
         QLocale::setDefault(QLocale::c());
         // Big Pickle, then free, then paid, by name ignoring case; ties keep the service's order.
         QStringList ids;
@@ -211,7 +207,7 @@ private Q_SLOTS:
         QCOMPARE(models.at(2).name, u"Ăla"_s);
         QCOMPARE(models.at(8).name, u"unnamed"_s);
         QVERIFY(!models.at(6).isFree);
-        QCOMPARE(AsyncTest::await(m_setup->service.fetchModels(u"k"_s)),
+        QCOMPARE(AsyncTest::await(m_service.fetchModels(u"k"_s)),
             (QList<ZenModel> { { "big-pickle", "Murătura", false }, { "a-model", "Aaa", true } }));
     }
 
@@ -219,15 +215,15 @@ private Q_SLOTS:
     // trimmed. (Its prompts are checked where the store sends them.)
     void memorySummaryIsAskedInOnePiece()
     {
-        m_setup->server.on("POST", "/chat/completions", jsonReply(choice(R"({"content":"\n  • îi place ceaiul \n"})")));
-        m_setup->server.on("POST", "/responses", jsonReply(R"({"output_text":" rezumat "})"));
-        QCOMPARE(AsyncTest::await(m_setup->service.summarizeMemory(u"k"_s, u"big-pickle"_s, u"• vechi"_s, {})),
+        m_server.on("POST", "/chat/completions", jsonReply(choice(R"({"content":"\n  • îi place ceaiul \n"})")));
+        m_server.on("POST", "/responses", jsonReply(R"({"output_text":" rezumat "})"));
+        QCOMPARE(AsyncTest::await(m_service.summarizeMemory(u"k"_s, u"big-pickle"_s, u"• vechi"_s, {})),
             u"• îi place ceaiul"_s);
-        QCOMPARE(AsyncTest::await(m_setup->service.summarizeMemory(u"k"_s, u"gpt-4o"_s, {}, {})), u"rezumat"_s);
-        const QJsonObject body = m_setup->server.requests("/chat/completions").first().json();
+        QCOMPARE(AsyncTest::await(m_service.summarizeMemory(u"k"_s, u"gpt-4o"_s, {}, {})), u"rezumat"_s);
+        const QJsonObject body = m_server.requests("/chat/completions").first().json();
         QVERIFY(!body.contains("tools") && !body.contains("stream"));
         QVERIFY(body.value("messages")[1]["content"].toString().contains(u"Memorie existentă:\n• vechi"_s));
-        QVERIFY(!m_setup->server.requests("/responses").first().json().contains("stream"));
+        QVERIFY(!m_server.requests("/responses").first().json().contains("stream"));
     }
 
     // "holds open": the server keeps the connection, so only the stream's own end finishes it.
@@ -325,14 +321,14 @@ private Q_SLOTS:
             reply.headers = { { "Content-Type", "application/json" } };
         reply.holdOpenAfterChunks = ending == QLatin1String("holds open");
         reply.dropAfterChunks = ending == QLatin1String("drops");
-        m_setup->server.on("POST", "/chat/completions", reply);
-        m_setup->server.on("POST", "/responses", reply);
+        m_server.on("POST", "/chat/completions", reply);
+        m_server.on("POST", "/responses", reply);
 
         QStringList received;
         ZenAPIService::AssistantResult result;
         QString failure;
         try {
-            result = AsyncTest::await(m_setup->service.completeChat(u"key"_s, model, oneUserMessage(), { searchTool() },
+            result = AsyncTest::await(m_service.completeChat(u"key"_s, model, oneUserMessage(), { searchTool() },
                 [&received](const QString &delta) { received.append(delta); }));
         } catch (const KeloError &thrown) {
             failure = thrown.description();
@@ -341,7 +337,7 @@ private Q_SLOTS:
         QCOMPARE(received, deltas);
         QCOMPARE(result.text, error.isEmpty() ? deltas.join(QString()) : QString());
         QCOMPARE(result.toolCalls, toolCalls);
-        QCOMPARE(m_setup->server.requests().last().json().value("stream"), QJsonValue(true));
+        QCOMPARE(m_server.requests().last().json().value("stream"), QJsonValue(true));
     }
 };
 
