@@ -23,35 +23,29 @@ class AnswerTextTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void reasoningNeverShows_data()
-    {
-        QTest::addColumn<QStringList>("deltas");
-        QTest::addColumn<QString>("visible");
-        const auto row = [](const char *name, const QStringList &deltas, const char *visible) {
-            QTest::newRow(name) << deltas << QString::fromUtf8(visible);
-        };
-        row("plain", { "Salut, ", "ce faci?" }, "Salut, ce faci?");
-        row("whole block", { "<think>plan</think>Bună!" }, "Bună!");
-        row("tags split between pieces", { "A<thi", "nk>secret</th", "ink>", "B<", "analysis>x<", "/analysis", ">C" },
-            "ABC");
-        row("any case", { "<THINK>x</Think>A<Analysis>y</ANALYSIS>B" }, "AB");
-        row("never closes", { "Înainte <think>tot ", "restul </thi" }, "Înainte ");
-        row("only its own closing tag ends a block", { "<think>a</analysis>b</think>c" }, "c");
-        row("other angle brackets stay", { "3 < 5 și <b>", "</b> <thinking> <" }, "3 < 5 și <b></b> <thinking> <");
-        row("an unfinished tag at the end is text", { "a <thi" }, "a <thi");
-    }
-
+    // Any case, tags split anywhere; only its own closing tag ends a block, a block never closed hides
+    // the rest; other angle brackets, and an unfinished tag at the very end, are text.
     void reasoningNeverShows()
     {
-        QFETCH(QStringList, deltas);
-        QFETCH(QString, visible);
+        const std::pair<QStringList, QString> cases[] = {
+            { { "Salut, ", "ce faci?" }, "Salut, ce faci?" },
+            { { "<think>plan</think>Bună!" }, "Bună!" },
+            { { "A<thi", "nk>secret</th", "ink>", "B<", "analysis>x<", "/analysis", ">C" }, "ABC" },
+            { { "<THINK>x</Think>A<Analysis>y</ANALYSIS>B" }, "AB" },
+            { { "Înainte <think>tot ", "restul </thi" }, "Înainte " },
+            { { "<think>a</analysis>b</think>c" }, "c" },
+            { { "3 < 5 și <b>", "</b> <thinking> <" }, "3 < 5 și <b></b> <thinking> <" },
+            { { "a <thi" }, "a <thi" },
+        };
         // finish() leaves nothing behind: the same filter serves the next answer.
         ReasoningFilter filter;
-        for (const QStringList &run : { deltas, oneCharacterEach(deltas) }) {
-            QString shown;
-            for (const QString &delta : run)
-                shown += filter.feed(delta);
-            QCOMPARE(shown + filter.finish(), visible);
+        for (const auto &[deltas, visible] : cases) {
+            for (const QStringList &run : { deltas, oneCharacterEach(deltas) }) {
+                QString shown;
+                for (const QString &delta : run)
+                    shown += filter.feed(delta);
+                QCOMPARE(shown + filter.finish(), visible);
+            }
         }
         // Visible text is not held back while a tag may be starting.
         QCOMPARE(filter.feed(QStringLiteral("Bună <th")), QStringLiteral("Bună "));
@@ -59,44 +53,37 @@ private Q_SLOTS:
         QCOMPARE(filter.feed(QStringLiteral("</think> ziua")), QStringLiteral(" ziua"));
     }
 
-    void sentencesAreSpokenAsTheyComplete_data()
-    {
-        QTest::addColumn<QStringList>("deltas");
-        QTest::addColumn<QStringList>("pieces");
-        const auto row = [](const char *name, const QStringList &deltas, const QStringList &pieces) {
-            QTest::newRow(name) << deltas << pieces;
-        };
-        row("two sentences", { "Bună zi", "ua. Ce faci ", "azi?" }, { "Bună ziua.", "Ce faci azi?" });
-        row("abbreviations", { "Dl. Popescu și dr. Ionescu au venit. Nr. 5 e aici, etc. Gata." },
-            { "Dl. Popescu și dr. Ionescu au venit.", "Nr. 5 e aici, etc. Gata." });
-        row("initials", { "I. L. Caragiale a scris mult. Da." }, { "I. L. Caragiale a scris mult.", "Da." });
-        row("numbers", { "Costă 3.", "5 lei. Da." }, { "Costă 3.5 lei.", "Da." });
-        row("first clause of four words", { "Ei bine, cred că ai dreptate, sincer. Apoi, desigur, am plecat acasă." },
-            { "Ei bine, cred că ai dreptate,", "sincer.", "Apoi, desigur, am plecat acasă." });
-        row("short clause, decimal comma", { "Are 3,5 grade, adică frig. Da." },
-            { "Are 3,5 grade, adică frig.", "Da." });
-        row("question and exclamation marks", { "Serios?! Nu cred! Ba da." }, { "Serios?!", "Nu cred!", "Ba da." });
-        row("ellipsis", { "Hmm... Bine… Gata" }, { "Hmm...", "Bine…", "Gata" });
-        row("closing quotes stay with their sentence", { "El a spus „Pleacă.” Apoi a tăcut." },
-            { "El a spus „Pleacă.”", "Apoi a tăcut." });
-        row("line breaks", { "Listă:\n- unu\n\n- doi" }, { "Listă:", "- unu", "- doi" });
-        row("no end at all", { "fără niciun ", "sfârșit" }, { "fără niciun sfârșit" });
-        row("blank", { " \n ", " " }, {});
-    }
-
+    // Abbreviations, initials and numbers do not end a sentence; a long first clause is spoken at its
+    // comma; quotes stay with their sentence; line breaks end pieces; blank text is not spoken.
     void sentencesAreSpokenAsTheyComplete()
     {
-        QFETCH(QStringList, deltas);
-        QFETCH(QStringList, pieces);
+        const std::pair<QStringList, QStringList> cases[] = {
+            { { "Bună zi", "ua. Ce faci ", "azi?" }, { "Bună ziua.", "Ce faci azi?" } },
+            { { "Dl. Popescu și dr. Ionescu au venit. Nr. 5 e aici, etc. Gata." },
+                { "Dl. Popescu și dr. Ionescu au venit.", "Nr. 5 e aici, etc. Gata." } },
+            { { "I. L. Caragiale a scris mult. Da." }, { "I. L. Caragiale a scris mult.", "Da." } },
+            { { "Costă 3.", "5 lei. Da." }, { "Costă 3.5 lei.", "Da." } },
+            { { "Ei bine, cred că ai dreptate, sincer. Apoi, desigur, am plecat acasă." },
+                { "Ei bine, cred că ai dreptate,", "sincer.", "Apoi, desigur, am plecat acasă." } },
+            { { "Are 3,5 grade, adică frig. Da." }, { "Are 3,5 grade, adică frig.", "Da." } },
+            { { "Serios?! Nu cred! Ba da." }, { "Serios?!", "Nu cred!", "Ba da." } },
+            { { "Hmm... Bine… Gata" }, { "Hmm...", "Bine…", "Gata" } },
+            { { "El a spus „Pleacă.” Apoi a tăcut." }, { "El a spus „Pleacă.”", "Apoi a tăcut." } },
+            { { "Listă:\n- unu\n\n- doi" }, { "Listă:", "- unu", "- doi" } },
+            { { "fără niciun ", "sfârșit" }, { "fără niciun sfârșit" } },
+            { { " \n ", " " }, {} },
+        };
         SentenceSplitter splitter;
-        for (const QStringList &run : { deltas, oneCharacterEach(deltas) }) {
-            QStringList fromFeed;
-            for (const QString &delta : run)
-                fromFeed += splitter.feed(delta);
-            // Only the last piece may wait for the end of the answer.
-            QVERIFY(fromFeed.size() >= pieces.size() - 1);
-            const QString rest = splitter.finish();
-            QCOMPARE(rest.isEmpty() ? fromFeed : fromFeed + QStringList { rest }, pieces);
+        for (const auto &[deltas, pieces] : cases) {
+            for (const QStringList &run : { deltas, oneCharacterEach(deltas) }) {
+                QStringList fromFeed;
+                for (const QString &delta : run)
+                    fromFeed += splitter.feed(delta);
+                // Only the last piece may wait for the end of the answer.
+                QVERIFY(fromFeed.size() >= pieces.size() - 1);
+                const QString rest = splitter.finish();
+                QCOMPARE(rest.isEmpty() ? fromFeed : fromFeed + QStringList { rest }, pieces);
+            }
         }
     }
 };

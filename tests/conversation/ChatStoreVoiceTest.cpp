@@ -50,14 +50,16 @@ private Q_SLOTS:
             Reply::json(ChatCompletionReplies::completion(u"Capitala este București."_s)));
     }
 
-    void aTapStartsAndEndsOnceAndSilenceSendsNothing()
+    // A tap starts and ends one run at a time, and silence sends nothing. A typed turn's playback does not
+    // open the microphone. Holding the orb over speech sends the trimmed transcript as a turn; after the
+    // spoken answer to it, listening resumes hands-free, and that run ends by itself after the speaker
+    // pauses and becomes a turn too.
+    void speechBecomesATurnAndListeningResumesHandsFree()
     {
         const QString silence = m_dir.filePath(u"silence.wav"_s);
         VoiceSamples::writeWav(silence, QVector<float>(16000, 0.0f), 16000, 1);
         ChatStore store;
         prepare(store, silence);
-
-        // Press and lift at once, twice: each release ends its own run, no turn is sent.
         for (int i = 0; i < 2; ++i) {
             AsyncTest::await(store.beginPushToTalk());
             AsyncTest::await(store.beginPushToTalk()); // a second press while held changes nothing
@@ -65,28 +67,18 @@ private Q_SLOTS:
             QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->isListening(); }, 30'000));
         }
         QTest::qWait(200);
-        QVERIFY(!store.isPushToTalkActive());
-        QVERIFY(turns().isEmpty());
-        QCOMPARE(store.messages().size(), 1);
-
-        // A store closed while the orb's run still loads its model ends that run with it; resuming
-        // it later, into the freed store, is what the sanitizer build reports.
+        QVERIFY(!store.isPushToTalkActive() && turns().isEmpty() && store.messages().size() == 1);
+        // A store closed while the orb's run still loads its model ends that run with it; resuming it
+        // later, into the freed store, is what the sanitizer build reports.
         {
             ChatStore closing;
             prepare(closing, silence);
             closing.startPushToTalk();
         }
         QTest::qWait(100);
-    }
 
-    // A typed turn's playback does not open the microphone. Holding the orb over speech sends the
-    // trimmed transcript as a turn; after the spoken answer to it, listening resumes hands-free, and
-    // that run ends by itself after the speaker pauses and becomes a turn too.
-    void speechBecomesATurnAndListeningResumesHandsFree()
-    {
         if (m_spokenPath.isEmpty())
             QSKIP("espeak-ng is not installed");
-        ChatStore store;
         prepare(store, m_spokenPath);
         AsyncTest::await(store.send(u"Salut"_s));
         Q_EMIT store.synthesizer()->playbackFinished();
