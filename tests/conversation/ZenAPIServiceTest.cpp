@@ -95,7 +95,8 @@ private Q_SLOTS:
     }
 
     // The model id picks the protocol; the key goes trimmed; tools are offered only when there are any;
-    // the responses protocol gets only the spoken turns, with text content.
+    // the responses protocol gets only the spoken turns, with text content. (The compaction's prompts
+    // and trimmed answer are checked where the store asks for it.)
     void requestsFollowTheModelKeyAndTools()
     {
         m_server.on("POST", "/responses", jsonReply(R"({"output_text":"prin responses"})"));
@@ -105,6 +106,12 @@ private Q_SLOTS:
             QVERIFY2(chat(model).text == "prin responses"_L1, model);
         QCOMPARE(m_server.requests("/responses").first().json().value("model").toString(), u"GPT-5-mini"_s);
         QCOMPARE(chat(u"open-gpt-oss"_s).text, u"prin chat"_s); // contains "gpt-", does not begin with it
+        // The memory compaction follows the same routing, asks in one piece and offers no tools.
+        QCOMPARE(AsyncTest::await(m_service.summarizeMemory(u"k"_s, u"gpt-4o"_s, {}, {})), u"prin responses"_s);
+        QCOMPARE(AsyncTest::await(m_service.summarizeMemory(u"k"_s, u"big-pickle"_s, {}, {})), u"prin chat"_s);
+        for (const QString &path : { u"/responses"_s, u"/chat/completions"_s })
+            QVERIFY(!m_server.requests(path).last().json().contains("stream")
+                && !m_server.requests(path).last().json().contains("tools"));
 
         const QJsonArray turns = array(R"([{"role":"system","content":"Ești Kelo."},
             {"role":"user","content":"Caută ceva"}, {"role":"assistant","tool_calls":[]},
@@ -209,21 +216,6 @@ private Q_SLOTS:
         QVERIFY(!models.at(6).isFree);
         QCOMPARE(AsyncTest::await(m_service.fetchModels(u"k"_s)),
             (QList<ZenModel> { { "big-pickle", "Murătura", false }, { "a-model", "Aaa", true } }));
-    }
-
-    // The compaction asks in one piece, without tools, along the same routing as a turn; the answer is
-    // trimmed. (Its prompts are checked where the store sends them.)
-    void memorySummaryIsAskedInOnePiece()
-    {
-        m_server.on("POST", "/chat/completions", jsonReply(choice(R"({"content":"\n  • îi place ceaiul \n"})")));
-        m_server.on("POST", "/responses", jsonReply(R"({"output_text":" rezumat "})"));
-        QCOMPARE(AsyncTest::await(m_service.summarizeMemory(u"k"_s, u"big-pickle"_s, u"• vechi"_s, {})),
-            u"• îi place ceaiul"_s);
-        QCOMPARE(AsyncTest::await(m_service.summarizeMemory(u"k"_s, u"gpt-4o"_s, {}, {})), u"rezumat"_s);
-        const QJsonObject body = m_server.requests("/chat/completions").first().json();
-        QVERIFY(!body.contains("tools") && !body.contains("stream"));
-        QVERIFY(body.value("messages")[1]["content"].toString().contains(u"Memorie existentă:\n• vechi"_s));
-        QVERIFY(!m_server.requests("/responses").first().json().contains("stream"));
     }
 
     // "holds open": the server keeps the connection, so only the stream's own end finishes it.
