@@ -178,28 +178,44 @@ private Q_SLOTS:
         QCOMPARE(reloaded.summary().size(), 200'001);
     }
 
+    // A damaged file is kept aside before anything is written over it. Messages that cannot be read are
+    // skipped, the file kept aside all the same; a count beyond 32 bits is not damage and is kept exactly.
     void unreadableFileIsKeptAsideBeforeAnyWrite_data()
     {
         QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("truncated") << QByteArray("{\"summary\":\"abc\",\"messages\":[{\"id\":");
-        QTest::newRow("array") << QByteArray("[]");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("invalid UTF-8") << QByteArray(
-            "{\"summary\":\"\xff\xfe\",\"messages\":[],\"summarizedUserCount\":0}");
-        QTest::newRow("summary not text") << QByteArray(R"({"summary":5,"messages":[],"summarizedUserCount":0})");
-        QTest::newRow("messages not a list") << QByteArray(R"({"summary":"","messages":{},"summarizedUserCount":0})");
-        QTest::newRow("count missing") << QByteArray(R"({"summary":"","messages":[]})");
-        QTest::newRow("count negative") << QByteArray(R"({"summary":"","messages":[],"summarizedUserCount":-2})");
-        QTest::newRow("count fractional") << QByteArray(R"({"summary":"","messages":[],"summarizedUserCount":1.5})");
-        QTest::newRow("count as text") << QByteArray(R"({"summary":"","messages":[],"summarizedUserCount":"3"})");
+        QTest::addColumn<QString>("summary");
+        QTest::addColumn<QString>("kept"); // the text of the one message still read, if any
+        QTest::addColumn<qint64>("count");
+        const auto damaged = [](const char *name, const QByteArray &contents) {
+            QTest::newRow(name) << contents << QString() << QString() << qint64(0);
+        };
+        damaged("truncated", "{\"summary\":\"abc\",\"messages\":[{\"id\":");
+        damaged("array", "[]");
+        damaged("empty", "");
+        damaged("invalid UTF-8", "{\"summary\":\"\xff\xfe\",\"messages\":[],\"summarizedUserCount\":0}");
+        damaged("summary not text", R"({"summary":5,"messages":[],"summarizedUserCount":0})");
+        damaged("messages not a list", R"({"summary":"","messages":{},"summarizedUserCount":0})");
+        damaged("count missing", R"({"summary":"","messages":[]})");
+        damaged("count negative", R"({"summary":"","messages":[],"summarizedUserCount":-2})");
+        damaged("count fractional", R"({"summary":"","messages":[],"summarizedUserCount":1.5})");
+        damaged("count as text", R"({"summary":"","messages":[],"summarizedUserCount":"3"})");
+        QTest::newRow("unreadable messages, a count beyond 32 bits")
+            << QByteArray(R"({"summary":"• s","messages":[{"role":"user","text":"păstrat"},{"role":"robot","text":"x"},
+                42,{"role":"assistant"}],"summarizedUserCount":4294967301})")
+            << u"• s"_s << u"păstrat"_s << Q_INT64_C(4294967301);
     }
 
     void unreadableFileIsKeptAsideBeforeAnyWrite()
     {
         QFETCH(QByteArray, contents);
+        QFETCH(QString, kept);
+        QFETCH(qint64, count);
         writeMemoryFile(contents);
         ConversationMemoryStore store;
-        QVERIFY(store.summary().isEmpty() && store.messages().isEmpty() && store.summarizedUserCount() == 0);
+        QTEST(store.summary(), "summary");
+        QCOMPARE(store.messages().size(), qsizetype(!kept.isEmpty()));
+        QCOMPARE(store.messages().value(0).text, kept);
+        QCOMPARE(store.summarizedUserCount(), count);
         QCOMPARE(recoveredCopies().size(), 1);
         QCOMPARE(store.recoveredCopyPath(), memoryDir() + QLatin1Char('/') + recoveredCopies().first());
         QVERIFY(recoveredCopies().first().contains(QDate::currentDate().toString("yyyyMMdd")));
@@ -207,33 +223,13 @@ private Q_SLOTS:
         store.waitForWrites();
         QCOMPARE(readFile(store.recoveredCopyPath()), contents);
         QCOMPARE(fileObject().value("messages").toArray().size(), 2);
+        QCOMPARE(fileObject().value("summarizedUserCount").toInteger(), count);
 
         // A second unreadable file found in the same second gets a name of its own.
         writeMemoryFile(contents + "!");
         ConversationMemoryStore again;
         QCOMPARE(recoveredCopies().size(), 2);
         QCOMPARE(readFile(again.recoveredCopyPath()), contents + "!");
-    }
-
-    // Messages that cannot be read are skipped (the file is kept aside all the same); a count beyond
-    // 32 bits is not damage and survives the next write exactly.
-    void unreadableMessagesAreSkippedAndLargeCountsKept()
-    {
-        const ChatMessage good = ChatMessage::make(Role::user, u"păstrat"_s);
-        const QJsonArray messages { good.toJson(), QJsonObject { { "role", "robot" }, { "text", "x" } }, 42,
-            QJsonObject { { "role", "assistant" } } };
-        const QByteArray contents = QJsonDocument(QJsonObject { { "summary", "• s" }, { "messages", messages },
-                                                      { "summarizedUserCount", Q_INT64_C(4294967301) } })
-                                        .toJson();
-        writeMemoryFile(contents);
-        ConversationMemoryStore store;
-        QCOMPARE(store.summary(), u"• s"_s);
-        QCOMPARE(store.messages(), QList<ChatMessage> { good });
-        QCOMPARE(store.summarizedUserCount(), Q_INT64_C(4294967301));
-        QCOMPARE(readFile(store.recoveredCopyPath()), contents);
-        store.persist({});
-        store.waitForWrites();
-        QCOMPARE(fileObject().value("summarizedUserCount").toInteger(), Q_INT64_C(4294967301));
     }
 };
 
