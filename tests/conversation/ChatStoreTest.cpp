@@ -177,11 +177,16 @@ private Q_SLOTS:
         QVERIFY(store.zenError().isEmpty());
     }
 
-    // A reply asking for thousands of calls, then a call in every round: only the first eight of a
-    // round run (and are echoed), and after the fourth round the model is told to answer.
-    void toolCallsAreBounded()
+    // A reply asking for thousands of calls, then a call in every round: only the first eight of a round
+    // run (and are echoed), bad arguments and failing tools go back to the model as text, and after the
+    // fourth round the model is told to answer.
+    void toolCallsAreBoundedAndTheirFailuresReported()
     {
-        QJsonArray thousands;
+        m_setup->service.on("GET", u"/w/rest.php/v1/search/page"_s, Reply::text("oops", 503));
+        QJsonArray thousands { toolCall(u"a"_s, u"kelo_web_search"_s, {}),
+            toolCall(u"b"_s, u"kelo_fetch_url"_s, { { "url", 42 } }),
+            toolCall(u"c"_s, u"kelo_web_search"_s, { { "query", "q" } }),
+            toolCall(u"d"_s, u"kelo_fetch_url"_s, { { "url", "ftp://exemplu.ro" } }) };
         for (int i = 0; i < 20'000; ++i)
             thousands.append(toolCall(QString::number(i), u"nu_exista"_s, {}));
         m_setup->service.on("POST", u"/chat/completions"_s, [&thousands](const Request &request) {
@@ -199,31 +204,15 @@ private Q_SLOTS:
         const QJsonArray second = sentMessages(requests.at(1));
         QCOMPARE(roles(second).count(u"tool"_s), 8);
         QCOMPARE(second.at(second.size() - 9)["tool_calls"].toArray().size(), 8);
+        QCOMPARE(content(second.at(second.size() - 8)), u"Lipsește parametrul query."_s);
+        QCOMPARE(content(second.at(second.size() - 7)), u"Lipsește parametrul url."_s);
+        QVERIFY(content(second.at(second.size() - 6)).startsWith(u"Căutarea web a eșuat: "_s));
+        QVERIFY(content(second.at(second.size() - 5)).startsWith(u"Citirea URL-ului a eșuat: "_s));
+        QCOMPARE(content(second.last()), u"Instrument necunoscut: nu_exista"_s);
         const QJsonArray last = sentMessages(requests.last());
         QVERIFY(content(last.last()).contains(u"fără a mai apela instrumente"_s));
-        QCOMPARE(content(last.at(last.size() - 2)), u"Instrument necunoscut: nu_exista"_s);
         QCOMPARE(roles(last).count(u"tool"_s), 11);
         QCOMPARE(store.messages().constLast().text, u"Gata."_s);
-    }
-
-    // Bad arguments and failing tools go back to the model as text; the turn goes on.
-    void toolFailuresAreReportedToTheModel()
-    {
-        m_setup->service.on("GET", u"/w/rest.php/v1/search/page"_s, Reply::text("oops", 503));
-        answerWith({ Reply::json(completion({},
-                         { toolCall(u"a"_s, u"kelo_web_search"_s, {}),
-                             toolCall(u"b"_s, u"kelo_fetch_url"_s, { { "url", 42 } }),
-                             toolCall(u"c"_s, u"kelo_web_search"_s, { { "query", "q" } }),
-                             toolCall(u"d"_s, u"kelo_fetch_url"_s, { { "url", "ftp://exemplu.ro" } }) })),
-            Reply::json(completion(u"Nu am găsit nimic."_s)) });
-        ChatStore store;
-        AsyncTest::await(store.send(u"x"_s));
-        const QJsonArray sent = sentMessages(chatRequests().at(1));
-        QCOMPARE(content(sent.at(sent.size() - 4)), u"Lipsește parametrul query."_s);
-        QCOMPARE(content(sent.at(sent.size() - 3)), u"Lipsește parametrul url."_s);
-        QVERIFY(content(sent.at(sent.size() - 2)).startsWith(u"Căutarea web a eșuat: "_s));
-        QVERIFY(content(sent.last()).startsWith(u"Citirea URL-ului a eșuat: "_s));
-        QCOMPARE(store.messages().constLast().text, u"Nu am găsit nimic."_s);
     }
 
     // A failed turn ends with the app's own message after what was shown of the answer; both are kept.
