@@ -125,9 +125,8 @@ private Q_SLOTS:
 
         AsyncTest::await(store.send(u"Unde e Coloana?"_s));
         const QString answer = u"Bună ziua! Coloana e la Târgu Jiu, dl. Popescu. Altceva?"_s;
-        QCOMPARE(activities,
-            (QList<Activity> {
-                Activity::Thinking, Activity::Searching, Activity::UsingTool, Activity::Speaking, Activity::Idle }));
+        using enum Activity;
+        QCOMPARE(activities, (QList<Activity> { Thinking, Searching, UsingTool, Speaking, Idle }));
         QVERIFY(grew.size() >= 3);
         for (const QList<QVariant> &growth : grew)
             QVERIFY2(answer.startsWith(growth.first().toString()), qPrintable(growth.first().toString()));
