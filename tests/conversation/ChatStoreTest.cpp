@@ -83,8 +83,6 @@ private Q_SLOTS:
     {
         const ScopedEnvironment noKey("KELO_ZEN_API_KEY", QString());
         ChatStore store;
-        QCOMPARE(texts(store.messages()), QStringList { ChatStore::welcomeText() });
-        QVERIFY(store.messages().first().fromApp);
         store.setDraft(u"  \n\t "_s);
         AsyncTest::await(store.send());
         QCOMPARE(store.messages().size(), 1);
@@ -100,8 +98,8 @@ private Q_SLOTS:
     }
 
     // Search, then a page, then a streamed answer: every request echoes the call and carries the result,
-    // the orb follows the tool that runs, the answer grows in one row without its reasoning, the
-    // sentences come out for the voice, and the whole answer is stored once.
+    // the orb follows the tool that runs, the answer grows in one row without its reasoning, and the
+    // sentences come out for the voice.
     void webToolsThenAStreamedAnswer()
     {
         const QString pageURL = m_setup->service.baseUrl() + u"/pagina"_s;
@@ -136,7 +134,6 @@ private Q_SLOTS:
         QVERIFY(spoken.size() >= 2 && spoken.join(QLatin1Char(' ')) == answer);
         QCOMPARE(inserted.size(), 2); // the question, then the answer's one row
         QCOMPARE(store.conversation()->get(2).value(u"text"_s).toString(), answer);
-        QCOMPARE(texts(reloaded(store)).mid(1), (QStringList { u"Unde e Coloana?"_s, answer }));
 
         const QList<Request> requests = chatRequests();
         QCOMPARE(requests.size(), 3);

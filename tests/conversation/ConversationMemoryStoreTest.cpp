@@ -96,8 +96,7 @@ private Q_SLOTS:
         closing->persist(messages.mid(1));
         closing.reset();
         ConversationMemoryStore reopened;
-        QCOMPARE(reopened.summary(), u"• îi place ceaiul"_s);
-        QCOMPARE(reopened.summarizedUserCount(), 2);
+        QVERIFY(reopened.summary() == u"• îi place ceaiul"_s && reopened.summarizedUserCount() == 2);
         QCOMPARE(reopened.messages(), messages.mid(1));
         QVERIFY(reopened.recoveredCopyPath().isEmpty() && recoveredCopies().isEmpty());
 
@@ -106,8 +105,8 @@ private Q_SLOTS:
         reopened.persist(eightyOne);
         reopened.waitForWrites();
         QCOMPARE(reopened.messages(), eightyOne.mid(1));
-        QCOMPARE(fileObject().value("messages").toArray().size(), 80);
-        QCOMPARE(fileObject().value("messages")[0]["text"].toString(), u"mesaj 101"_s);
+        QVERIFY(fileObject().value("messages").toArray().size() == 80
+            && fileObject()["messages"][0]["text"] == "mesaj 101");
         reopened.updateSummary(u"rezumat"_s, withUsers(40));
         QVERIFY(reopened.summarizedUserCount() == 40 && reopened.messages().size() == 80);
     }
@@ -201,7 +200,7 @@ private Q_SLOTS:
         damaged("count as text", R"({"summary":"","messages":[],"summarizedUserCount":"3"})");
         QTest::newRow("unreadable messages, a count beyond 32 bits")
             << QByteArray(R"({"summary":"• s","messages":[{"role":"user","text":"păstrat"},{"role":"robot","text":"x"},
-                42,{"role":"assistant"}],"summarizedUserCount":4294967301})")
+                42,null,{"role":"assistant"},{"role":"user","text":5},{"text":"x"}],"summarizedUserCount":4294967301})")
             << u"• s"_s << u"păstrat"_s << Q_INT64_C(4294967301);
     }
 

@@ -33,7 +33,7 @@ private Q_SLOTS:
         QVERIFY(!ZenModel::fromJson(QJsonObject { { "id", "m1" }, { "name", "Model" }, { "isFree", "true" } }));
     }
 
-    void incompleteMessagesGetDefaultsOrAreRefused()
+    void missingFieldsGetDefaults()
     {
         const QDateTime before = QDateTime::currentDateTimeUtc();
         // A date no clock can hold counts as missing rather than overflowing.
@@ -45,11 +45,9 @@ private Q_SLOTS:
             QVERIFY(bare && !bare->id.isNull() && bare->createdAt >= before);
             QVERIFY(!bare->fromApp); // files written before the app marked its own texts
         }
-        for (const QJsonValue &bad : { QJsonValue(QJsonObject { { "role", "tool" }, { "text", "x" } }),
-                 QJsonValue(QJsonObject { { "role", "user" } }),
-                 QJsonValue(QJsonObject { { "role", "user" }, { "text", 5 } }),
-                 QJsonValue(QJsonObject { { "text", "x" } }), QJsonValue("user: x"), QJsonValue() })
-            QVERIFY(!ChatMessage::fromJson(bad));
+        // Messages refused for a missing or unknown role, a missing text or text of another type are driven
+        // through the memory file's tests.
+        QVERIFY(!ChatMessage::fromJson(QJsonValue()) && !ChatMessage::fromJson(QJsonValue("user: x")));
     }
 };
 

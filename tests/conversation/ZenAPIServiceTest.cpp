@@ -86,7 +86,6 @@ private Q_SLOTS:
     {
         const Failure noKey(ZenAPIError::missingAPIKey, u"Adaugă cheia OpenCode Zen în Setări."_s);
         QCOMPARE(failureOf(m_service.fetchModels(u" \n\t "_s)), noKey);
-        QCOMPARE(chatFailure(u"big-pickle"_s, u" \n\t "_s), noKey);
         QCOMPARE(chatFailure(u"gpt-4o"_s, u" \n\t "_s), noKey);
         QCOMPARE(chatFailure(u" JEV-Large "_s),
             Failure(ZenAPIError::unsupportedModel,
