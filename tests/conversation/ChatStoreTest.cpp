@@ -244,15 +244,19 @@ private Q_SLOTS:
         QCOMPARE(ChatStore().messages().constLast().text, u"Încă o dată"_s);
     }
 
-    // The system prompt and the last sixteen messages; the nudge to search once; no tools offline.
-    void theRequestFollowsTheConversationAndTheSettings()
+    // The system prompt and the last sixteen messages; the nudge to search once; the long history is
+    // compacted after the turn and its summary reaches the next prompt, also after a new conversation;
+    // no tools offline; a memory reset forgets everything.
+    void theRequestFollowsTheConversationMemoryAndSettings()
     {
         QList<ChatMessage> earlier;
         for (int i = 0; i < 19; ++i)
             earlier.append(ChatMessage::make(
                 i % 2 ? ChatMessage::Role::assistant : ChatMessage::Role::user, u"mesaj %1"_s.arg(i)));
         ConversationMemoryStore(m_setup->home.dataHome() + u"/Kelo"_s, nullptr).persist(earlier);
-        answerWith({ Reply::json(completion(u"unu"_s)), Reply::json(completion(u"doi"_s)) });
+        m_setup->service.on("POST", u"/chat/completions"_s, [](const Request &request) {
+            return Reply::json(completion(isCompaction(request) ? u"  • Îi place sculptura.  "_s : u"Am notat."_s));
+        });
         ChatStore store;
         QCOMPARE(store.messages().size(), 19);
         store.setForceInternetNext(true);
@@ -263,37 +267,21 @@ private Q_SLOTS:
         QCOMPARE(content(sent.at(1)), u"mesaj 4"_s);
         QCOMPARE(content(sent.at(16)), u"al douăzecilea"_s);
         QVERIFY(content(sent.last()).contains(u"kelo_web_search"_s) && !store.forceInternetNext());
-
-        store.settings()->setInternetEnabled(false);
-        AsyncTest::await(store.send(u"al doilea"_s));
-        const Request second = chatRequests().constLast(); // after the compaction the long history asked for
-        QVERIFY(!second.json().contains("tools"));
-        QCOMPARE(content(sentMessages(second).last()), u"al doilea"_s);
-    }
-
-    // The fourth user message starts a compaction, whose summary reaches the next turn's system prompt;
-    // a new conversation keeps it, a memory reset forgets everything.
-    void memoryIsCompactedAndCanBeReset()
-    {
-        m_setup->service.on("POST", u"/chat/completions"_s, [](const Request &request) {
-            return Reply::json(completion(isCompaction(request) ? u"  • Îi place sculptura.  "_s : u"Am notat."_s));
-        });
-        ChatStore store;
-        for (int i = 1; i <= 3; ++i)
-            AsyncTest::await(store.send(u"mesajul %1"_s.arg(i)));
-        QCOMPARE(chatRequests().size(), 3);
-        AsyncTest::await(store.send(u"mesajul 4"_s));
-        QCOMPARE(chatRequests().size(), 5);
+        QCOMPARE(chatRequests().size(), 2);
         QVERIFY(isCompaction(chatRequests().last()));
-        QVERIFY(content(sentMessages(chatRequests().last()).last()).contains(u"Utilizator: mesajul 4"_s));
-        QVERIFY(store.memory()->summary() == u"• Îi place sculptura."_s && store.memory()->summarizedUserCount() == 4);
+        QVERIFY(content(sentMessages(chatRequests().last()).last()).contains(u"Utilizator: al douăzecilea"_s));
+        QCOMPARE(store.memory()->summary(), u"• Îi place sculptura."_s);
+        QCOMPARE(store.memory()->summarizedUserCount(), 11);
 
         store.clearConversation();
         QCOMPARE(texts(store.messages()), QStringList { u"Conversație nouă. Memoria utilă rămâne disponibilă."_s });
         QVERIFY(store.messages().first().fromApp && store.conversation()->count() == 1);
-        AsyncTest::await(store.send(u"mesajul 5"_s));
-        QVERIFY(content(sentMessages(chatRequests().constLast()).first())
-                    .contains(u"Memorie de conversație:\n• Îi place sculptura."_s));
+        store.settings()->setInternetEnabled(false);
+        AsyncTest::await(store.send(u"al doilea"_s));
+        const QJsonArray next = sentMessages(chatRequests().constLast());
+        QVERIFY(!chatRequests().constLast().json().contains("tools"));
+        QCOMPARE(content(next.last()), u"al doilea"_s);
+        QVERIFY(content(next.first()).contains(u"Memorie de conversație:\n• Îi place sculptura."_s));
 
         store.clearMemory();
         QCOMPARE(texts(store.messages()), QStringList { u"Memoria a fost resetată. Putem începe de la zero."_s });
