@@ -111,8 +111,9 @@ private Q_SLOTS:
         QVERIFY(reopened.summarizedUserCount() == 40 && reopened.messages().size() == 80);
     }
 
-    // Writes land in the order made, a clearing among them; clearing forgets everything, twice over too.
-    void writesLandInOrderAndClearingForgetsEverything()
+    // Writes land in the order made, a clearing among them; clearing forgets everything, twice over too;
+    // a save that fails is reported.
+    void writesLandInOrderClearingForgetsAndFailuresAreTold()
     {
         ConversationMemoryStore store;
         QSignalSpy changed(&store, &ConversationMemoryStore::summaryChanged);
@@ -138,18 +139,15 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 1);
         QVERIFY(!QFile::exists(memoryFile()));
         QVERIFY(store.summary().isEmpty() && store.messages().isEmpty() && store.summarizedUserCount() == 0);
-    }
 
-    // A failed save is told through saveError, from the writer's thread, and changes nothing on disk (a
-    // symbolic link in its place is refused through the real program in the storage-safety tests).
-    void aFailedSaveIsReportedAndLeavesTheFileAlone()
-    {
+        // A failed save is told through saveError, from the writer's thread, and changes nothing on disk (a
+        // symbolic link in its place is refused through the real program in the storage-safety tests).
         QDir().mkpath(memoryFile());
-        ConversationMemoryStore store;
-        QSignalSpy reported(&store, &ConversationMemoryStore::saveErrorChanged);
-        store.persist(conversation(2));
-        store.waitForWrites();
-        QVERIFY2(store.saveError().contains(u"nu a putut fi citit"_s), qPrintable(store.saveError()));
+        ConversationMemoryStore blocked;
+        QSignalSpy reported(&blocked, &ConversationMemoryStore::saveErrorChanged);
+        blocked.persist(conversation(2));
+        blocked.waitForWrites();
+        QVERIFY2(blocked.saveError().contains(u"nu a putut fi citit"_s), qPrintable(blocked.saveError()));
         QCOMPARE(reported.size(), 1);
         QVERIFY(QFileInfo(memoryFile()).isDir());
     }

@@ -11,7 +11,8 @@ class ConversationRecordsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // Dates count seconds from the start of 2001, either side of it, to the millisecond.
+    // Dates count seconds from the start of 2001, either side of it, to the millisecond; what is missing
+    // gets a default.
     void recordsSurviveARoundTripWithTheirDateFormat()
     {
         ChatMessage original = ChatMessage::make(ChatMessage::Role::assistant, u"Bună, Ana! 😀\n"_s);
@@ -31,10 +32,7 @@ private Q_SLOTS:
         const ZenModel model { u"m1"_s, u"Model"_s, true };
         QCOMPARE(ZenModel::fromJson(model.toJson()), std::optional<ZenModel>(model));
         QVERIFY(!ZenModel::fromJson(QJsonObject { { "id", "m1" }, { "name", "Model" }, { "isFree", "true" } }));
-    }
 
-    void missingFieldsGetDefaults()
-    {
         const QDateTime before = QDateTime::currentDateTimeUtc();
         // A date no clock can hold counts as missing rather than overflowing.
         for (const QJsonValue &date : { QJsonValue(), QJsonValue(-1e300), QJsonValue(1e19), QJsonValue(1e13) }) {

@@ -82,7 +82,11 @@ class ZenAPIServiceTest : public QObject
 private Q_SLOTS:
     void init() { m_server.clearRequests(); }
 
-    void blankKeyOrUnsupportedModelFailBeforeAnyTraffic()
+    // Nothing is sent without a key or for a model of the wrong kind. The model id picks the protocol;
+    // the key goes trimmed; tools are offered only when there are any; the responses protocol gets only
+    // the spoken turns, with text content. (The compaction's prompts and trimmed answer are checked
+    // where the store asks for it.)
+    void requestsFollowTheModelKeyAndTools()
     {
         const Failure noKey(ZenAPIError::missingAPIKey, u"Adaugă cheia OpenCode Zen în Setări."_s);
         QCOMPARE(failureOf(m_service.fetchModels(u" \n\t "_s)), noKey);
@@ -91,13 +95,7 @@ private Q_SLOTS:
             Failure(ZenAPIError::unsupportedModel,
                 u"Modelul  JEV-Large  nu este compatibil cu acest mod de conversație."_s));
         QVERIFY(m_server.requests().isEmpty());
-    }
 
-    // The model id picks the protocol; the key goes trimmed; tools are offered only when there are any;
-    // the responses protocol gets only the spoken turns, with text content. (The compaction's prompts
-    // and trimmed answer are checked where the store asks for it.)
-    void requestsFollowTheModelKeyAndTools()
-    {
         m_server.on("POST", "/responses", jsonReply(R"({"output_text":"prin responses"})"));
         m_server.on("POST", "/chat/completions", jsonReply(choice(R"({"content":"prin chat"})")));
         m_server.on("GET", "/models", jsonReply(R"({"data":[]})"));
