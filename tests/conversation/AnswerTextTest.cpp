@@ -3,28 +3,18 @@
 
 #include <QTest>
 
-namespace {
-
-QStringList oneCharacterEach(const QStringList &deltas)
-{
-    QStringList characters;
-    for (const QChar c : deltas.join(QString()))
-        characters.append(QString(c));
-    return characters;
-}
-
-} // namespace
-
-// Answer text as it streams in: what is shown (reasoning left out) and the pieces spoken one by one.
-// Each case runs with the service's pieces and again one character at a time: where the text is cut
-// must never change the result.
+// Shown text and spoken pieces of a streamed answer; each case also runs one character at a time.
 class AnswerTextTest : public QObject
 {
     Q_OBJECT
 
+    static QStringList oneCharacterEach(const QStringList &deltas)
+    {
+        return deltas.join(QString()).split(QString(), Qt::SkipEmptyParts);
+    }
+
 private Q_SLOTS:
-    // Any case, tags split anywhere; only its own closing tag ends a block, a block never closed hides
-    // the rest; other angle brackets, and an unfinished tag at the very end, are text.
+    // Reasoning blocks hide in any case and split anywhere; other angle brackets stay text.
     void reasoningNeverShows()
     {
         const std::pair<QStringList, QString> cases[] = {
@@ -37,8 +27,7 @@ private Q_SLOTS:
             { { "3 < 5 și <b>", "</b> <thinking> <" }, "3 < 5 și <b></b> <thinking> <" },
             { { "a <thi" }, "a <thi" },
         };
-        // finish() leaves nothing behind: the same filter serves the next answer.
-        ReasoningFilter filter;
+        ReasoningFilter filter; // finish() leaves nothing behind: one filter serves every answer
         for (const auto &[deltas, visible] : cases) {
             for (const QStringList &run : { deltas, oneCharacterEach(deltas) }) {
                 QString shown;
@@ -47,14 +36,12 @@ private Q_SLOTS:
                 QCOMPARE(shown + filter.finish(), visible);
             }
         }
-        // Visible text is not held back while a tag may be starting.
-        QCOMPARE(filter.feed(QStringLiteral("Bună <th")), QStringLiteral("Bună "));
+        QCOMPARE(filter.feed(QStringLiteral("Bună <th")), QStringLiteral("Bună ")); // not held back for a tag
         QCOMPARE(filter.feed(QStringLiteral("ink>x")), QString());
         QCOMPARE(filter.feed(QStringLiteral("</think> ziua")), QStringLiteral(" ziua"));
     }
 
-    // Abbreviations, initials and numbers do not end a sentence; a long first clause is spoken at its
-    // comma; quotes stay with their sentence; line breaks end pieces; blank text is not spoken.
+    // Abbreviations, initials and numbers do not end a sentence; a long first clause ends at its comma.
     void sentencesAreSpokenAsTheyComplete()
     {
         const std::pair<QStringList, QStringList> cases[] = {
@@ -79,8 +66,7 @@ private Q_SLOTS:
                 QStringList fromFeed;
                 for (const QString &delta : run)
                     fromFeed += splitter.feed(delta);
-                // Only the last piece may wait for the end of the answer.
-                QVERIFY(fromFeed.size() >= pieces.size() - 1);
+                QVERIFY(fromFeed.size() >= pieces.size() - 1); // only the last piece waits for the end
                 const QString rest = splitter.finish();
                 QCOMPARE(rest.isEmpty() ? fromFeed : fromFeed + QStringList { rest }, pieces);
             }

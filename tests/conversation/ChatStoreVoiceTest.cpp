@@ -16,9 +16,7 @@ using namespace Qt::Literals::StringLiterals;
 
 using Reply = FakeHttpServer::Reply;
 
-// A voice turn through the whole store: push-to-talk over a spoken Romanian WAV fed through the
-// capture interface, the on-device recogniser (a random-weights model: the words are meaningless,
-// the flow is real), the transcript submitted as a turn, the answer from a loopback model service.
+// Voice turns through the whole store: a spoken WAV, a random-weights recogniser, a loopback model service.
 class ChatStoreVoiceTest : public QObject
 {
     Q_OBJECT
@@ -50,10 +48,7 @@ private Q_SLOTS:
             Reply::json(ChatCompletionReplies::completion(u"Capitala este București."_s)));
     }
 
-    // A tap starts and ends one run at a time, and silence sends nothing. A typed turn's playback does not
-    // open the microphone. Holding the orb over speech sends the trimmed transcript as a turn; after the
-    // spoken answer to it, listening resumes hands-free, and that run ends by itself after the speaker
-    // pauses and becomes a turn too.
+    // Taps and silence send nothing; speech becomes a turn, and only its spoken answer resumes listening.
     void speechBecomesATurnAndListeningResumesHandsFree()
     {
         const QString silence = m_dir.filePath(u"silence.wav"_s);
@@ -68,12 +63,10 @@ private Q_SLOTS:
         }
         QTest::qWait(200);
         QVERIFY(!store.isPushToTalkActive() && turns().isEmpty() && store.messages().size() == 1);
-        // A store closed while the orb's run still loads its model ends that run with it; resuming it
-        // later, into the freed store, is what the sanitizer build reports.
         {
             ChatStore closing;
             prepare(closing, silence);
-            closing.startPushToTalk();
+            closing.startPushToTalk(); // closed while its run loads the model: the sanitizer build watches
         }
         QTest::qWait(100);
 

@@ -16,8 +16,7 @@ Q_DECLARE_METATYPE(QList<ZenToolCall>)
 
 namespace {
 
-// Unparsable or non-object arguments become empty; nameless calls and non-calls are dropped. At namespace
-// scope: moc cannot skip a body holding a raw string with unbalanced braces.
+// Bad arguments become empty, nameless calls are dropped. Here because moc trips on its unbalanced braces.
 const char *const messageWithToolCalls = R"({
             "content": [{"type":"text","text":"unu"}, 7, {"type":"text","text":"doi"}],
             "tool_calls": [
@@ -36,8 +35,7 @@ class ZenAPIServiceTest : public QObject
 {
     Q_OBJECT
 
-    // One server and service for all: every test sets the answers it needs before it asks.
-    FakeHttpServer m_server;
+    FakeHttpServer m_server; // shared: every test sets the answers it needs before it asks
     ZenAPIService m_service { m_server.baseUrl(), nullptr };
 
     static QJsonObject object(const char *json) { return QJsonDocument::fromJson(json).object(); }
@@ -82,10 +80,7 @@ class ZenAPIServiceTest : public QObject
 private Q_SLOTS:
     void init() { m_server.clearRequests(); }
 
-    // Nothing is sent without a key or for a model of the wrong kind. The model id picks the protocol;
-    // the key goes trimmed; tools are offered only when there are any; the responses protocol gets only
-    // the spoken turns, with text content. (The compaction's prompts and trimmed answer are checked
-    // where the store asks for it.)
+    // No key or a wrong model sends nothing; the model picks the protocol, which shapes the request.
     void requestsFollowTheModelKeyAndTools()
     {
         const Failure noKey(ZenAPIError::missingAPIKey, u"Adaugă cheia OpenCode Zen în Setări."_s);
@@ -103,7 +98,6 @@ private Q_SLOTS:
             QVERIFY2(chat(model).text == "prin responses"_L1, model);
         QCOMPARE(m_server.requests("/responses").first().json().value("model").toString(), u"GPT-5-mini"_s);
         QCOMPARE(chat(u"open-gpt-oss"_s).text, u"prin chat"_s); // contains "gpt-", does not begin with it
-        // The memory compaction follows the same routing, asks in one piece and offers no tools.
         QCOMPARE(AsyncTest::await(m_service.summarizeMemory(u"k"_s, u"gpt-4o"_s, {}, {})), u"prin responses"_s);
         QCOMPARE(AsyncTest::await(m_service.summarizeMemory(u"k"_s, u"big-pickle"_s, {}, {})), u"prin chat"_s);
         for (const QString &path : { u"/responses"_s, u"/chat/completions"_s })
@@ -181,7 +175,8 @@ private Q_SLOTS:
 
     void modelListIsFilteredCompletedAndSorted()
     {
-        // Free: "free": true or both prices zero; no text id, or a hidden family, is skipped.
+        // Free: "free" or both prices zero; no text id or a hidden family: left out; then sorted (Big Pickle,
+        // free, paid; by name, ignoring case; ties in the service's order).
         m_server.enqueue("GET", "/models", jsonReply(R"({"data":[
             {"id":"paid-z","name":"Zeta"}, {"id":"free-b","display_name":"beta","free":true},
             {"id":"free-a","displayName":"Ăla","pricing":{"input":0,"output":"0.0"}},
@@ -199,7 +194,6 @@ private Q_SLOTS:
         QLocale::setDefault(QLocale(QLocale::Romanian, QLocale::Romania));
         const QList<ZenModel> models = AsyncTest::await(m_service.fetchModels(u"k"_s));
         QLocale::setDefault(QLocale::c());
-        // Big Pickle, then free, then paid, by name ignoring case; ties keep the service's order.
         QCOMPARE(models,
             (QList<ZenModel> { ZenModel::bigPickle(), { "free-c", "alpha", true }, { "free-a", "Ăla", true },
                 { "free-b", "beta", true }, { "paid-text", "abc", false }, { "paid-half", "Half", false },
