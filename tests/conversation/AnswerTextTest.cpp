@@ -3,126 +3,73 @@
 
 #include <QTest>
 
-namespace {
-
-QStringList oneCharacterEach(const QStringList &deltas)
-{
-    QStringList characters;
-    for (const QChar c : deltas.join(QString()))
-        characters.append(QString(c));
-    return characters;
-}
-
-QString filtered(ReasoningFilter &filter, const QStringList &deltas)
-{
-    QString visible;
-    for (const QString &delta : deltas)
-        visible += filter.feed(delta);
-    return visible + filter.finish();
-}
-
-struct Split
-{
-    QStringList fromFeed;
-    QString rest;
-};
-
-Split split(SentenceSplitter &splitter, const QStringList &deltas)
-{
-    Split result;
-    for (const QString &delta : deltas)
-        result.fromFeed += splitter.feed(delta);
-    result.rest = splitter.finish();
-    return result;
-}
-
-} // namespace
-
-// Answer text as it streams in: what is shown (reasoning left out) and the pieces spoken one by one.
-// Each case runs with the service's pieces and again one character at a time: where the text is cut
-// must never change the result.
+// Shown text and spoken pieces of a streamed answer; each case also runs one character at a time.
 class AnswerTextTest : public QObject
 {
     Q_OBJECT
 
-private Q_SLOTS:
-    void reasoningNeverShows_data()
+    static QStringList oneCharacterEach(const QStringList &deltas)
     {
-        QTest::addColumn<QStringList>("deltas");
-        QTest::addColumn<QString>("visible");
-
-        QTest::newRow("plain") << QStringList { "Salut, ", "ce faci?" } << "Salut, ce faci?";
-        QTest::newRow("whole block") << QStringList { "<think>plan</think>Bună!" } << "Bună!";
-        QTest::newRow("tags split between pieces")
-            << QStringList { "A<thi", "nk>secret</th", "ink>", "B<", "analysis>x<", "/analysis", ">C" } << "ABC";
-        QTest::newRow("any case") << QStringList { "<THINK>x</Think>A<Analysis>y</ANALYSIS>B" } << "AB";
-        QTest::newRow("never closes") << QStringList { "Înainte <think>tot ", "restul </thi" } << "Înainte ";
-        QTest::newRow("only its own closing tag ends a block")
-            << QStringList { "<think>a</analysis>b</think>c" } << "c";
-        QTest::newRow("other angle brackets stay")
-            << QStringList { "3 < 5 și <b>", "</b> <thinking> <" } << "3 < 5 și <b></b> <thinking> <";
-        QTest::newRow("an unfinished tag at the end is text") << QStringList { "a <thi" } << "a <thi";
+        return deltas.join(QString()).split(QString(), Qt::SkipEmptyParts);
     }
 
+private Q_SLOTS:
+    // Reasoning blocks hide in any case and split anywhere; other angle brackets stay text.
     void reasoningNeverShows()
     {
-        QFETCH(QStringList, deltas);
-        QFETCH(QString, visible);
-        ReasoningFilter filter;
-        QCOMPARE(filtered(filter, deltas), visible);
-        // finish() left nothing behind: the same filter serves the next answer.
-        QCOMPARE(filtered(filter, oneCharacterEach(deltas)), visible);
-    }
-
-    void visibleTextIsNotHeldBack()
-    {
-        ReasoningFilter filter;
-        QCOMPARE(filter.feed(QStringLiteral("Bună <th")), QStringLiteral("Bună "));
+        const std::pair<QStringList, QString> cases[] = {
+            { { "Salut, ", "ce faci?" }, "Salut, ce faci?" },
+            { { "<think>plan</think>Bună!" }, "Bună!" },
+            { { "A<thi", "nk>secret</th", "ink>", "B<", "analysis>x<", "/analysis", ">C" }, "ABC" },
+            { { "<THINK>x</Think>A<Analysis>y</ANALYSIS>B" }, "AB" },
+            { { "Înainte <think>tot ", "restul </thi" }, "Înainte " },
+            { { "<think>a</analysis>b</think>c" }, "c" },
+            { { "3 < 5 și <b>", "</b> <thinking> <" }, "3 < 5 și <b></b> <thinking> <" },
+            { { "a <thi" }, "a <thi" },
+        };
+        ReasoningFilter filter; // finish() leaves nothing behind: one filter serves every answer
+        for (const auto &[deltas, visible] : cases) {
+            for (const QStringList &run : { deltas, oneCharacterEach(deltas) }) {
+                QString shown;
+                for (const QString &delta : run)
+                    shown += filter.feed(delta);
+                QCOMPARE(shown + filter.finish(), visible);
+            }
+        }
+        QCOMPARE(filter.feed(QStringLiteral("Bună <th")), QStringLiteral("Bună ")); // not held back for a tag
         QCOMPARE(filter.feed(QStringLiteral("ink>x")), QString());
         QCOMPARE(filter.feed(QStringLiteral("</think> ziua")), QStringLiteral(" ziua"));
     }
 
-    void sentencesAreSpokenAsTheyComplete_data()
-    {
-        QTest::addColumn<QStringList>("deltas");
-        QTest::addColumn<QStringList>("pieces");
-
-        QTest::newRow("two sentences") << QStringList { "Bună zi", "ua. Ce faci ", "azi?" }
-                                       << QStringList { "Bună ziua.", "Ce faci azi?" };
-        QTest::newRow("abbreviations") << QStringList {
-            "Dl. Popescu și dr. Ionescu au venit. Nr. 5 e aici, etc. Gata."
-        } << QStringList { "Dl. Popescu și dr. Ionescu au venit.", "Nr. 5 e aici, etc. Gata." };
-        QTest::newRow("initials") << QStringList { "I. L. Caragiale a scris mult. Da." }
-                                  << QStringList { "I. L. Caragiale a scris mult.", "Da." };
-        QTest::newRow("numbers") << QStringList { "Costă 3.", "5 lei. Da." } << QStringList { "Costă 3.5 lei.", "Da." };
-        QTest::newRow("first clause of four words")
-            << QStringList { "Ei bine, cred că ai dreptate, sincer. Apoi, desigur, am plecat acasă." }
-            << QStringList { "Ei bine, cred că ai dreptate,", "sincer.", "Apoi, desigur, am plecat acasă." };
-        QTest::newRow("short clause, decimal comma")
-            << QStringList { "Are 3,5 grade, adică frig. Da." } << QStringList { "Are 3,5 grade, adică frig.", "Da." };
-        QTest::newRow("question and exclamation marks")
-            << QStringList { "Serios?! Nu cred! Ba da." } << QStringList { "Serios?!", "Nu cred!", "Ba da." };
-        QTest::newRow("ellipsis") << QStringList { "Hmm... Bine… Gata" } << QStringList { "Hmm...", "Bine…", "Gata" };
-        QTest::newRow("closing quotes stay with their sentence")
-            << QStringList { "El a spus „Pleacă.” Apoi a tăcut." }
-            << QStringList { "El a spus „Pleacă.”", "Apoi a tăcut." };
-        QTest::newRow("line breaks") << QStringList { "Listă:\n- unu\n\n- doi" }
-                                     << QStringList { "Listă:", "- unu", "- doi" };
-        QTest::newRow("no end at all") << QStringList { "fără niciun ", "sfârșit" }
-                                       << QStringList { "fără niciun sfârșit" };
-        QTest::newRow("blank") << QStringList { " \n ", " " } << QStringList {};
-    }
-
+    // Abbreviations, initials and numbers do not end a sentence; a long first clause ends at its comma.
     void sentencesAreSpokenAsTheyComplete()
     {
-        QFETCH(QStringList, deltas);
-        QFETCH(QStringList, pieces);
+        const std::pair<QStringList, QStringList> cases[] = {
+            { { "Bună zi", "ua. Ce faci ", "azi?" }, { "Bună ziua.", "Ce faci azi?" } },
+            { { "Dl. Popescu și dr. Ionescu au venit. Nr. 5 e aici, etc. Gata." },
+                { "Dl. Popescu și dr. Ionescu au venit.", "Nr. 5 e aici, etc. Gata." } },
+            { { "I. L. Caragiale a scris mult. Da." }, { "I. L. Caragiale a scris mult.", "Da." } },
+            { { "Costă 3.", "5 lei. Da." }, { "Costă 3.5 lei.", "Da." } },
+            { { "Ei bine, cred că ai dreptate, sincer. Apoi, desigur, am plecat acasă." },
+                { "Ei bine, cred că ai dreptate,", "sincer.", "Apoi, desigur, am plecat acasă." } },
+            { { "Are 3,5 grade, adică frig. Da." }, { "Are 3,5 grade, adică frig.", "Da." } },
+            { { "Serios?! Nu cred! Ba da." }, { "Serios?!", "Nu cred!", "Ba da." } },
+            { { "Hmm... Bine… Gata" }, { "Hmm...", "Bine…", "Gata" } },
+            { { "El a spus „Pleacă.” Apoi a tăcut." }, { "El a spus „Pleacă.”", "Apoi a tăcut." } },
+            { { "Listă:\n- unu\n\n- doi" }, { "Listă:", "- unu", "- doi" } },
+            { { "fără niciun ", "sfârșit" }, { "fără niciun sfârșit" } },
+            { { " \n ", " " }, {} },
+        };
         SentenceSplitter splitter;
-        for (const QStringList &run : { deltas, oneCharacterEach(deltas) }) {
-            const Split result = split(splitter, run);
-            QCOMPARE(result.fromFeed + (result.rest.isEmpty() ? QStringList() : QStringList { result.rest }), pieces);
-            // Only the last piece may wait for the end of the answer.
-            QVERIFY(result.fromFeed.size() >= pieces.size() - 1);
+        for (const auto &[deltas, pieces] : cases) {
+            for (const QStringList &run : { deltas, oneCharacterEach(deltas) }) {
+                QStringList fromFeed;
+                for (const QString &delta : run)
+                    fromFeed += splitter.feed(delta);
+                QVERIFY(fromFeed.size() >= pieces.size() - 1); // only the last piece waits for the end
+                const QString rest = splitter.finish();
+                QCOMPARE(rest.isEmpty() ? fromFeed : fromFeed + QStringList { rest }, pieces);
+            }
         }
     }
 };

@@ -16,20 +16,17 @@ using namespace Qt::Literals::StringLiterals;
 
 using Reply = FakeHttpServer::Reply;
 
-// A voice turn through the whole store: push-to-talk over a spoken Romanian WAV fed through the
-// capture interface, the on-device recogniser (a random-weights model: the words are meaningless,
-// the flow is real), the transcript submitted as a turn, the answer from a loopback model service.
+// Voice turns through the whole store: a spoken WAV, a random-weights recogniser, a loopback model service.
 class ChatStoreVoiceTest : public QObject
 {
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QString m_modelPath;
-    QString m_spokenPath;
-    std::unique_ptr<TemporaryHome> m_home;
-    std::unique_ptr<FakeHttpServer> m_service;
-    std::unique_ptr<ScopedEnvironment> m_zenURL;
-    std::unique_ptr<ScopedEnvironment> m_key;
+    QString m_modelPath, m_spokenPath;
+    TemporaryHome m_home;
+    FakeHttpServer m_service;
+    ScopedEnvironment m_zenURL { "KELO_ZEN_BASE_URL", m_service.baseUrl() };
+    ScopedEnvironment m_key { "KELO_ZEN_API_KEY", u"cheie"_s };
 
     void prepare(ChatStore &store, const QString &wavPath)
     {
@@ -39,7 +36,7 @@ class ChatStoreVoiceTest : public QObject
             [wavPath] { return std::unique_ptr<AudioInput>(new WavFileInput(WavFile::read(wavPath))); });
     }
 
-    QList<FakeHttpServer::Request> turns() const { return m_service->requests(u"/chat/completions"_s); }
+    QList<FakeHttpServer::Request> turns() const { return m_service.requests(u"/chat/completions"_s); }
 
 private Q_SLOTS:
     void initTestCase()
@@ -47,64 +44,17 @@ private Q_SLOTS:
         m_modelPath = m_dir.filePath(u"ggml-random.bin"_s);
         RandomWhisperModel::write(m_modelPath, RandomWhisperModel::tiny());
         m_spokenPath = VoiceSamples::speakRomanian(m_dir.path(), u"Care este capitala României?"_s);
-    }
-
-    void init()
-    {
-        m_home = std::make_unique<TemporaryHome>();
-        m_service = std::make_unique<FakeHttpServer>();
-        m_service->on("POST", u"/chat/completions"_s,
+        m_service.on("POST", u"/chat/completions"_s,
             Reply::json(ChatCompletionReplies::completion(u"Capitala este București."_s)));
-        m_zenURL = std::make_unique<ScopedEnvironment>("KELO_ZEN_BASE_URL", m_service->baseUrl());
-        m_key = std::make_unique<ScopedEnvironment>("KELO_ZEN_API_KEY", u"cheie"_s);
     }
 
-    void cleanup()
-    {
-        m_key.reset();
-        m_zenURL.reset();
-        m_service.reset();
-        m_home.reset();
-    }
-
-    void holdingTheOrbTurnsSpeechIntoATurn()
-    {
-        if (m_spokenPath.isEmpty())
-            QSKIP("espeak-ng is not installed");
-        ChatStore store;
-        prepare(store, m_spokenPath);
-        QStringList statuses;
-        connect(&store, &ChatStore::toolStatusChanged, this, [&] { statuses.append(store.toolStatus()); });
-
-        AsyncTest::await(store.beginPushToTalk());
-        QVERIFY(store.isPushToTalkActive());
-        QVERIFY(store.recognizer()->isListening());
-        QCOMPARE(statuses.value(0), QStringLiteral("Kelo este gata"));
-        QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->transcript().isEmpty(); }, 60'000));
-
-        AsyncTest::await(store.endPushToTalk());
-        QVERIFY(!store.isPushToTalkActive());
-        QVERIFY(AsyncTest::waitUntil(
-            [&] { return store.messages().constLast().text == u"Capitala este București."_s; }, 90'000));
-
-        QCOMPARE(turns().size(), 1);
-        const QList<ChatMessage> messages = store.messages();
-        const ChatMessage &question = messages.at(messages.size() - 2);
-        QCOMPARE(question.role, ChatMessage::Role::user);
-        QVERIFY(!question.text.isEmpty());
-        QCOMPARE(question.text, question.text.trimmed());
-        const QJsonArray sent = turns().first().json()[u"messages"_s].toArray();
-        QCOMPARE(sent.last()[u"content"_s].toString(), question.text);
-    }
-
-    void aTapStartsAndEndsOnceAndSilenceSendsNothing()
+    // Taps and silence send nothing; speech becomes a turn, and only its spoken answer resumes listening.
+    void speechBecomesATurnAndListeningResumesHandsFree()
     {
         const QString silence = m_dir.filePath(u"silence.wav"_s);
         VoiceSamples::writeWav(silence, QVector<float>(16000, 0.0f), 16000, 1);
         ChatStore store;
         prepare(store, silence);
-
-        // Press and lift at once, twice: each release ends its own run, no turn is sent.
         for (int i = 0; i < 2; ++i) {
             AsyncTest::await(store.beginPushToTalk());
             AsyncTest::await(store.beginPushToTalk()); // a second press while held changes nothing
@@ -112,41 +62,40 @@ private Q_SLOTS:
             QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->isListening(); }, 30'000));
         }
         QTest::qWait(200);
-        QVERIFY(!store.isPushToTalkActive());
-        QVERIFY(turns().isEmpty());
-        QCOMPARE(store.messages().size(), 1);
-
-        // A store closed while the orb's run still loads its model ends that run with it; resuming
-        // it later, into the freed store, is what the sanitizer build reports.
+        QVERIFY(!store.isPushToTalkActive() && turns().isEmpty() && store.messages().size() == 1);
         {
             ChatStore closing;
             prepare(closing, silence);
-            closing.startPushToTalk();
+            closing.startPushToTalk(); // closed while its run loads the model: the sanitizer build watches
         }
         QTest::qWait(100);
-    }
 
-    void listeningResumesHandsFreeOnlyAfterASpokenAnswerToAVoiceTurn()
-    {
         if (m_spokenPath.isEmpty())
             QSKIP("espeak-ng is not installed");
-        ChatStore store;
         prepare(store, m_spokenPath);
-
-        // A typed turn: the end of its playback does not open the microphone.
-        AsyncTest::await(store.send(QStringLiteral("Salut")));
+        AsyncTest::await(store.send(u"Salut"_s));
         Q_EMIT store.synthesizer()->playbackFinished();
         QTest::qWait(1'000);
         QVERIFY(!store.recognizer()->isListening());
 
+        QStringList statuses;
+        connect(&store, &ChatStore::toolStatusChanged, this, [&] { statuses.append(store.toolStatus()); });
         AsyncTest::await(store.beginPushToTalk());
+        QVERIFY(store.isPushToTalkActive() && store.recognizer()->isListening());
+        QCOMPARE(statuses.value(0), u"Kelo este gata"_s);
         QVERIFY(AsyncTest::waitUntil([&] { return !store.recognizer()->transcript().isEmpty(); }, 60'000));
         AsyncTest::await(store.endPushToTalk());
+        QVERIFY(!store.isPushToTalkActive());
         QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 2 && !store.isThinking(); }, 90'000));
+        const QList<ChatMessage> messages = store.messages();
+        QCOMPARE(messages.constLast().text, u"Capitala este București."_s);
+        const ChatMessage &question = messages.at(messages.size() - 2);
+        QVERIFY(question.role == ChatMessage::Role::user && !question.text.isEmpty());
+        QCOMPARE(question.text, question.text.trimmed());
+        QCOMPARE(turns().last().json()[u"messages"_s].toArray().last()[u"content"_s].toString(), question.text);
 
         Q_EMIT store.synthesizer()->playbackFinished();
         QVERIFY(AsyncTest::waitUntil([&] { return store.recognizer()->isListening(); }, 20'000));
-        // The hands-free run ends by itself after the speaker pauses, and its transcript is a turn.
         QVERIFY(AsyncTest::waitUntil([&] { return turns().size() == 3; }, 90'000));
     }
 };

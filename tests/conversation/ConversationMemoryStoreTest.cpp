@@ -10,174 +10,106 @@
 #include <QTest>
 
 using namespace Qt::Literals::StringLiterals;
-
-namespace {
-
 using Role = ChatMessage::Role;
-
-QList<ChatMessage> conversation(int count, int firstNumber = 0)
-{
-    QList<ChatMessage> messages;
-    for (int i = firstNumber; i < firstNumber + count; ++i)
-        messages.append(ChatMessage::make(i % 2 == 0 ? Role::user : Role::assistant, u"mesaj %1"_s.arg(i)));
-    return messages;
-}
-
-QList<ChatMessage> withUsers(int users)
-{
-    QList<ChatMessage> messages;
-    for (int i = 0; i < users; ++i) {
-        messages.append(ChatMessage::make(Role::user, u"întrebare"_s));
-        messages.append(ChatMessage::make(Role::assistant, u"răspuns"_s));
-        messages.append(ChatMessage::make(Role::system, u"notă"_s));
-    }
-    return messages;
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &data)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(data);
-}
-
-QJsonObject fileObject(const QString &path)
-{
-    return QJsonDocument::fromJson(readFile(path)).object();
-}
-
-} // namespace
 
 class ConversationMemoryStoreTest : public QObject
 {
     Q_OBJECT
 
-private:
     std::unique_ptr<TemporaryHome> m_home;
+
     QString memoryDir() const { return m_home->dataHome() + u"/Kelo"_s; }
     QString memoryFile() const { return memoryDir() + u"/conversation-memory.json"_s; }
-
+    QJsonObject fileObject() const { return QJsonDocument::fromJson(readFile(memoryFile())).object(); }
     QStringList recoveredCopies() const
     {
         return QDir(memoryDir()).entryList({ u"conversation-memory.unreadable-*.json"_s }, QDir::Files);
+    }
+
+    static QList<ChatMessage> conversation(int count, int firstNumber = 0)
+    {
+        QList<ChatMessage> messages;
+        for (int i = firstNumber; i < firstNumber + count; ++i)
+            messages.append(ChatMessage::make(i % 2 == 0 ? Role::user : Role::assistant, u"mesaj %1"_s.arg(i)));
+        return messages;
+    }
+
+    static QList<ChatMessage> withUsers(int users)
+    {
+        QList<ChatMessage> messages;
+        for (int i = 0; i < users; ++i)
+            messages << ChatMessage::make(Role::user, u"întrebare"_s)
+                     << ChatMessage::make(Role::assistant, u"răspuns"_s) << ChatMessage::make(Role::system, u"notă"_s);
+        return messages;
+    }
+
+    static QByteArray readFile(const QString &path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    void writeMemoryFile(const QByteArray &data) const
+    {
+        QDir().mkpath(memoryDir());
+        QFile file(memoryFile());
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(data);
     }
 
 private Q_SLOTS:
     void init() { m_home = std::make_unique<TemporaryHome>(); }
     void cleanup() { m_home.reset(); }
 
-    void refreshIsDueAfterFourNewUserMessages_data()
-    {
-        QTest::addColumn<int>("users");
-        QTest::addColumn<int>("summarized");
-        QTest::addColumn<bool>("due");
-        QTest::newRow("3 of 0") << 3 << 0 << false;
-        QTest::newRow("4 of 0") << 4 << 0 << true;
-        QTest::newRow("7 of 4") << 7 << 4 << false;
-        QTest::newRow("8 of 4") << 8 << 4 << true;
-        QTest::newRow("fewer than covered") << 5 << 9 << false;
-    }
-
+    // Due once four user messages have come since the last summary; system notes do not count.
     void refreshIsDueAfterFourNewUserMessages()
     {
-        QFETCH(int, users);
-        QFETCH(int, summarized);
-        QFETCH(bool, due);
-        ConversationMemoryStore store;
-        store.updateSummary(u"x"_s, withUsers(summarized));
-        QCOMPARE(store.summarizedUserCount(), summarized);
-        QCOMPARE(store.shouldRefreshSummary(withUsers(users)), due);
+        const std::tuple<int, int, bool> cases[]
+            = { { 3, 0, false }, { 4, 0, true }, { 7, 4, false }, { 8, 4, true }, { 5, 9, false } };
+        for (const auto &[users, summarized, due] : cases) {
+            ConversationMemoryStore store;
+            store.updateSummary(u"x"_s, withUsers(summarized));
+            QVERIFY2(store.shouldRefreshSummary(withUsers(users)) == due,
+                qPrintable(u"%1 of %2"_s.arg(users).arg(summarized)));
+        }
     }
 
-    void snapshotFileHasTheExpectedFormAndSurvivesARestart()
+    // Written whole, owner-only, finished on close, read back after a restart; eighty messages at most.
+    void theSnapshotSurvivesARestart()
     {
         ConversationMemoryStore store;
-        QCOMPARE(store.filePath(), memoryFile());
-        QList<ChatMessage> messages = conversation(3);
-        messages[0].createdAt = QDateTime(QDate(2001, 1, 1), QTime(0, 1, 0, 250), Qt::UTC);
+        const QList<ChatMessage> messages = conversation(3);
         store.updateSummary(u"  • îi place ceaiul\n"_s, messages);
         store.waitForWrites();
-        const double written
-            = QDateTime(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC).secsTo(QDateTime::currentDateTimeUtc());
-
-        const QJsonObject object = fileObject(memoryFile());
-        const QStringList keys = object.keys();
-        QCOMPARE(QSet<QString>(keys.cbegin(), keys.cend()),
-            (QSet<QString> { "summary", "messages", "summarizedUserCount", "updatedAt" }));
-        QCOMPARE(object.value("summary").toString(), u"• îi place ceaiul"_s);
-        QCOMPARE(object.value("summarizedUserCount").toInteger(), 2);
-        QVERIFY(qAbs(object.value("updatedAt").toDouble() - written) < 5);
-        const QJsonObject first = object.value("messages").toArray().first().toObject();
-        QCOMPARE(first.value("createdAt").toDouble(), 60.25);
-        QCOMPARE(first.value("id").toString(), messages[0].idString());
-        QCOMPARE(first.value("role").toString(), u"user"_s);
-        QCOMPARE(first.value("text").toString(), u"mesaj 0"_s);
-
-        // Written whole through a temporary file that is gone afterwards, readable by the owner only.
+        QCOMPARE(fileObject().value("summary").toString(), u"• îi place ceaiul"_s);
         QCOMPARE(QDir(memoryDir()).entryList(QDir::Files | QDir::Hidden), QStringList { "conversation-memory.json" });
         const QFileDevice::Permissions permissions = QFile::permissions(memoryFile());
         QVERIFY(permissions.testFlags(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
         QCOMPARE(permissions & (QFileDevice::ReadGroup | QFileDevice::ReadOther), QFileDevice::Permissions());
 
-        // Closing the store finishes its pending write.
         auto closing = std::make_unique<ConversationMemoryStore>();
         closing->persist(messages.mid(1));
         closing.reset();
         ConversationMemoryStore reopened;
-        QCOMPARE(reopened.summary(), u"• îi place ceaiul"_s);
-        QCOMPARE(reopened.summarizedUserCount(), 2);
+        QVERIFY(reopened.summary() == u"• îi place ceaiul"_s && reopened.summarizedUserCount() == 2);
         QCOMPARE(reopened.messages(), messages.mid(1));
-        QVERIFY(reopened.recoveredCopyPath().isEmpty());
-        QVERIFY(recoveredCopies().isEmpty());
-    }
+        QVERIFY(reopened.recoveredCopyPath().isEmpty() && recoveredCopies().isEmpty());
 
-    void onlyTheLastEightyMessagesAreKept()
-    {
-        ConversationMemoryStore store;
         const QList<ChatMessage> eightyOne = conversation(81, 100);
-        store.persist(eightyOne);
-        store.waitForWrites();
-        QCOMPARE(store.messages(), eightyOne.mid(1));
-        const QJsonArray stored = fileObject(memoryFile()).value("messages").toArray();
-        QCOMPARE(stored.size(), 80);
-        QCOMPARE(stored.first().toObject().value("text").toString(), u"mesaj 101"_s);
-
-        // The summary covers every user message it was built from, even those no longer kept.
-        store.updateSummary(u"rezumat"_s, withUsers(40));
-        QCOMPARE(store.summarizedUserCount(), 40);
-        QCOMPARE(store.messages().size(), 80);
+        reopened.persist(eightyOne);
+        reopened.waitForWrites();
+        QCOMPARE(reopened.messages(), eightyOne.mid(1));
+        QVERIFY(fileObject().value("messages").toArray().size() == 80
+            && fileObject()["messages"][0]["text"] == "mesaj 101");
+        reopened.updateSummary(u"rezumat"_s, withUsers(40));
+        QVERIFY(reopened.summarizedUserCount() == 40 && reopened.messages().size() == 80);
     }
 
-    void clearAllForgetsEverything()
+    // Writes land in order; clearing forgets everything; a failed save is reported.
+    void writesLandInOrderClearingForgetsAndFailuresAreTold()
     {
         ConversationMemoryStore store;
-        store.updateSummary(u"ceva"_s, withUsers(4));
         QSignalSpy changed(&store, &ConversationMemoryStore::summaryChanged);
-        store.clearAll();
-        store.waitForWrites();
-        QCOMPARE(changed.size(), 1);
-        QVERIFY(!QFile::exists(memoryFile()));
-        QCOMPARE(store.summary(), QString());
-        QVERIFY(store.messages().isEmpty());
-        QCOMPARE(store.summarizedUserCount(), 0);
-        store.clearAll(); // nothing left to remove
-        store.waitForWrites();
-
-        ConversationMemoryStore fresh;
-        QCOMPARE(fresh.summary(), QString());
-        QVERIFY(fresh.messages().isEmpty());
-        QVERIFY(!fresh.shouldRefreshSummary(withUsers(3)));
-    }
-
-    void writesLandInTheOrderMade()
-    {
-        ConversationMemoryStore store;
         for (int round = 0; round < 20; ++round) {
             store.persist(conversation(80, round));
             if (round % 5 == 4)
@@ -185,54 +117,33 @@ private Q_SLOTS:
         }
         store.waitForWrites();
         QVERIFY(!QFile::exists(memoryFile()));
-
         for (int round = 0; round < 20; ++round)
             store.persist(conversation(3, round));
         store.clearAll();
         store.updateSummary(u"ultimul"_s, conversation(2, 7));
         store.waitForWrites();
-        QCOMPARE(fileObject(memoryFile()).value("summary").toString(), u"ultimul"_s);
-        QCOMPARE(fileObject(memoryFile()).value("messages").toArray().first().toObject().value("text").toString(),
-            u"mesaj 7"_s);
-    }
+        QCOMPARE(fileObject().value("summary").toString(), u"ultimul"_s);
+        QCOMPARE(fileObject().value("messages")[0]["text"].toString(), u"mesaj 7"_s);
 
-    // Failed saves are told through saveError (from the writer's thread too) and never change what is
-    // on disk: a file that could not be set aside is not overwritten, a symbolic link not followed.
-    void failedSavesAreReportedAndLeaveTheFileAlone()
-    {
-        QDir().mkpath(memoryFile());
-        {
-            ConversationMemoryStore store;
-            QSignalSpy reported(&store, &ConversationMemoryStore::saveErrorChanged);
-            store.persist(conversation(2));
-            store.waitForWrites();
-            QVERIFY2(store.saveError().contains(u"nu a putut fi citit"_s), qPrintable(store.saveError()));
-            QCOMPARE(reported.size(), 1);
-            QVERIFY(QFileInfo(memoryFile()).isDir());
-        }
-        QVERIFY(QDir(memoryFile()).removeRecursively());
-
-        const QString target = m_home->path() + u"/alt-program.json"_s;
-        const QByteArray foreign = R"({"summary":"al altcuiva","messages":[],"summarizedUserCount":0})";
-        writeFile(target, foreign);
-        QVERIFY(QFile::link(target, memoryFile()));
-        ConversationMemoryStore store;
-        QSignalSpy reported(&store, &ConversationMemoryStore::saveErrorChanged);
-        store.persist(conversation(2));
-        QVERIFY(reported.wait());
-        QVERIFY2(store.saveError().contains(u"legătură simbolică"_s), qPrintable(store.saveError()));
-        QCOMPARE(readFile(target), foreign);
-        QVERIFY(QFileInfo(memoryFile()).isSymLink());
-
-        QVERIFY(QFile::remove(memoryFile()));
-        store.persist(conversation(3));
+        changed.clear();
+        store.clearAll();
+        store.clearAll();
         store.waitForWrites();
-        QCOMPARE(store.saveError(), QString());
-        QCOMPARE(fileObject(memoryFile()).value("messages").toArray().size(), 3);
+        QCOMPARE(changed.size(), 1);
+        QVERIFY(!QFile::exists(memoryFile()));
+        QVERIFY(store.summary().isEmpty() && store.messages().isEmpty() && store.summarizedUserCount() == 0);
+
+        QDir().mkpath(memoryFile());
+        ConversationMemoryStore blocked;
+        QSignalSpy reported(&blocked, &ConversationMemoryStore::saveErrorChanged);
+        blocked.persist(conversation(2));
+        blocked.waitForWrites();
+        QVERIFY2(blocked.saveError().contains(u"nu a putut fi citit"_s), qPrintable(blocked.saveError()));
+        QCOMPARE(reported.size(), 1);
+        QVERIFY(QFileInfo(memoryFile()).isDir());
     }
 
-    // Eighty messages of 300,000 two-byte characters would make a 48 MB file: texts are cut and the
-    // oldest messages give way, so the file written can always be read back.
+    // Eighty huge messages would make a 48 MB file: texts are cut and old messages go, so it reads back.
     void whatIsWrittenCanAlwaysBeReadBack()
     {
         const QString huge(300'000, QChar(u'ă'));
@@ -254,72 +165,56 @@ private Q_SLOTS:
         QCOMPARE(reloaded.summary().size(), 200'001);
     }
 
+    // A damaged file, or one with unreadable messages, is kept aside first; a 33-bit count is not damage.
     void unreadableFileIsKeptAsideBeforeAnyWrite_data()
     {
         QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("not JSON") << QByteArray("rezumat: nimic");
-        QTest::newRow("truncated") << QByteArray("{\"summary\":\"abc\",\"messages\":[{\"id\":");
-        QTest::newRow("array") << QByteArray("[]");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("invalid UTF-8") << QByteArray(
-            "{\"summary\":\"\xff\xfe\",\"messages\":[],\"summarizedUserCount\":0}");
-        QTest::newRow("summary not text") << QByteArray(R"({"summary":5,"messages":[],"summarizedUserCount":0})");
-        QTest::newRow("messages not a list") << QByteArray(R"({"summary":"","messages":{},"summarizedUserCount":0})");
-        QTest::newRow("count missing") << QByteArray(R"({"summary":"","messages":[]})");
-        QTest::newRow("count negative") << QByteArray(R"({"summary":"","messages":[],"summarizedUserCount":-2})");
-        QTest::newRow("count fractional") << QByteArray(R"({"summary":"","messages":[],"summarizedUserCount":1.5})");
-        QTest::newRow("count as text") << QByteArray(R"({"summary":"","messages":[],"summarizedUserCount":"3"})");
+        QTest::addColumn<QString>("summary");
+        QTest::addColumn<QString>("kept"); // the text of the one message still read, if any
+        QTest::addColumn<qint64>("count");
+        const auto damaged = [](const char *name, const QByteArray &contents) {
+            QTest::newRow(name) << contents << QString() << QString() << qint64(0);
+        };
+        damaged("truncated", "{\"summary\":\"abc\",\"messages\":[{\"id\":");
+        damaged("array", "[]");
+        damaged("empty", "");
+        damaged("invalid UTF-8", "{\"summary\":\"\xff\xfe\",\"messages\":[],\"summarizedUserCount\":0}");
+        damaged("summary not text", R"({"summary":5,"messages":[],"summarizedUserCount":0})");
+        damaged("messages not a list", R"({"summary":"","messages":{},"summarizedUserCount":0})");
+        damaged("count missing", R"({"summary":"","messages":[]})");
+        damaged("count negative", R"({"summary":"","messages":[],"summarizedUserCount":-2})");
+        damaged("count fractional", R"({"summary":"","messages":[],"summarizedUserCount":1.5})");
+        damaged("count as text", R"({"summary":"","messages":[],"summarizedUserCount":"3"})");
+        QTest::newRow("unreadable messages, a count beyond 32 bits")
+            << QByteArray(R"({"summary":"• s","messages":[{"role":"user","text":"păstrat"},{"role":"robot","text":"x"},
+                42,null,{"role":"assistant"},{"role":"user","text":5},{"text":"x"}],"summarizedUserCount":4294967301})")
+            << u"• s"_s << u"păstrat"_s << Q_INT64_C(4294967301);
     }
 
     void unreadableFileIsKeptAsideBeforeAnyWrite()
     {
         QFETCH(QByteArray, contents);
-        QDir().mkpath(memoryDir());
-        writeFile(memoryFile(), contents);
-
+        QFETCH(QString, kept);
+        QFETCH(qint64, count);
+        writeMemoryFile(contents);
         ConversationMemoryStore store;
-        QCOMPARE(store.summary(), QString());
-        QVERIFY(store.messages().isEmpty());
-        QCOMPARE(store.summarizedUserCount(), 0);
+        QTEST(store.summary(), "summary");
+        QCOMPARE(store.messages().size(), qsizetype(!kept.isEmpty()));
+        QCOMPARE(store.messages().value(0).text, kept);
+        QCOMPARE(store.summarizedUserCount(), count);
         QCOMPARE(recoveredCopies().size(), 1);
         QCOMPARE(store.recoveredCopyPath(), memoryDir() + QLatin1Char('/') + recoveredCopies().first());
-        QVERIFY(QFileInfo(store.recoveredCopyPath()).fileName().contains(QDate::currentDate().toString("yyyyMMdd")));
-
+        QVERIFY(recoveredCopies().first().contains(QDate::currentDate().toString("yyyyMMdd")));
         store.persist(conversation(2));
         store.waitForWrites();
         QCOMPARE(readFile(store.recoveredCopyPath()), contents);
-        QCOMPARE(fileObject(memoryFile()).value("messages").toArray().size(), 2);
+        QCOMPARE(fileObject().value("messages").toArray().size(), 2);
+        QCOMPARE(fileObject().value("summarizedUserCount").toInteger(), count);
 
-        // A second unreadable file found in the same second gets a name of its own.
-        writeFile(memoryFile(), contents + "!");
+        writeMemoryFile(contents + "!"); // another, in the same second, is kept under a name of its own
         ConversationMemoryStore again;
         QCOMPARE(recoveredCopies().size(), 2);
-        QVERIFY(again.recoveredCopyPath() != store.recoveredCopyPath());
         QCOMPARE(readFile(again.recoveredCopyPath()), contents + "!");
-    }
-
-    // Messages that cannot be read are skipped (the file is kept aside all the same); a count beyond
-    // 32 bits is not damage and survives the next write exactly.
-    void unreadableMessagesAreSkippedAndLargeCountsKept()
-    {
-        const ChatMessage good = ChatMessage::make(Role::user, u"păstrat"_s);
-        const QJsonArray messages { good.toJson(), QJsonObject { { "role", "robot" }, { "text", "x" } }, 42,
-            QJsonObject { { "role", "assistant" } } };
-        const QByteArray contents = QJsonDocument(
-            QJsonObject { { "summary", "• s" }, { "messages", messages },
-                { "summarizedUserCount", Q_INT64_C(4294967301) },
-                { "updatedAt", 0 } }).toJson();
-        QDir().mkpath(memoryDir());
-        writeFile(memoryFile(), contents);
-
-        ConversationMemoryStore store;
-        QCOMPARE(store.summary(), u"• s"_s);
-        QCOMPARE(store.messages(), QList<ChatMessage> { good });
-        QCOMPARE(store.summarizedUserCount(), Q_INT64_C(4294967301));
-        QCOMPARE(readFile(store.recoveredCopyPath()), contents);
-        store.persist({});
-        store.waitForWrites();
-        QCOMPARE(fileObject(memoryFile()).value("summarizedUserCount").toInteger(), Q_INT64_C(4294967301));
     }
 };
 
