@@ -141,6 +141,18 @@ private Q_SLOTS:
         QVERIFY2(blocked.saveError().contains(u"nu a putut fi citit"_s), qPrintable(blocked.saveError()));
         QCOMPARE(reported.size(), 1);
         QVERIFY(QFileInfo(memoryFile()).isDir());
+
+        // A write that fails is told; the next one that works clears it.
+        QVERIFY(QDir(memoryFile()).removeRecursively());
+        ConversationMemoryStore later;
+        QVERIFY(QDir().mkpath(memoryFile()));
+        later.persist(conversation(1));
+        later.waitForWrites();
+        QVERIFY(!later.saveError().isEmpty());
+        QVERIFY(QDir(memoryFile()).removeRecursively());
+        later.persist(conversation(1));
+        later.waitForWrites();
+        QCOMPARE(later.saveError(), QString());
     }
 
     // Eighty huge messages would make a 48 MB file: texts are cut and old messages go, so it reads back.
