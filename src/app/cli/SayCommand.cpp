@@ -47,15 +47,10 @@ QCoro::Task<int> SayCommand::run(CliSession &session, QStringList arguments)
 
     ChatStore &store = session.store();
     AppSettings *settings = store.settings();
-    VoiceEnginePreset engine = settings->voiceEngine();
-    if (const auto word = parsed->value(QStringLiteral("--engine"))) {
-        const auto chosen = VoiceEngineOption::parse(*word);
-        if (!chosen) {
-            Terminal::err(VoiceEngineOption::usageError(*word));
-            co_return ExitCode::usage;
-        }
-        engine = *chosen;
-    }
+    const auto chosen = VoiceEngineOption::chosen(parsed->value(QStringLiteral("--engine")), settings->voiceEngine());
+    if (!chosen)
+        co_return ExitCode::usage;
+    const VoiceEnginePreset engine = *chosen;
 
     SpeechSynthesizer *speech = store.synthesizer();
     bool finished = false;

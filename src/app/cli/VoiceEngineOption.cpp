@@ -1,6 +1,10 @@
 #include "VoiceEngineOption.h"
 
+#include "Terminal.h"
+
 namespace VoiceEngineOption {
+
+namespace {
 
 std::optional<VoiceEnginePreset> parse(const QString &word)
 {
@@ -16,6 +20,13 @@ std::optional<VoiceEnginePreset> parse(const QString &word)
     return std::nullopt;
 }
 
+QString usageError(const QString &word)
+{
+    return QStringLiteral("Motor de voce necunoscut: %1 (alege local, google, azure sau elevenlabs).").arg(word);
+}
+
+} // namespace
+
 QStringList completions(const QStringList &previous)
 {
     if (!previous.isEmpty() && previous.last() == QLatin1StringView("--engine"))
@@ -24,9 +35,14 @@ QStringList completions(const QStringList &previous)
     return { QStringLiteral("--engine") };
 }
 
-QString usageError(const QString &word)
+std::optional<VoiceEnginePreset> chosen(const std::optional<QString> &word, VoiceEnginePreset fallback)
 {
-    return QStringLiteral("Motor de voce necunoscut: %1 (alege local, google, azure sau elevenlabs).").arg(word);
+    if (!word)
+        return fallback;
+    const auto engine = parse(*word);
+    if (!engine)
+        Terminal::err(usageError(*word));
+    return engine;
 }
 
 } // namespace VoiceEngineOption

@@ -10,8 +10,8 @@
 // The --engine option of the voice commands: local, google, azure or elevenlabs.
 namespace VoiceEngineOption {
 
-std::optional<VoiceEnginePreset> parse(const QString &word);
-QString usageError(const QString &word);
+// The engine named after --engine, else `fallback`; an unknown name is told on stderr and gives none.
+std::optional<VoiceEnginePreset> chosen(const std::optional<QString> &word, VoiceEnginePreset fallback);
 // The engine names after --engine, else the option itself.
 QStringList completions(const QStringList &previous);
 
