@@ -47,16 +47,14 @@ QCoro::Task<int> SayCommand::run(CliSession &session, QStringList arguments)
 
     ChatStore &store = session.store();
     AppSettings *settings = store.settings();
-    const auto chosen = VoiceEngineOption::chosen(parsed->value(QStringLiteral("--engine")), settings->voiceEngine());
-    if (!chosen)
+    const auto engine = VoiceEngineOption::chosen(parsed->value(QStringLiteral("--engine")), settings->voiceEngine());
+    if (!engine)
         co_return ExitCode::usage;
-    const VoiceEnginePreset engine = *chosen;
-
     SpeechSynthesizer *speech = store.synthesizer();
     bool finished = false;
     const auto connection
         = QObject::connect(speech, &SpeechSynthesizer::playbackFinished, [&finished] { finished = true; });
-    speech->speak(text, settings, engine);
+    speech->speak(text, settings, *engine);
     // Every engine ends by itself: cloud requests time out, the local engine has its deadlines.
     co_await SignalWait::until(
         speech, [&] { return finished || !speech->lastError().isEmpty(); }, &SpeechSynthesizer::playbackFinished,

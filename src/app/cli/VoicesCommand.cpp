@@ -31,13 +31,11 @@ QCoro::Task<int> VoicesCommand::run(CliSession &session, QStringList arguments)
         co_return ExitCode::usage;
     ChatStore &store = session.store();
     AppSettings *settings = store.settings();
-    const auto chosen = VoiceEngineOption::chosen(parsed->value(QStringLiteral("--engine")), settings->voiceEngine());
-    if (!chosen)
+    const auto engine = VoiceEngineOption::chosen(parsed->value(QStringLiteral("--engine")), settings->voiceEngine());
+    if (!engine)
         co_return ExitCode::usage;
-    const VoiceEnginePreset engine = *chosen;
-
     SpeechSynthesizer *speech = store.synthesizer();
-    if (engine == VoiceEnginePreset::appleLocal)
+    if (*engine == VoiceEnginePreset::appleLocal)
         co_return co_await listLocalVoices(speech);
 
     std::optional<QString> failure;
@@ -45,8 +43,8 @@ QCoro::Task<int> VoicesCommand::run(CliSession &session, QStringList arguments)
         if (!speech->lastError().isEmpty())
             failure = speech->lastError();
     });
-    co_await speech->refreshVoices(engine, settings);
-    const QList<CloudVoice> voices = speech->cloudVoices(engine);
+    co_await speech->refreshVoices(*engine, settings);
+    const QList<CloudVoice> voices = speech->cloudVoices(*engine);
     QObject::disconnect(connection);
     if (failure) {
         Terminal::err(*failure);
