@@ -3,7 +3,6 @@
 #include "RandomWhisperModel.h"
 #include "VoiceSamples.h"
 #include "voice/SpeechRecognitionError.h"
-#include "voice/WhisperModelFile.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -27,12 +26,6 @@ std::optional<Kind> loadFailure(const QString &path)
     return std::nullopt;
 }
 
-std::vector<float> tone(double frequency, double seconds)
-{
-    const QVector<float> samples = VoiceSamples::sine(frequency, 0.3, 16000, seconds);
-    return { samples.cbegin(), samples.cend() };
-}
-
 } // namespace
 
 class WhisperModelTest : public QObject
@@ -49,16 +42,11 @@ private Q_SLOTS:
         RandomWhisperModel::write(m_modelPath, RandomWhisperModel::tiny());
     }
 
-    void aGeneratedModelTranscribesTheSameOnEveryRunAndThreadWithinItsTokenBound()
+    void transcriptionIsRepeatableBoundedAbortableAndSparesBusyCores()
     {
-        const WhisperModelFile info = WhisperModelFile::inspect(m_modelPath);
-        QCOMPARE(info.nVocab, 51865);
-        QVERIFY(info.isMultilingual());
-        // 7 encoder tensors + 15 per encoder block + 4 decoder tensors + 24 per decoder block.
-        QCOMPARE(info.tensorCount, 7 + 15 * 2 + 4 + 24 * 2);
-
         auto first = WhisperModel::load(m_modelPath);
-        const std::vector<float> audio = tone(220, 2.0);
+        const QVector<float> tone = VoiceSamples::sine(220, 0.3, 16000, 10.0);
+        const std::vector<float> audio(tone.cbegin(), tone.cbegin() + 2 * 16000), longer(tone.cbegin(), tone.cend());
         const QString text = first->transcribe(audio);
         // The vocabulary is full of cedilla letters; none may survive into a transcript.
         for (QChar cedilla : { QChar(0x015F), QChar(0x0163), QChar(0x015E), QChar(0x0162) })
@@ -66,8 +54,7 @@ private Q_SLOTS:
         QCOMPARE(text, text.simplified());
         // No state leaks from one run into the next, and two loaded copies may run side by side.
         auto second = WhisperModel::load(m_modelPath);
-        QString again;
-        QString other;
+        QString again, other;
         std::thread one([&] { again = first->transcribe(audio); });
         std::thread two([&] { other = second->transcribe(audio); });
         one.join();
@@ -80,35 +67,24 @@ private Q_SLOTS:
         QVERIFY(unbounded <= WhisperModel::tokensFor(audio.size()));
         QVERIFY2(unbounded > 4, "the model ends too soon for the cap to be seen");
         first->setDecoding({ .maxTokens = 4 });
-        QVERIFY(!first->transcribe(audio).isEmpty());
-        QCOMPARE(first->lastTokenCount(), 4);
+        QVERIFY(!first->transcribe(audio).isEmpty() && first->lastTokenCount() == 4);
         // A cap above the bound for the audio's length does not lift that bound.
         first->setDecoding({ .maxTokens = 1000 });
         first->transcribe(audio);
         QCOMPARE(first->lastTokenCount(), unbounded);
 
-        // The encoder window follows the audio's length, never beyond the model's own.
         QCOMPARE(first->audioContextFor(16000), 128); // 50 frames + margin, rounded up to 64
-        QCOMPARE(first->audioContextFor(16000 * 5), 320);
         QCOMPARE(first->audioContextFor(16000 * 60), 1500);
-    }
 
-    void anAbortedRunStopsEarlyAndSaysNothing()
-    {
-        auto model = WhisperModel::load(m_modelPath);
-        const std::vector<float> audio = tone(220, 10.0);
         std::atomic_bool abort { true };
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(model->transcribe(audio, &abort), QString());
+        QCOMPARE(first->transcribe(longer, &abort), QString());
         const qint64 abortedMs = timer.restart();
-        model->transcribe(audio);
-        const qint64 fullMs = timer.elapsed();
-        QVERIFY2(abortedMs <= fullMs, qPrintable(QStringLiteral("%1 vs %2").arg(abortedMs).arg(fullMs)));
-    }
+        first->transcribe(longer);
+        QVERIFY2(abortedMs <= timer.elapsed(), qPrintable(QString::number(abortedMs)));
 
-    void busyCoresLeaveFewerThreads()
-    {
+        // Busy cores leave fewer threads.
         int busy = 0;
         {
             auto spin = [](std::stop_token stop) {
@@ -142,10 +118,7 @@ private Q_SLOTS:
         QVERIFY(record > 0);
         const QList<std::pair<QByteArray, Kind>> cases {
             { {}, Kind::modelInvalid }, { "X" + good.mid(1), Kind::modelInvalid },
-            { good.left(20), Kind::modelInvalid }, // cut in the header
-            { good.left(200'000), Kind::modelInvalid }, // cut in the vocabulary
             { good.left(good.size() - 10), Kind::modelInvalid }, // cut in the last tensor
-            { "<html><body>Not found</body></html>", Kind::modelInvalid },
             { patched({ { 4, 51864 } }), Kind::modelEnglishOnly }, // the English-only vocabulary
             { patched({ { 12, -512 } }), Kind::modelInvalid }, // negative state size
             { patched({ { 48, 80 }, { 52, 1 << 30 } }), Kind::modelInvalid }, // filter table beyond the file
@@ -155,16 +128,14 @@ private Q_SLOTS:
             { patched({ { record + 8, 999 } }), Kind::modelInvalid }, // a tensor of an unknown type
         };
         const QString broken = m_dir.filePath(QStringLiteral("broken.bin"));
-        for (qsizetype i = 0; i < cases.size(); ++i) {
+        for (const auto &[bytes, kind] : cases) {
             QFile file(broken);
-            QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-            file.write(cases[i].first);
+            QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size());
             file.close();
-            QVERIFY2(loadFailure(broken) == cases[i].second, qPrintable(QString::number(i)));
+            QVERIFY2(loadFailure(broken) == kind, bytes.left(16).toHex().constData());
         }
 
-        for (const QString &missing : { m_dir.filePath(QStringLiteral("absent.bin")), m_dir.path(), QString() })
-            QCOMPARE(loadFailure(missing), std::optional<Kind>(Kind::modelMissing));
+        QCOMPARE(loadFailure(m_dir.path()), std::optional<Kind>(Kind::modelMissing));
         // An English-only model is known by its name too; its Romanian text is checked where the service shows it.
         const QString named = m_dir.filePath(QStringLiteral("ggml-base.en.bin"));
         QVERIFY(QFile::copy(m_modelPath, named));

@@ -20,11 +20,7 @@ Shape tiny()
 
 Shape base()
 {
-    Shape shape;
-    shape.nAudioState = 512;
-    shape.nAudioHead = shape.nTextHead = 8;
-    shape.nAudioLayer = shape.nTextLayer = 6;
-    return shape;
+    return Shape { .nAudioState = 512, .nAudioHead = 8, .nAudioLayer = 6, .nTextHead = 8, .nTextLayer = 6 };
 }
 
 namespace {

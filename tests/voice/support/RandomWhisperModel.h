@@ -10,13 +10,8 @@ namespace RandomWhisperModel {
 struct Shape
 {
     int nVocab = 51865;
-    int nAudioCtx = 1500;
-    int nAudioState = 64;
-    int nAudioHead = 2;
-    int nAudioLayer = 2;
-    int nTextCtx = 448;
-    int nTextHead = 2;
-    int nTextLayer = 2;
+    int nAudioCtx = 1500, nAudioState = 64, nAudioHead = 2, nAudioLayer = 2;
+    int nTextCtx = 448, nTextHead = 2, nTextLayer = 2;
     int nMels = 80;
     int ftype = 1; // big matrices in 16-bit floats, as the published models are
 };

@@ -1,9 +1,9 @@
 #include "VoiceSamples.h"
 
+#include <QDataStream>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QtEndian>
 
 #include <cmath>
 #include <stdexcept>
@@ -18,38 +18,23 @@ QVector<float> sine(double frequency, double amplitude, int sampleRate, double s
     return out;
 }
 
-namespace {
-template<typename T> void append(QByteArray &out, T value)
-{
-    const T le = qToLittleEndian(value);
-    out.append(reinterpret_cast<const char *>(&le), sizeof le);
-}
-} // namespace
-
 QByteArray wavBytes(const QVector<float> &interleaved, int sampleRate, int channels, int bits)
 {
-    QByteArray data;
-    for (float sample : interleaved) {
-        if (bits == 32) {
-            data.append(reinterpret_cast<const char *>(&sample), 4);
-        } else {
-            const auto value = qint16(std::lround(std::clamp(sample, -1.0f, 1.0f) * 32767.0f));
-            append(data, value);
-        }
-    }
-    QByteArray out("RIFF");
-    append<quint32>(out, quint32(36 + data.size()));
-    out.append("WAVEfmt ");
-    append<quint32>(out, 16);
-    append<quint16>(out, bits == 32 ? 3 : 1);
-    append<quint16>(out, quint16(channels));
-    append<quint32>(out, quint32(sampleRate));
-    append<quint32>(out, quint32(sampleRate * channels * bits / 8));
-    append<quint16>(out, quint16(channels * bits / 8));
-    append<quint16>(out, quint16(bits));
-    out.append("data");
-    append<quint32>(out, quint32(data.size()));
-    return out + data;
+    const auto dataSize = quint32(interleaved.size() * bits / 8);
+    QByteArray out;
+    QDataStream stream(&out, QIODevice::WriteOnly);
+    stream.setByteOrder(QDataStream::LittleEndian);
+    stream.setFloatingPointPrecision(QDataStream::SinglePrecision);
+    stream.writeRawData("RIFF", 4);
+    stream << quint32(36 + dataSize);
+    stream.writeRawData("WAVEfmt ", 8);
+    stream << quint32(16) << quint16(bits == 32 ? 3 : 1) << quint16(channels) << quint32(sampleRate)
+           << quint32(sampleRate * channels * bits / 8) << quint16(channels * bits / 8) << quint16(bits);
+    stream.writeRawData("data", 4);
+    stream << dataSize;
+    for (float sample : interleaved)
+        bits == 32 ? stream << sample : stream << qint16(std::lround(std::clamp(sample, -1.0f, 1.0f) * 32767.0f));
+    return out;
 }
 
 void writeWav(const QString &path, const QVector<float> &interleaved, int sampleRate, int channels, int bits)
