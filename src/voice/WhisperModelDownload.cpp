@@ -48,6 +48,9 @@ public:
 
     void receive(QNetworkReply *reply)
     {
+        // An aborted reply is closed; what it still announces is not read.
+        if (!reply->isOpen())
+            return;
         if (m_status == 0 && reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid())
             startReply(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt());
         const QByteArray data = reply->readAll();
