@@ -42,7 +42,7 @@ class CompanionJourneyTest : public QObject
 {
     Q_OBJECT
 
-    QProcessEnvironment m_environment = QProcessEnvironment::systemEnvironment();
+    QProcessEnvironment m_environment;
 
     QString xdotool(const QStringList &arguments)
     {
@@ -98,6 +98,7 @@ private Q_SLOTS:
             display.waitForFinished(5'000);
         });
         QVERIFY2(display.waitForReadyRead(10'000), "Xvfb did not start");
+        m_environment = QProcessEnvironment::systemEnvironment(); // with this test's home and services
         m_environment.insert("DISPLAY", ':' + QString::fromUtf8(display.readLine()).trimmed());
         m_environment.insert("QT_QPA_PLATFORM", "xcb");
         QProcess companion;

@@ -75,7 +75,6 @@ class JourneyTest : public QObject
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, { environment(), input, whileRunning });
     }
 
-    // `kelo` left running while the test goes on, with this test's environment.
     void start(QProcess &process, const QStringList &arguments) const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

@@ -75,6 +75,7 @@ public:
 
     // "http://127.0.0.1:PORT", without a trailing slash.
     QString baseUrl() const { return QStringLiteral("http://127.0.0.1:%1").arg(m_port); }
+    quint16 port() const { return m_port; }
 
     // The answer to every request with this method and path (path without query).
     void on(const QByteArray &method, const QString &path, Handler handler) { route(method, path).handler = handler; }
