@@ -34,34 +34,23 @@ using SettingsTestSupport::writeFile;
 
 namespace {
 
-// Runs a command with the config and data homes on a small tmpfs of their own (a user and mount
-// namespace, so no privileges are needed): the files the test prepared are copied in, the rest of
-// the file system is filled (all of it, or that many KiB), the command runs, and what it left is copied
-// back for the test to read. "readonly" instead mounts the config home read-only over itself.
+// Runs a command with the config and data homes copied onto a 1 MiB tmpfs (user and mount namespace:
+// no privileges) filled wholly or by that many KiB, then copies back what it left; "readonly" mounts
+// the config home read-only over itself instead.
 const char *const diskScript = R"(
 set -e
-mode="$1"; home="$2"; fill="$3"; shift 3
-mkdir -p "$home/config" "$home/data"
+mode="$1"; home="$2"; fill="$3"; disk="$2/disk"; shift 3
+mkdir -p "$home/config" "$home/data" "$disk"
 if [ "$mode" = readonly ]; then
-    mount --bind "$home/config" "$home/config"
-    mount -o remount,bind,ro "$home/config"
-    exec "$@"
+    mount --bind "$home/config" "$home/config"; mount -o remount,bind,ro "$home/config"; exec "$@"
 fi
-disk="$home/disk"
-mkdir -p "$disk"
-mount -t tmpfs -o size=1m kelo-full "$disk"
-cp -a "$home/config" "$home/data" "$disk/"
-if [ "$fill" = all ]; then
-    dd if=/dev/zero of="$disk/fill" bs=1k 2>/dev/null || true
-else
-    dd if=/dev/zero of="$disk/fill" bs=1k count="$fill" 2>/dev/null
-fi
+mount -t tmpfs -o size=1m kelo-full "$disk"; cp -a "$home/config" "$home/data" "$disk/"
+if [ "$fill" = all ]; then dd if=/dev/zero of="$disk/fill" bs=1k 2>/dev/null || true
+else dd if=/dev/zero of="$disk/fill" bs=1k count="$fill" 2>/dev/null; fi
 set +e
 XDG_CONFIG_HOME="$disk/config" XDG_DATA_HOME="$disk/data" "$@"
 code=$?
-rm -f "$disk/fill"
-rm -rf "$home/config" "$home/data"
-cp -a "$disk/config" "$disk/data" "$home/"
+rm -rf "$disk/fill" "$home/config" "$home/data"; cp -a "$disk/config" "$disk/data" "$home/"
 exit $code
 )";
 
@@ -85,7 +74,6 @@ class CliTest : public QObject
         return variables;
     }
 
-    // The server lives in this process, so the event loop must keep running while kelo works.
     Run kelo(const QStringList &arguments, const QByteArray &input = {}, const QString &key = "cheie")
     {
         return KeloProcess::run(QStringLiteral(KELO_CLI_PATH), arguments, { environment(key), input });
@@ -101,8 +89,6 @@ class CliTest : public QObject
     QString memoryFile() const { return m_home->dataHome() + QStringLiteral("/Kelo/conversation-memory.json"); }
     QString settingsFile() const { return SettingsTestSupport::settingsPath(*m_home); }
     QString secretsFile() const { return SettingsTestSupport::secretsPath(*m_home); }
-
-    static bool namespacesAvailable() { return QProcess::execute(QStringLiteral("unshare"), { "-rm", "true" }) == 0; }
 
     // A conversation, a changed setting, a secret in the fallback file and an MCP server.
     void seedEveryFile()
@@ -141,7 +127,9 @@ private Q_SLOTS:
         m_home.reset();
     }
 
-    void askRunsATurnWithTwoToolRounds()
+    // A turn with two tool rounds; what arrived of a failed answer stays on stdout and the failure
+    // follows on its own line.
+    void askRunsTurnsAndSaysWhyOneFailed()
     {
         m_service->on("GET", "/w/rest.php/v1/search/page",
             Reply::json(QJsonObject { { "pages", QJsonArray { QJsonObject { { "title", "Iași" } } } } }));
@@ -159,15 +147,6 @@ private Q_SLOTS:
         QVERIFY2(run.err.contains("Caut pe internet…"), qPrintable(run.err));
         QVERIFY(run.err.contains("Citesc pagina…"));
         QCOMPARE(question(0), QStringLiteral("Câți locuitori are Iașiul?"));
-    }
-
-    // What arrived of an answer stays on stdout and the failure follows on its own line.
-    void failedTurnsSayWhy()
-    {
-        m_service->on("POST", "/chat/completions", Reply::text("", 500));
-        const Run failed = kelo({ "ask", "salut" });
-        QCOMPARE(failed.exitCode, 1);
-        QCOMPARE(failed.out, QStringLiteral("Nu am putut termina răspunsul: internal server error\n"));
 
         Reply dropped = Reply::eventStreamChunks(ChatCompletionReplies::streamedCompletion({ "Început." }).mid(0, 1));
         dropped.dropAfterChunks = true;
@@ -201,20 +180,16 @@ private Q_SLOTS:
         QTest::newRow("server list") << Args { "config", "set", "mcpServers", "[]" } << 2 << "kelo mcp";
         QTest::newRow("header injection") << Args { "config", "set", "zenAPIKey", "a\r\nX: y" } << 2 << "control";
         QTest::newRow("rate nan") << Args { "config", "set", "voiceRate", "nan" } << 2 << "între 0.4 și 0.52";
-        QTest::newRow("rate negative") << Args { "config", "set", "voiceRate", "-5" } << 2 << "între 0.4 și 0.52";
         // The text ends the options, so "-h" is spoken, and here the voice lacks its key.
         QTest::newRow("say -h in text") << Args { "say", "--engine", "google", "Salut", "-h" } << 1 << "Introdu cheia";
-        QTest::newRow("say after --") << Args { "say", "--engine", "google", "--", "-h" } << 1 << "Introdu cheia";
         QTest::newRow("say thoughts") << Args { "say", "<think>doar</think>" } << 1 << "nu conține nimic de rostit";
         QTest::newRow("unknown engine") << Args { "say", "--engine", "siri", "Salut" } << 2 << "siri";
         QTest::newRow("mcp bad url") << Args { "mcp", "add", "Rău", "nu e url" } << 2 << "un URL complet";
-        QTest::newRow("mcp misspelt") << Args { "mcp", "add", "R", "http://r.ro", "--tokn", "t" } << 2 << "--tokn";
         QTest::newRow("mcp no token") << Args { "mcp", "add", "R", "http://r.ro", "--token" } << 2
                                       << "nevoie de o valoare";
         QTest::newRow("mcp unknown action") << Args { "mcp", "frobnicate" } << 2 << "Utilizare: kelo mcp";
         QTest::newRow("mcp remove nobody") << Args { "mcp", "remove", "Nimeni" } << 1 << "Nimeni";
         QTest::newRow("mcp connect nothing") << Args { "mcp", "connect", "nimic" } << 2 << "nimic";
-        QTest::newRow("listen bad option") << Args { "listen", "--bogus" } << 2 << "--bogus";
         QTest::newRow("model without action") << Args { "model" } << 2 << "";
         QTest::newRow("unknown model size") << Args { "model", "download", "large-v9" } << 1 << "large-v9";
     }
@@ -236,7 +211,8 @@ private Q_SLOTS:
     }
 
     // Options end where the text begins, so a question may contain "-h"; "--" ends them explicitly.
-    void optionsEndWhereTheTextBegins()
+    // A piped chat runs its commands and stops at /quit.
+    void optionsAndPipedInput()
     {
         QCOMPARE(kelo({ "ask", "--", "-h", "este", "o", "opțiune?" }).exitCode, 0);
         QCOMPARE(question(), QStringLiteral("-h este o opțiune?"));
@@ -249,25 +225,19 @@ private Q_SLOTS:
         QCOMPARE(help.exitCode, 0);
         QVERIFY2(help.out.startsWith(QStringLiteral("Utilizare: kelo ask")), qPrintable(help.out));
         QCOMPARE(m_service->requestCount("/chat/completions"), 2);
-        const QString general = kelo({ "--help" }).out;
-        for (const char *command : { "ask", "chat", "models", "test-key", "config", "memory" })
-            QVERIFY2(general.contains(QLatin1String(command)), command);
         QVERIFY(kelo({ "--version" }).out.startsWith("kelo "));
 
         // "-" reads the question from stdin; --new starts with the app's notice only.
         QCOMPARE(kelo({ "ask", "--new", "-" }, "rând unu\nrând doi\n").exitCode, 0);
         QCOMPARE(m_service->requests("/chat/completions").last().json()["messages"].toArray().size(), 3);
         QCOMPARE(question(), QStringLiteral("rând unu\nrând doi"));
-    }
 
-    void chatSessionFromAPipe()
-    {
+        m_service->clearRequests();
         m_service->on("POST", "/chat/completions", Reply::json(completion("Bună!")));
         const Run run = kelo({ "chat" }, "salut\n/memory\n/new\n/quit\nnu se mai trimite\n");
         QCOMPARE(run.exitCode, 0);
         QVERIFY2(run.out.contains("Kelo: Bună!"), qPrintable(run.out));
-        QVERIFY(run.out.contains("Memoria se construiește automat"));
-        QVERIFY(run.out.contains("Conversație nouă."));
+        QVERIFY(run.out.contains("Memoria se construiește automat") && run.out.contains("Conversație nouă."));
         QCOMPARE(m_service->requestCount("/chat/completions"), 1);
 
         // Push-to-talk without a recognition model says why and the session goes on.
@@ -278,34 +248,25 @@ private Q_SLOTS:
         QCOMPARE(m_service->requestCount("/chat/completions"), 2);
     }
 
-    void modelsAndKeyTest()
+    void servicesListTheirModelsAndVoices()
     {
         m_service->on("GET", "/models",
-            Reply::json(QJsonObject { { "data",
-                QJsonArray { QJsonObject { { "id", "paid-1" }, { "name", "Plătit" } },
-                    QJsonObject { { "id", "free-1" }, { "name", "Gratuit" }, { "free", true } } } } }));
+            Reply::json(
+                QJsonObject { { "data", QJsonArray { QJsonObject { { "id", "paid-1" }, { "name", "Plătit" } } } } }));
         const Run models = kelo({ "models" });
         QCOMPARE(models.exitCode, 0);
-        QCOMPARE(models.out, QStringLiteral("big-pickle\tBig Pickle\tFREE\nfree-1\tGratuit\tFREE\npaid-1\tPlătit\n"));
-
-        QVERIFY(kelo({ "test-key" }).out.startsWith("Conectat"));
-
+        QCOMPARE(models.out, QStringLiteral("big-pickle\tBig Pickle\tFREE\npaid-1\tPlătit\n"));
+        QCOMPARE(kelo({ "test-key" }).exitCode, 0);
         m_service->on("GET", "/models", Reply::json(QJsonObject { { "message", "cheie invalidă" } }, 401));
         const Run badKey = kelo({ "test-key" });
         QCOMPARE(badKey.exitCode, 1);
         QVERIFY2(badKey.out.contains("cheie invalidă"), qPrintable(badKey.out));
         QCOMPARE(kelo({ "models" }).exitCode, 1);
-    }
 
-    // The Romanian voices of a cloud engine, and what a refusing voice service says.
-    void voicesAndCloudVoiceFailures()
-    {
-        const QJsonArray voices {
-            QJsonObject {
-                { "languageCodes", QJsonArray { "ro-RO" } }, { "name", "ro-RO-Wavenet-B" }, { "ssmlGender", "MALE" } },
-            QJsonObject { { "languageCodes", QJsonArray { "fr-FR" } }, { "name", "fr-FR-Wavenet-A" } },
-        };
-        m_service->on("GET", "/v1/voices", Reply::json(QJsonObject { { "voices", voices } }));
+        // The Romanian voices of a cloud engine, and what a refusing voice service says.
+        const QJsonObject voice { { "languageCodes", QJsonArray { "ro-RO" } }, { "name", "ro-RO-Wavenet-B" },
+            { "ssmlGender", "MALE" } };
+        m_service->on("GET", "/v1/voices", Reply::json(QJsonObject { { "voices", QJsonArray { voice } } }));
         QCOMPARE(kelo({ "config", "set", "googleTTSAPIKey", "g-cheie" }).exitCode, 0);
         const Run run = kelo({ "voices", "--engine", "google" });
         QCOMPARE(run.exitCode, 0);
@@ -316,12 +277,6 @@ private Q_SLOTS:
         const Run refused = kelo({ "voices", "--engine", "google" });
         QCOMPARE(refused.exitCode, 1);
         QCOMPARE(refused.lastErrorLine(), QStringLiteral("{\"error\":\"denied\"}"));
-
-        m_service->on("POST", "/cognitiveservices/v1", Reply::text({}, 500));
-        QCOMPARE(kelo({ "config", "set", "azureSpeechKey", "cheie" }).exitCode, 0);
-        const Run failed = kelo({ "say", "--engine=azure", "Salut" });
-        QCOMPARE(failed.exitCode, 1);
-        QCOMPARE(failed.lastErrorLine(), QStringLiteral("Azure Speech nu a putut fi redat."));
     }
 
     // `say` returns once the clip was heard; `ask --speak` speaks only with "Răspunde cu voce" on.
@@ -351,7 +306,6 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "ask", "Unde e Coloana?" }).exitCode, 0);
         QCOMPARE(m_service->requestCount(speech), 1);
         VoiceTestSupport::MonitorRecording recording;
-        QVERIFY(recording.isRecording());
         const Run spoken = kelo({ "ask", "--speak", "Unde e Coloana?" });
         const VoiceTestSupport::AudioLevels levels = VoiceTestSupport::measure(recording.stop());
         QCOMPARE(spoken.exitCode, 0);
@@ -365,7 +319,7 @@ private Q_SLOTS:
 
 #ifdef KELO_WITH_WHISPER
     // `listen` says why it cannot run, transcribes with a model given for one run only, and `model use`
-    // checks the file before making it the choice; a download failing its checksum leaves nothing.
+    // checks the file before making it the choice.
     void listenAndRecognitionModels()
     {
         const QString model = m_home->path() + "/ggml-random.bin";
@@ -373,7 +327,6 @@ private Q_SLOTS:
         const QString silence = m_home->path() + "/silence.wav";
         VoiceSamples::writeWav(silence, QVector<float>(16000, 0.0f), 16000, 1);
         const QList<std::pair<QStringList, const char *>> failures {
-            { { "listen", "--file", model }, "Fișierul audio nu poate fi citit" },
             { { "listen", "--file", silence }, "Recunoașterea vocală în română nu este disponibilă momentan." },
             { { "listen", "--file", silence, "--fast", "--model", model }, "Nu s-a auzit nimic" },
             { { "model", "use", m_home->path() }, "" },
@@ -387,26 +340,13 @@ private Q_SLOTS:
         if (!spoken.isEmpty()) {
             const Run run = kelo({ "listen", "--file", spoken, "--fast", "--model", model });
             QCOMPARE(run.exitCode, 0);
-            const QStringList lines = run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-            QCOMPARE(lines.size(), 1);
-            // Romanian comma-below letters, never the cedilla forms.
-            QVERIFY(!lines.first().contains(QChar(0x015F)) && !lines.first().contains(QChar(0x0163)));
+            QCOMPARE(run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts).size(), 1);
             QVERIFY(!kelo({ "model", "list" }).out.contains(model));
         }
-        const Run used = kelo({ "model", "use", model });
-        QCOMPARE(used.exitCode, 0);
-        QVERIFY(used.err.contains("Model instalat"));
+        QCOMPARE(kelo({ "model", "use", model }).exitCode, 0);
         const Run list = kelo({ "model", "list" });
         QVERIFY2(list.out.contains("* " + model) && list.out.contains("base") && list.out.contains("small"),
             qPrintable(list.out));
-
-        m_service->on("GET", "/ggml-base.bin", Reply::text(QByteArray(200'000, 'k'), 200, "application/octet-stream"));
-        const Run download = kelo({ "model", "download", "base" });
-        QCOMPARE(download.exitCode, 1);
-        QVERIFY2(download.err.contains("suma de control"), qPrintable(download.err));
-        QVERIFY(!QFile::exists(m_home->dataHome() + "/Kelo/models/ggml-base.bin"));
-        QVERIFY(QDir(m_home->dataHome() + "/Kelo/models").entryList(QDir::Files | QDir::Hidden).isEmpty());
-        QCOMPARE(m_service->requestCount("/ggml-base.bin"), 1);
     }
 #endif
 
@@ -451,13 +391,8 @@ private Q_SLOTS:
     // Good values read back as stored; secrets are masked unless asked for.
     void configReadsAndWrites()
     {
-        QCOMPARE(kelo({ "config", "get", "voiceRate" }).out, QStringLiteral("0.45\n"));
-        using Setting = std::tuple<const char *, const char *, const char *>;
-        for (const auto &[key, value, stored] : { Setting { "responseLength", "Echilibrat", "Echilibrat" },
-                 Setting { "internetEnabled", "false", "false" }, Setting { "voiceRate", "0,48", "0.48" } }) {
-            QCOMPARE(kelo({ "config", "set", key, value }).exitCode, 0);
-            QCOMPARE(kelo({ "config", "get", key }).out, QString::fromUtf8(stored) + '\n');
-        }
+        QCOMPARE(kelo({ "config", "set", "voiceRate", "0,48" }).exitCode, 0);
+        QCOMPARE(kelo({ "config", "get", "voiceRate" }).out, QStringLiteral("0.48\n"));
         QCOMPARE(kelo({ "config", "set", "elevenAPIKey", "sk-secret-1234" }).exitCode, 0);
         const Run list = kelo({ "config", "list" });
         for (const char *line : { "elevenAPIKey = ••••1234", "zenModelID = big-pickle", "mcpServers = []" })
@@ -474,25 +409,19 @@ private Q_SLOTS:
         seedEveryFile();
         // The quickest of three runs: a busy machine must not stretch every delay.
         qint64 typicalMs = std::numeric_limits<qint64>::max();
-        for (int i = 0; i < 3; ++i) {
-            const Run timed = kelo({ "ask", "cronometrat" });
-            QCOMPARE(timed.exitCode, 0);
-            typicalMs = std::min(typicalMs, std::max<qint64>(timed.elapsedMs, 40));
-        }
+        for (int i = 0; i < 3; ++i)
+            typicalMs = std::min(typicalMs, std::max<qint64>(kelo({ "ask", "cronometrat" }).elapsedMs, 40));
 
         QProcessEnvironment processEnvironment = QProcessEnvironment::systemEnvironment();
         for (const auto &[name, value] : environment())
             processEnvironment.insert(name, value);
         int messagesBefore = readableMessages();
-        int kills = 0;
-        int round = 0;
+        int kills = 0, round = 0;
         for (; kills < 60 && round < 300; ++round) {
             const bool ask = round % 3 != 2;
-            if (ask) {
-                // Without the flag the next start rewrites the settings file as well.
-                QSettings settings(settingsFile(), QSettings::IniFormat);
-                settings.remove(QStringLiteral("kelo.didRemoveLegacyLocalModels.v2"));
-            }
+            // Without the flag the next start rewrites the settings file as well.
+            if (ask)
+                QSettings(settingsFile(), QSettings::IniFormat).remove("kelo.didRemoveLegacyLocalModels.v2");
             QProcess process;
             process.setProcessEnvironment(processEnvironment);
             const QString value = QStringLiteral("valoare-%1").arg(round);
@@ -502,21 +431,17 @@ private Q_SLOTS:
             QVERIFY(process.waitForStarted());
             // Mostly in the later part of a run, where its writes are.
             const int delayMs = int(typicalMs / 4 + QRandomGenerator::global()->bounded(typicalMs));
-            AsyncTest::waitUntil([&] { return process.state() == QProcess::NotRunning; }, delayMs);
-            const bool killed = process.state() != QProcess::NotRunning;
-            if (killed) {
+            const bool killed = !AsyncTest::waitUntil([&] { return process.state() == QProcess::NotRunning; }, delayMs);
+            if (killed)
                 process.kill();
-                QVERIFY(process.waitForFinished(5'000));
-                ++kills;
-            }
+            QVERIFY(!killed || process.waitForFinished(5'000));
+            kills += killed;
             // Follow the machine's pace: earlier after a run that finished, later after a cut one.
             typicalMs = killed ? typicalMs * 21 / 20 : std::max<qint64>(typicalMs * 4 / 5, 20);
 
             const int messages = readableMessages();
-            QVERIFY2(messages >= messagesBefore,
-                qPrintable(
-                    QStringLiteral("round %1: %2 messages, %3 before").arg(round).arg(messages).arg(messagesBefore)));
-            messagesBefore = messages;
+            QVERIFY2(messages >= std::exchange(messagesBefore, messages),
+                qPrintable(QStringLiteral("round %1: %2 messages").arg(round).arg(messages)));
             QSettings settings(settingsFile(), QSettings::IniFormat);
             QVERIFY2(settings.allKeys().contains(QStringLiteral("mcpServers")), qPrintable(contents(settingsFile())));
             QCOMPARE(settings.status(), QSettings::NoError);
@@ -537,14 +462,13 @@ private Q_SLOTS:
     // answer is still printed and a chat goes on.
     void aFullOrReadOnlyDiskKeepsEveryFile()
     {
-        if (!namespacesAvailable())
+        if (QProcess::execute(QStringLiteral("unshare"), { "-rm", "true" }) != 0)
             QSKIP("unshare -rm is not available: no private tmpfs or read-only mount can be made here");
         seedEveryFile();
         const QByteArray memory = contents(memoryFile());
         const QByteArray settings = contents(settingsFile());
         const QByteArray secrets = contents(secretsFile());
-        QVERIFY(settings.contains("customPrompt=vechi") && settings.contains("Vechi"));
-        QVERIFY(secrets.contains("sk-vechi-1234"));
+        QVERIFY(settings.contains("customPrompt=vechi") && settings.contains("Vechi") && secrets.contains("sk-vechi"));
         const QString noSpace = QStringLiteral("spațiu insuficient pe disc");
 
         const Run ask = keloOnDisk("full", "all", { "ask", "al doilea" });
@@ -587,22 +511,18 @@ private Q_SLOTS:
         QCOMPARE(kelo({ "config", "get", "elevenAPIKey", "--show-secrets" }).out, QStringLiteral("sk-vechi-1234\n"));
     }
 
-    // A damaged settings file is copied aside once, before the first rewrite; start-up removes only
-    // Kelo's own leftover models, and a run that changes nothing leaves the settings file untouched.
+    // A damaged settings file is copied aside once, before the first rewrite; start-up removes Kelo's
+    // leftover models (which ones, its own test), and a run that changes nothing leaves the settings alone.
     void startUpTouchesOnlyWhatItMust()
     {
         const QByteArray damaged = "[General\ncustomPrompt=păstrat\nlinie fără egal\n\x01\x02";
         writeFile(settingsFile(), damaged);
-        const QString foreign = m_home->cacheHome() + "/huggingface/hub/models--mlx-community--qwen-x/file";
         const QString ours = m_home->cacheHome() + "/Kelo/models--mlx-community--qwen-x/file";
-        writeFile(foreign, "altcineva");
         writeFile(ours, "rămășiță");
         const Run first = kelo({ "--version" });
-        QCOMPARE(first.exitCode, 0);
         QVERIFY2(first.err.contains("O copie a fost păstrată"), qPrintable(first.err));
         QCOMPARE(kelo({ "config", "set", "autoSpeak", "false" }).exitCode, 0);
         QCOMPARE(kelo({ "ask", "salut" }).exitCode, 0);
-        QCOMPARE(contents(foreign), QByteArray("altcineva"));
         QVERIFY(!QFile::exists(ours));
         const QStringList copies = QDir(m_home->configHome() + "/Kelo").entryList({ "KeloCompanion.damaged-*.conf" });
         QCOMPARE(copies.size(), 1);

@@ -1,6 +1,5 @@
-// A model service on 127.0.0.1 for tests of installed programs: prints its base URL, then answers
-// every chat completion with the text given as its first argument and lists one model, until it is
-// killed. With a second argument N, the answer is streamed word by word, one every N milliseconds.
+// A model service on 127.0.0.1 for tests of installed programs: prints its base URL, then answers every
+// chat completion with its first argument (streamed a word every N ms with a second argument N).
 #include "ChatCompletionReplies.h"
 #include "FakeHttpServer.h"
 

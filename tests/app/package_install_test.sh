@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian package on this machine as a user would (apt-get install ./kelo_*.deb), uses the
-# installed programs, then removes the package and every package its installation pulled in.
-# It changes /usr, so it runs only as root and only when asked: CI=true or KELO_TEST_INSTALL=1.
+# Installs the Debian package as a user would, uses the installed programs, then removes it and what it
+# pulled in. It changes /usr, so it runs only as root and when asked: CI=true or KELO_TEST_INSTALL=1.
 # Usage: package_install_test.sh BUILD_DIR FAKE_MODEL_SERVICE
 set -euo pipefail
 build=$1
@@ -70,12 +69,9 @@ appstreamcli validate --no-net /usr/share/metainfo/ro.kelo.KeloCompanion.metainf
   || fail "appstreamcli validate"
 [ -f /usr/share/icons/hicolor/scalable/apps/ro.kelo.KeloCompanion.svg ] || fail "the icon"
 
-MANWIDTH=100 man kelo 2>/dev/null | grep -q 'kelo mcp connect GALERIE_ID|ENDPOINT' || fail "man kelo"
-MANWIDTH=100 man kelo-companion 2>/dev/null | grep -q 'kelo-companion \[ADRESĂ\]' || fail "man kelo-companion"
-
-completed=$(bash -c 'source /usr/share/bash-completion/completions/kelo
-  COMP_WORDS=(kelo mcp con); COMP_CWORD=2; _kelo; echo "${COMPREPLY[*]}"')
-[ "$completed" = connect ] || fail "completion of 'kelo mcp con': $completed"
+# Their content is checked against the build (shell_integration_test.sh); here, that they are installed.
+man -w kelo kelo-companion >/dev/null 2>&1 || fail "the manual pages"
+[ -f /usr/share/bash-completion/completions/kelo ] || fail "the bash completion"
 
 # The app as the menu starts it: the desktop entry's Exec line, without a display. It must still be
 # running after a few seconds, with no QML module missing.

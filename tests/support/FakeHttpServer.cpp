@@ -18,16 +18,6 @@ QByteArray FakeHttpServer::Request::header(QByteArrayView name) const
     return {};
 }
 
-Reply Reply::json(const QJsonDocument &document, int status)
-{
-    return text(document.toJson(QJsonDocument::Compact), status, "application/json");
-}
-
-Reply Reply::text(const QByteArray &body, int status, const QByteArray &contentType)
-{
-    return Reply { status, { { "Content-Type", contentType } }, body };
-}
-
 Reply Reply::eventStream(const QList<QByteArray> &dataLines, int status)
 {
     QByteArray body;
@@ -36,22 +26,12 @@ Reply Reply::eventStream(const QList<QByteArray> &dataLines, int status)
     return text(body, status, "text/event-stream");
 }
 
-Reply Reply::eventStreamChunks(const QList<QByteArray> &chunks, int intervalMs)
-{
-    return Reply { 200, { { "Content-Type", "text/event-stream" } }, {}, chunks, 0, intervalMs };
-}
-
 Reply Reply::drip(const QByteArray &body, int intervalMs, const QByteArray &contentType)
 {
     Reply reply { 200, { { "Content-Type", contentType } }, {}, {}, 0, intervalMs };
     for (char byte : body)
         reply.chunks.append(QByteArray(1, byte));
     return reply;
-}
-
-Reply Reply::redirect(int status, const QByteArray &location)
-{
-    return Reply { status, { { "Content-Type", "text/plain" }, { "Location", location } } };
 }
 
 FakeHttpServer::FakeHttpServer(QObject *parent)

@@ -46,15 +46,27 @@ public:
 
         static Reply json(const QJsonObject &object, int status = 200) { return json(QJsonDocument(object), status); }
         static Reply json(const QJsonArray &array, int status = 200) { return json(QJsonDocument(array), status); }
-        static Reply json(const QJsonDocument &document, int status);
-        static Reply text(const QByteArray &body, int status = 200, const QByteArray &contentType = "text/plain");
+        static Reply json(const QJsonDocument &document, int status)
+        {
+            return text(document.toJson(QJsonDocument::Compact), status, "application/json");
+        }
+        static Reply text(const QByteArray &body, int status = 200, const QByteArray &contentType = "text/plain")
+        {
+            return Reply { status, { { "Content-Type", contentType } }, body };
+        }
         // One "data:" event per entry.
         static Reply eventStream(const QList<QByteArray> &dataLines, int status = 200);
         // Sent as these chunks exactly (events may span chunks).
-        static Reply eventStreamChunks(const QList<QByteArray> &chunks, int intervalMs = 0);
+        static Reply eventStreamChunks(const QList<QByteArray> &chunks, int intervalMs = 0)
+        {
+            return Reply { 200, { { "Content-Type", "text/event-stream" } }, {}, chunks, 0, intervalMs };
+        }
         // One byte each intervalMs: never idle, never done in good time.
         static Reply drip(const QByteArray &body, int intervalMs, const QByteArray &contentType = "text/plain");
-        static Reply redirect(int status, const QByteArray &location);
+        static Reply redirect(int status, const QByteArray &location)
+        {
+            return Reply { status, { { "Content-Type", "text/plain" }, { "Location", location } } };
+        }
     };
 
     using Handler = std::function<Reply(const Request &)>;

@@ -7,11 +7,6 @@
 
 namespace KeloProcess {
 
-QString Result::lastErrorLine() const
-{
-    return err.trimmed().split(QLatin1Char('\n')).last();
-}
-
 Result run(const QString &executable, const QStringList &arguments, const Options &options)
 {
     QProcess process;

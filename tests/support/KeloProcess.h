@@ -20,7 +20,7 @@ struct Result
     qint64 elapsedMs = 0;
 
     // The command's own message: a warning about where secrets are kept may come first.
-    QString lastErrorLine() const;
+    QString lastErrorLine() const { return err.trimmed().split(QLatin1Char('\n')).last(); }
 };
 
 struct Options

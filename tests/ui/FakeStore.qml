@@ -2,17 +2,14 @@ import QtQuick
 import Kelo.Core
 import Kelo.Testing
 
-// Stands in for ChatStore: published state the tests set directly, and the QML entry points
-// recorded in `calls` in the order they arrive.
+// Stands in for ChatStore: state the tests set directly, and the entry points recorded in `calls`.
 QtObject {
     id: store
     // Same roles as the store's ChatMessageModel: role, text, fromApp, date.
     property ListModel conversation: ListModel {}
     property string draft: ""
     property bool isThinking: false
-    property bool isPushToTalkActive: false
     property int activity: ChatStore.Idle
-    property string toolStatus: ""
     property var zenModels: []
     property string zenError: ""
     property bool hasZenKey: true
@@ -25,15 +22,10 @@ QtObject {
     property QtObject memory: QtObject { property string summary: "" }
     property var calls: []
 
-    function record(name) {
-        var copy = calls.slice()
-        copy.push(name)
-        calls = copy
-    }
+    function record(name) { calls = calls.concat([name]) }
     function startPushToTalk() { record("begin") }
     function stopPushToTalk() { record("end") }
     function sendDraft() { record("send:" + draft) }
-    function interrupt() { record("interrupt") }
     function reloadZenModels() { record("reloadZenModels") }
     function reloadMCPBindings() { record("reloadMCPBindings") }
 

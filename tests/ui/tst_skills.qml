@@ -24,8 +24,7 @@ Item {
         name: "SkillsView"
         when: windowShown
 
-        // Separate clicks by more than the double-click interval: synthetic clicks on different
-        // buttons would otherwise pair up into a double click.
+        // Apart by more than the double-click interval, or clicks on different buttons pair up.
         function click(item) {
             wait(Qt.styleHints.mouseDoubleClickInterval + 50)
             mouseClick(item)
@@ -36,13 +35,24 @@ Item {
         function init() {
             while (servers().length > 0)
                 actions.removeServer(servers()[0].id)
-            skills.toolResult = ""
             waitForRendering(skills)
         }
 
         function test_serverRowsSwitchCheckAndDelete() {
             actions.addManualServer("Mort", "http://127.0.0.1:1/mcp", "")
-            actions.addManualServer("Unelte", "https://tools.example/mcp", "t")
+            // The second through the sheet, which saves only a valid address, trimmed.
+            mouseClick(findChild(skills, "manualAddButton"))
+            var sheet = findChild(skills, "manualSheet")
+            tryVerify(function () { return sheet.opened })
+            var save = findChild(sheet.contentItem, "saveManualButton")
+            sheet.name = "Unelte"
+            sheet.token = "t"
+            sheet.endpoint = "tools.example/mcp"
+            verify(!save.enabled && sheet.endpointError.length > 0)
+            sheet.endpoint = " https://tools.example/mcp "
+            click(save)
+            tryVerify(function () { return !sheet.visible })
+            compare(servers()[1].endpoint, "https://tools.example/mcp")
             var first = findChild(skills, "serverRow_0")
             compare(findChild(first, "serverDetail").text, "Fără auth · Activ")
             compare(findChild(findChild(skills, "serverRow_1"), "serverDetail").text, "Token · Activ")
@@ -89,23 +99,6 @@ Item {
             compare(servers()[0].authLabel, "Token")
             verify(findChild(findChild(skills, "galleryRow_linear"), "connectedBadge").visible)
             verify(!findChild(findChild(skills, "galleryRow_github"), "connectedBadge").visible)
-        }
-
-        function test_manualServerNeedsAValidEndpoint() {
-            mouseClick(findChild(skills, "manualAddButton"))
-            var sheet = findChild(skills, "manualSheet")
-            tryVerify(function () { return sheet.opened })
-            var save = findChild(sheet.contentItem, "saveManualButton")
-            sheet.name = "Unelte"
-            sheet.endpoint = "tools.example/mcp"
-            verify(!save.enabled)
-            verify(sheet.endpointError.length > 0)
-            sheet.endpoint = " https://tools.example/mcp "
-            verify(save.enabled)
-            mouseClick(save)
-            tryVerify(function () { return !sheet.visible })
-            compare(servers().length, 1)
-            compare(servers()[0].endpoint, "https://tools.example/mcp")
         }
     }
 }

@@ -13,8 +13,7 @@ Q_IMPORT_QML_PLUGIN(KeloPlugin)
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
-// Qt is built without frame pointers, so the fast unwinder stops at the first Qt frame; the
-// suppressions for Qt Quick's own image caches (scripts/sanitizer/lsan.supp) need whole stacks.
+// Qt has no frame pointers, and the suppressions of Qt Quick's image caches (lsan.supp) need whole stacks.
 extern "C" const char *__asan_default_options()
 {
     return "fast_unwind_on_malloc=0";
@@ -22,26 +21,19 @@ extern "C" const char *__asan_default_options()
 #endif
 #endif
 
-// The real store and actions the views are tested against, in a home of their own for each test
-// file's engine, so no file sees what another saved.
+// The real store and actions, in a home of their own per test file's engine: no file sees another's.
 class RealObjects : public QObject
 {
     Q_OBJECT
     Q_PROPERTY(ChatStore *store READ store CONSTANT)
     Q_PROPERTY(CompanionActions *actions READ actions CONSTANT)
 
-public:
-    RealObjects()
-        : m_actions(&m_store)
-    { }
-
     ChatStore *store() { return &m_store; }
     CompanionActions *actions() { return &m_actions; }
 
-private:
     TemporaryHome m_home;
     ChatStore m_store;
-    CompanionActions m_actions;
+    CompanionActions m_actions { &m_store };
 };
 
 // Material dark like the app, the app's icon theme and the model service pointed at a closed port.
