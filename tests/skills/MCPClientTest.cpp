@@ -86,6 +86,14 @@ private Q_SLOTS:
         const auto last = mcp.http.requests("/mcp").last();
         QCOMPARE(last.header("Mcp-Session-Id"), QByteArray("session-2"));
         QCOMPARE(last.header("Authorization"), QByteArray("Bearer secret"));
+
+        // Bad endpoints and a token that would inject a header are refused before anything is sent.
+        const qsizetype sent = mcp.http.requests().size();
+        QCOMPARE(
+            mcpError(client.callTool(server("http://127.0.0.1:99999/mcp"), "t", {})).kind(), MCPError::invalidEndpoint);
+        QVERIFY(AsyncTest::awaitError<HeaderValueError>(
+            client.callTool(server(mcp.endpoint(), "T", "t\r\nX: 1"), "x", {})));
+        QCOMPARE(mcp.http.requests().size(), sent);
     }
 
     // A tool call's reply becomes text for the model or a typed error.
@@ -170,18 +178,6 @@ private Q_SLOTS:
             QVERIFY(error.description().startsWith(expected));
         }
         QCOMPARE(seen, QJsonObject({ { "name", "Search-Docs" }, { "arguments", arguments } }));
-    }
-
-    // Bad endpoints and a token that would inject a header are refused before anything is sent.
-    void badEndpointsAndTokensNeverReachTheNetwork()
-    {
-        FakeHttpServer http;
-        MCPClient client;
-        QCOMPARE(
-            mcpError(client.callTool(server("http://127.0.0.1:99999/mcp"), "t", {})).kind(), MCPError::invalidEndpoint);
-        const MCPServerConfig injecting = server(http.baseUrl() + "/mcp", "Test", "tok\r\nX-Injected: 1");
-        QVERIFY(AsyncTest::awaitError<HeaderValueError>(client.initialize(injecting)));
-        QVERIFY(http.requests().isEmpty());
     }
 
     // Keep-alives reset the inactivity limit, never the deadline (60 s of 25 s scaled to 720 ms of 300).
@@ -327,8 +323,6 @@ private Q_SLOTS:
         QTest::newRow("cursor that comes back") << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "c1"},
             "c1": {"tools": [{"name": "b"}], "nextCursor": "c1"}})")
                                                 << QStringList({ "a", "b" }) << 2;
-        QTest::newRow("cursor that is no text")
-            << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": 7}})") << QStringList({ "a" }) << 1;
         QTest::newRow("endless pages") << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "next"}})")
                                        << QStringList { "a" } + QStringList(MCPClient::maxToolPages - 1, "b")
                                        << MCPClient::maxToolPages;
