@@ -38,11 +38,6 @@ class WebSkillServiceTest : public QObject
     QString search(const QString &query) { return AsyncTest::await(m_service->searchRomanianWeb(query)); }
     QString fetch(const QString &path) { return AsyncTest::await(m_service->fetchURL(m_server->baseUrl() + path)); }
 
-    template<typename E> std::optional<E> searchError()
-    {
-        return AsyncTest::awaitError<E>(m_service->searchRomanianWeb(QStringLiteral("x")));
-    }
-
 private Q_SLOTS:
     void init()
     {
@@ -83,14 +78,15 @@ private Q_SLOTS:
 
         // Failures are typed errors, never text for the model.
         m_server->enqueue("GET", searchPath, Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404));
-        QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
+        QCOMPARE(AsyncTest::awaitError<URLError>(m_service->searchRomanianWeb("x")).value().code(),
+            URLError::badServerResponse);
         for (const Reply &reply :
             { Reply::text("{\"pages\":[", 200, "application/json"), Reply::json(QJsonObject { { "pages", "none" } }),
                 pages({ "text" }), pages({ QJsonObject { { "title", 7 } } }), pages({ page("Titlu", 5) }) }) {
             m_server->enqueue("GET", searchPath, reply);
-            const auto error = searchError<DecodingError>();
-            QVERIFY2(error, reply.body.constData());
-            QVERIFY(error->description().startsWith(QStringLiteral("Răspunsul serverului nu are forma așteptată")));
+            const auto error = AsyncTest::awaitError<DecodingError>(m_service->searchRomanianWeb("x"));
+            QVERIFY2(error && error->description().startsWith("Răspunsul serverului nu are forma așteptată"),
+                reply.body.constData());
         }
     }
 
