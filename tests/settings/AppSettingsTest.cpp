@@ -37,7 +37,6 @@ private Q_SLOTS:
         const QList<MCPServerConfig> servers { server("notite", "tok=,\"1\""), server("calendar", {}) };
         {
             AppSettings settings;
-            QVERIFY(settings.mcpServers().isEmpty());
             // Reading alone writes nothing but the empty, private file; it stays private.
             QVERIFY(contents(settingsPath(firstRun)).trimmed().isEmpty() && isOwnerOnly(settingsPath(firstRun)));
             for (const auto &[name, changed] : all)
@@ -115,32 +114,21 @@ private Q_SLOTS:
             QVERIFY2(AppSettings().property(property) == expected, line.constData());
         }
 
-        // An unknown title stays in the file until the user picks a personality; a file an older run left
-        // readable by others is narrowed at once.
+        // An unknown title and an undecodable server list stay in the file until the user changes them; a
+        // file an older run left readable by others is narrowed at once.
         TemporaryHome home;
-        writeFile(settingsPath(home), "[General]\npersonality=calm\n");
+        writeFile(settingsPath(home), "[General]\npersonality=calm\nmcpServers=\"[{\\\"name\\\":\\\"fara id\\\"}]\"\n");
         QFile::setPermissions(
             settingsPath(home), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther);
         AppSettings settings;
-        QVERIFY(isOwnerOnly(settingsPath(home)));
+        QVERIFY(isOwnerOnly(settingsPath(home)) && settings.mcpServers().isEmpty());
         settings.setAutoSpeak(false);
         QVERIFY(contents(settingsPath(home)).contains("\npersonality=calm"));
-        settings.setPersonality(PersonalityPreset::calm);
-        QVERIFY(contents(settingsPath(home)).contains("\npersonality=Calm"));
-    }
-
-    void undecodableServerListIsKeptUntilTheListChanges()
-    {
-        TemporaryHome home;
-        const QByteArray undecodable = "\nmcpServers=\"[{\\\"name\\\":\\\"fara id\\\"}]\"\n";
-        writeFile(settingsPath(home), "[General]" + undecodable);
-        AppSettings settings;
-        QVERIFY(settings.mcpServers().isEmpty());
-        settings.setMemoryEnabled(false);
         QVERIFY(contents(settingsPath(home)).contains("\nmcpServers=[{\\\"name\\\":\\\"fara id\\\"}]\n"));
-
+        settings.setPersonality(PersonalityPreset::calm);
         settings.setMcpServers({ server("nou", "secret") });
-        QVERIFY(!contents(settingsPath(home)).contains("fara id"));
+        const QByteArray changed = contents(settingsPath(home));
+        QVERIFY(changed.contains("\npersonality=Calm") && !changed.contains("fara id"));
     }
 
     void mcpSecretsLiveInTheSecureStoreAndLeaveWithTheirServer()
@@ -185,8 +173,7 @@ private Q_SLOTS:
             if (!storable)
                 QDir().mkpath(secretsPath(home));
             AppSettings settings;
-            QCOMPARE(settings.mcpServers().size(), 1);
-            QCOMPARE(settings.mcpServers().first().bearerToken, QString("legacy-tok"));
+            QCOMPARE(settings.mcpServers().value(0).bearerToken, QString("legacy-tok"));
             const QByteArray file = contents(settingsPath(home));
             QCOMPARE(file == legacy, !storable);
             QVERIFY(file.contains("vechi") && file.contains("legacy-tok") != storable);
