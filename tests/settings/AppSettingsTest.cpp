@@ -31,26 +31,24 @@ private Q_SLOTS:
             { "azureRegion", "northeurope" }, { "azureVoiceName", "ro-RO-EmilNeural" }, { "elevenVoiceID", "v1" },
             { "elevenAPIKey", "e-key" }, { "backgroundConversationEnabled", true }, { "memoryEnabled", false },
             { "autoSkillsEnabled", false } };
+        ScopedUmask permissive(0);
         TemporaryHome firstRun;
         ScopedEnvironment noOverride("KELO_ZEN_API_KEY", QString());
         const QList<MCPServerConfig> servers { server("notite", "tok=,\"1\""), server("calendar", {}) };
         {
             AppSettings settings;
-            QVERIFY(settings.mcpServers().isEmpty());
-            // Reading alone writes nothing but the empty, private file.
-            QVERIFY(contents(settingsPath(firstRun)).trimmed().isEmpty());
+            // Reading alone writes nothing but the empty, private file; it stays private.
+            QVERIFY(contents(settingsPath(firstRun)).trimmed().isEmpty() && isOwnerOnly(settingsPath(firstRun)));
             for (const auto &[name, changed] : all)
                 QVERIFY2(settings.setProperty(name, changed) && settings.property(name) == changed, name);
             settings.setMcpServers(servers);
+            QVERIFY(isOwnerOnly(settingsPath(firstRun)));
         }
         TemporaryHome secondRun;
         copyConfig(firstRun, secondRun);
         AppSettings settings;
         for (const auto &[name, changed] : all)
             QVERIFY2(settings.property(name) == changed, name);
-        QCOMPARE(settings.personality(), PersonalityPreset::direct);
-        QCOMPARE(settings.responseLength(), ResponseLengthPreset::detailed);
-        QCOMPARE(settings.voiceEngine(), VoiceEnginePreset::googleCloud);
         QCOMPARE(settings.mcpServers(), servers);
 
         // Three file keys differ from the property names; no credential is in the file.
@@ -78,25 +76,16 @@ private Q_SLOTS:
         QVERIFY(!settings.setPersonalityRawValue("calm"));
         QVERIFY(!settings.setResponseLengthRawValue("Lung"));
         QVERIFY(!settings.setVoiceEngineRawValue("apple local"));
-        QVERIFY(settings.personality() == PersonalityPreset::companion
-            && settings.responseLength() == ResponseLengthPreset::short_
-            && settings.voiceEngine() == VoiceEnginePreset::appleLocal);
         for (const char *name : { "zenAPIKey", "googleTTSAPIKey", "azureSpeechKey", "elevenAPIKey" }) {
-            for (const QString &key : { QString("sk\r\nX-Injected: 1"), QString("sk\t1"), QString("sk\u007f") }) {
+            for (const QString &key : { QString("sk\r\nX-Injected: 1"), QString("sk\u007f") }) {
                 QVERIFY(settings.setProperty(name, key));
                 QCOMPARE(settings.property(name).toString(), QString());
-                const auto reason = AppSettings::invalidValueReason(QLatin1String(name), key);
-                QVERIFY2(reason && reason->contains(QString("caractere de control")), name);
             }
-            QVERIFY(!AppSettings::invalidValueReason(QLatin1String(name), QString("  sk-ăâ-1  ")));
         }
         QVERIFY(!contents(secretsPath(home)).contains("sk"));
-
-        for (double rate : { qQNaN(), qInf(), -qInf() }) {
+        for (double rate : { qQNaN(), qInf(), -qInf() })
             settings.setVoiceRate(rate);
-            QCOMPARE(settings.voiceRate(), 0.45);
-            QVERIFY(AppSettings::invalidValueReason("voiceRate", rate));
-        }
+        QCOMPARE(settings.voiceRate(), 0.45);
         QCOMPARE(changed.size(), 0);
         settings.setVoiceRate(-5);
         QCOMPARE(settings.voiceRate(), AppSettings::minimumVoiceRate);
@@ -106,57 +95,40 @@ private Q_SLOTS:
         settings.setMcpServers({ server("a", {}) });
         QCOMPARE(rateChanged.size(), 2);
         QCOMPARE(changed.size(), 3);
-        QVERIFY(
-            AppSettings::invalidValueReason("voiceRate", -5.0) && !AppSettings::invalidValueReason("voiceRate", 0.4));
     }
 
     // Hand-edited or foreign values: the right kind is honoured, anything else is the default.
     void storedValuesAreReadOnlyWhenTheyAreOfTheRightKind()
     {
         const QList<std::tuple<QByteArray, const char *, QVariant>> cases { { "autoSpeak=abc", "autoSpeak", true },
-            { "autoSpeak=False", "autoSpeak", false }, { "internet=FALSE", "internetEnabled", false },
-            { "onDeviceSpeech=0", "preferOnDeviceSpeech", true },
+            { "internet=FALSE", "internetEnabled", false }, { "onDeviceSpeech=0", "preferOnDeviceSpeech", true },
             { "backgroundConversation=yes", "backgroundConversationEnabled", false },
             { "backgroundConversation=TRUE", "backgroundConversationEnabled", true },
             { "voiceRate=x", "voiceRate", 0.45 }, { "voiceRate=nan", "voiceRate", 0.45 },
-            { "voiceRate=-inf", "voiceRate", 0.45 }, { "voiceRate=0.52", "voiceRate", 0.52 },
-            { "voiceRate=-5", "voiceRate", AppSettings::minimumVoiceRate },
-            { "personality=calm", "personality", "Companion" },
-            { "responseLength=Echilibrat", "responseLength", "Echilibrat" },
-            { "voiceEngine=Piper", "voiceEngine", "Apple Local" }, { "zenModelID=a, b", "zenModelID", "big-pickle" },
-            { "azureRegion=@ByteArray(northeurope)", "azureRegion", "westeurope" } };
+            { "voiceRate=0.52", "voiceRate", 0.52 }, { "voiceRate=-5", "voiceRate", AppSettings::minimumVoiceRate },
+            { "personality=calm", "personality", "Companion" }, { "voiceEngine=Piper", "voiceEngine", "Apple Local" },
+            { "zenModelID=a, b", "zenModelID", "big-pickle" } };
         for (const auto &[line, property, expected] : cases) {
             TemporaryHome home;
             writeFile(settingsPath(home), "[General]\n" + line + "\n");
             QVERIFY2(AppSettings().property(property) == expected, line.constData());
         }
 
-        // An unknown title stays in the file until the user picks a personality.
+        // An unknown title and an undecodable server list stay in the file until the user changes them; a
+        // file an older run left readable by others is narrowed at once.
         TemporaryHome home;
-        writeFile(settingsPath(home), "[General]\npersonality=calm\n");
+        writeFile(settingsPath(home), "[General]\npersonality=calm\nmcpServers=\"[{\\\"name\\\":\\\"fara id\\\"}]\"\n");
+        QFile::setPermissions(
+            settingsPath(home), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther);
         AppSettings settings;
+        QVERIFY(isOwnerOnly(settingsPath(home)) && settings.mcpServers().isEmpty());
         settings.setAutoSpeak(false);
         QVERIFY(contents(settingsPath(home)).contains("\npersonality=calm"));
-        settings.setPersonality(PersonalityPreset::calm);
-        QVERIFY(contents(settingsPath(home)).contains("\npersonality=Calm"));
-    }
-
-    void undecodableServerListIsKeptUntilTheListChanges()
-    {
-        TemporaryHome home;
-        const QByteArray undecodable = "\nmcpServers=\"[{\\\"name\\\":\\\"fara id\\\"}]\"\n";
-        writeFile(settingsPath(home), "[General]" + undecodable);
-        AppSettings settings;
-        QVERIFY(settings.mcpServers().isEmpty());
-        settings.setMemoryEnabled(false);
         QVERIFY(contents(settingsPath(home)).contains("\nmcpServers=[{\\\"name\\\":\\\"fara id\\\"}]\n"));
-
-        const QList<MCPServerConfig> servers { server("nou", "secret") };
-        settings.setMcpServers(servers);
-        QVERIFY(!contents(settingsPath(home)).contains("fara id"));
-        TemporaryHome next;
-        copyConfig(home, next);
-        QCOMPARE(AppSettings().mcpServers(), servers);
+        settings.setPersonality(PersonalityPreset::calm);
+        settings.setMcpServers({ server("nou", "secret") });
+        const QByteArray changed = contents(settingsPath(home));
+        QVERIFY(changed.contains("\npersonality=Calm") && !changed.contains("fara id"));
     }
 
     void mcpSecretsLiveInTheSecureStoreAndLeaveWithTheirServer()
@@ -168,7 +140,7 @@ private Q_SLOTS:
             QDateTime::fromSecsSinceEpoch(QDateTime::currentSecsSinceEpoch() + 3600, Qt::UTC) };
         const MCPServerConfig plain = server("calendar", {});
         AppSettings(nullptr).setMcpServers({ connected, plain });
-        QByteArray file = contents(settingsPath(home));
+        const QByteArray file = contents(settingsPath(home));
         for (const char *secret : { "tok-A", "ref-B", "sec-C" }) {
             QVERIFY2(!file.contains(secret), secret);
             QVERIFY2(contents(secretsPath(home)).contains(secret), secret);
@@ -180,23 +152,12 @@ private Q_SLOTS:
         AppSettings settings;
         QCOMPARE(settings.mcpServers(), QList<MCPServerConfig>({ connected, plain }));
 
-        // Renewed credentials change the credentials and nothing else.
-        MCPServerConfig renewed = connected;
-        renewed.name = "altul";
-        renewed.bearerToken = "tok-D";
-        renewed.needsReconnect = true;
-        settings.updateMcpServerCredentials(renewed);
-        const MCPServerConfig stored = settings.mcpServerList().first().value<MCPServerConfig>();
-        QVERIFY(stored.name == "notite" && stored.bearerToken == "tok-D" && stored.needsReconnect);
-        QCOMPARE(settings.mcpServers().first(), stored);
-        file = contents(settingsPath(next));
-        QVERIFY(file.contains("needsReconnect") && !file.contains("tok-D"));
-
+        // Secrets leave with their server, and a renewal for it does not bring them back (renewals of a
+        // listed server are driven by the journeys).
         settings.setMcpServers({ plain });
-        for (const char *secret : { "tok-D", "ref-B", "sec-C" })
+        for (const char *secret : { "tok-A", "ref-B", "sec-C" })
             QVERIFY2(!contents(secretsPath(next)).contains(secret), secret);
-        // Credentials of a server no longer listed are not brought back.
-        settings.updateMcpServerCredentials(renewed);
+        settings.updateMcpServerCredentials(connected);
         QCOMPARE(settings.mcpServers(), QList<MCPServerConfig>({ plain }));
     }
 
@@ -212,8 +173,7 @@ private Q_SLOTS:
             if (!storable)
                 QDir().mkpath(secretsPath(home));
             AppSettings settings;
-            QCOMPARE(settings.mcpServers().size(), 1);
-            QCOMPARE(settings.mcpServers().first().bearerToken, QString("legacy-tok"));
+            QCOMPARE(settings.mcpServers().value(0).bearerToken, QString("legacy-tok"));
             const QByteArray file = contents(settingsPath(home));
             QCOMPARE(file == legacy, !storable);
             QVERIFY(file.contains("vechi") && file.contains("legacy-tok") != storable);
@@ -221,37 +181,12 @@ private Q_SLOTS:
         }
     }
 
-    void settingsFileIsPrivateFromTheStart()
-    {
-        ScopedUmask permissive(0);
-        TemporaryHome home;
-        {
-            AppSettings settings;
-            QVERIFY(isOwnerOnly(settingsPath(home)));
-            settings.setMcpServers({ server("x", "bearer") });
-            settings.setCustomPrompt(QString("salut"));
-            QVERIFY(isOwnerOnly(settingsPath(home)));
-        }
-        // A file left readable by an older run is narrowed as soon as the app starts.
-        TemporaryHome older;
-        writeFile(settingsPath(older), "[General]\nautoSpeak=false\n");
-        QFile::setPermissions(settingsPath(older),
-            QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther);
-        AppSettings settings;
-        QVERIFY(isOwnerOnly(settingsPath(older)));
-        QVERIFY(!settings.autoSpeak());
-    }
-
     // Memory before personal instructions, each trimmed; blank ones add nothing.
     void systemPromptComposesPersonaMemoryAndInstructions()
     {
-        const QString promptRulesEnd = "preferă rezultatul real al instrumentului în locul presupunerilor.\n";
         TemporaryHome home;
         AppSettings settings;
         const QString bare = settings.systemPrompt(QString());
-        QVERIFY(bare.contains(Presets::promptSentence(PersonalityPreset::companion) + QLatin1Char('\n')
-            + Presets::promptSentence(ResponseLengthPreset::short_) + QString("\nNu expune")));
-        QVERIFY(bare.endsWith(promptRulesEnd + QLatin1Char('\n')));
         settings.setCustomPrompt(QString(" \t\n"));
         QCOMPARE(settings.systemPrompt(QString("  \n")), bare);
 
@@ -261,14 +196,8 @@ private Q_SLOTS:
         const QString both = settings.systemPrompt(QString("  Ana are o pisică.\n"));
         QVERIFY(both.contains(Presets::promptSentence(PersonalityPreset::direct) + QLatin1Char('\n')
             + Presets::promptSentence(ResponseLengthPreset::balanced)));
-        QVERIFY(both.endsWith(promptRulesEnd
-            + QString(
-                "Memorie de conversație:\nAna are o pisică.\nInstrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
-        QVERIFY(settings.systemPrompt(QString()).endsWith(
-            promptRulesEnd + QString("\nInstrucțiuni personale:\nSpune-mi Ana.\nFără emoji.")));
-        settings.setCustomPrompt(QString());
-        QVERIFY(settings.systemPrompt(QString("rezumat"))
-                    .endsWith(promptRulesEnd + QString("Memorie de conversație:\nrezumat\n")));
+        QVERIFY(both.endsWith("în locul presupunerilor.\nMemorie de conversație:\nAna are o pisică.\n"
+                              "Instrucțiuni personale:\nSpune-mi Ana.\nFără emoji."));
     }
 };
 

@@ -14,12 +14,11 @@ namespace SettingsTestSupport {
 
 inline QString settingsPath(const TemporaryHome &home)
 {
-    return home.configHome() + QStringLiteral("/Kelo/KeloCompanion.conf");
+    return home.configHome() + "/Kelo/KeloCompanion.conf";
 }
-
 inline QString secretsPath(const TemporaryHome &home)
 {
-    return home.configHome() + QStringLiteral("/Kelo/secrets.json");
+    return home.configHome() + "/Kelo/secrets.json";
 }
 
 inline QByteArray contents(const QString &path)
@@ -39,9 +38,7 @@ inline void writeFile(const QString &path, const QByteArray &text)
 // Readable and writable by the owner, nothing for anyone else.
 inline bool isOwnerOnly(const QString &path)
 {
-    struct stat info
-    {
-    };
+    struct stat info = {};
     return ::stat(QFile::encodeName(path).constData(), &info) == 0 && (info.st_mode & 0777) == 0600;
 }
 

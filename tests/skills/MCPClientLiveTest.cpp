@@ -25,11 +25,7 @@ private Q_SLOTS:
         QVERIFY(echo != bindings.end());
         QCOMPARE(echo->definition.name, QString("mcp_everything_echo"));
         QVERIFY(echo->definition.description.endsWith(" [MCP: Everything]"));
-        QVERIFY(echo->definition.description.size() > QString(" [MCP: Everything]").size());
         QVERIFY(echo->definition.inputSchema.value("properties").toObject().contains("message"));
-        for (const auto &binding : bindings)
-            QVERIFY2(!binding.definition.name.contains('-') && binding.definition.name.size() <= 64,
-                qPrintable(binding.definition.name));
 
         const QString echoed = AsyncTest::await(client.callTool(server, "echo", { { "message", "Bună, Kelo!" } }));
         QVERIFY2(echoed.contains("Bună, Kelo!"), qPrintable(echoed));

@@ -26,16 +26,11 @@ class MCPClientTest : public QObject
 {
     Q_OBJECT
 
-    static QJsonObject rpcResult(const QJsonObject &result)
+    static Reply textResult(const QByteArray &text, const QByteArray &type = "application/json")
     {
-        return { { "jsonrpc", "2.0" }, { "id", 1 }, { "result", result } };
+        const QByteArray body = "{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":{\"content\":[{\"text\":\"" + text + "\"}]}}";
+        return type == "application/json" ? Reply::text(body, 200, type) : Reply::eventStream({ body });
     }
-    static QByteArray compact(const QJsonObject &object)
-    {
-        return QJsonDocument(object).toJson(QJsonDocument::Compact);
-    }
-    static QJsonObject content(const QJsonArray &items) { return { { "content", items } }; }
-    static QJsonObject text(const QString &text) { return { { "type", "text" }, { "text", text } }; }
     static QJsonObject tool(const QString &name) { return { { "name", name }, { "inputSchema", QJsonObject() } }; }
     static MCPServerConfig server(const QString &endpoint, const QString &name = "Test", const QString &token = {})
     {
@@ -57,7 +52,7 @@ private Q_SLOTS:
     {
         PlainServer mcp({ tool("a") });
         mcp.http.enqueue("POST", "/mcp", Reply::text("oops", 500));
-        const QByteArray init = compact(rpcResult({ { "protocolVersion", "2025-06-18" } }));
+        const QByteArray init = R"({"jsonrpc":"2.0","id":1,"result":{"protocolVersion":"2025-06-18"}})";
         mcp.http.enqueue("POST", "/mcp",
             withSession(
                 Reply::text("event: message\nid: 7\ndata: " + init + "\n\n", 200, "text/event-stream"), "session-1"));
@@ -68,20 +63,14 @@ private Q_SLOTS:
         QCOMPARE(AsyncTest::await(client.listTools(server(mcp.endpoint()))).size(), 1);
         AsyncTest::await(client.listTools(server(mcp.endpoint(), "Twin")));
         QCOMPARE(mcp.methods(), QStringList({ "initialize", "notifications/initialized", "tools/list", "tools/list" }));
-
-        // What a server demands of the handshake itself is checked against a real one (MCPClientLiveTest).
         const auto requests = mcp.http.requests("/mcp");
         QCOMPARE(requests[1].json().value("id"), QJsonValue::Undefined);
         QVERIFY(requests[2].json().value("id") != requests[3].json().value("id"));
-        QVERIFY(requests[0].header("Authorization").isNull());
-        QVERIFY(requests[0].header("Mcp-Session-Id").isEmpty());
         for (int i = 1; i < requests.size(); ++i)
             QCOMPARE(requests[i].header("Mcp-Session-Id"), QByteArray("session-1"));
 
         // A later session id replaces the stored one; one sent with an error does not.
-        mcp.onCall = [](const QJsonObject &) {
-            return withSession(Reply::json(rpcResult(content({ text("ok") }))), "session-2");
-        };
+        mcp.onCall = [](const QJsonObject &) { return withSession(textResult("ok"), "session-2"); };
         const MCPServerConfig target = server(mcp.endpoint(), "T", "secret");
         QCOMPARE(AsyncTest::await(client.callTool(target, "x", {})), QString("ok"));
         mcp.http.enqueue("POST", "/mcp", withSession(Reply::text("denied", 401), "from-an-error"));
@@ -90,6 +79,14 @@ private Q_SLOTS:
         const auto last = mcp.http.requests("/mcp").last();
         QCOMPARE(last.header("Mcp-Session-Id"), QByteArray("session-2"));
         QCOMPARE(last.header("Authorization"), QByteArray("Bearer secret"));
+
+        // Bad endpoints and a token that would inject a header are refused before anything is sent.
+        const qsizetype sent = mcp.http.requests().size();
+        QCOMPARE(
+            mcpError(client.callTool(server("http://127.0.0.1:99999/mcp"), "t", {})).kind(), MCPError::invalidEndpoint);
+        QVERIFY(AsyncTest::awaitError<HeaderValueError>(
+            client.callTool(server(mcp.endpoint(), "T", "t\r\nX: 1"), "x", {})));
+        QCOMPARE(mcp.http.requests().size(), sent);
     }
 
     // A tool call's reply becomes text for the model or a typed error.
@@ -106,14 +103,12 @@ private Q_SLOTS:
         const auto failure = [](const char *name, const Reply &reply, int kind, const char *description = "") {
             QTest::newRow(name) << reply << QString(description) << kind;
         };
-        answer("texts joined", R"({"content":[{"type":"text","text":"unu"},{"type":"image"},{"text":"doi"}]})",
-            "unu\ndoi");
+        answer("texts joined, error flag ignored",
+            R"({"isError":true,"content":[{"type":"text","text":"unu"},{"type":"image"},{"text":"doi"}]})", "unu\ndoi");
         answer("embedded resource", R"({"content":[{"type":"resource","resource":{"uri":"x:/y","text":"conținut"}}]})",
             "conținut");
-        answer("error flag ignored", R"({"isError":true,"content":[{"type":"text","text":"a eșuat"}]})", "a eșuat");
         answer("image only", R"({"content":[{"type":"image","mimeType":"image/png","data":"iVBO"}]})");
         answer("content not all objects", R"({"content":[{"text":"a"},"b"]})");
-        answer("no content", R"({"z":1,"a":{"b":null}})");
 
         const QByteArray reply = R"({"jsonrpc":"2.0","id":99,"result":{"content":[{"text":"răspuns"}]}})";
         QTest::newRow("stream with noise before the reply") << Reply::eventStream(
@@ -127,26 +122,20 @@ private Q_SLOTS:
         QTest::newRow("event across chunks") << Reply::eventStreamChunks(
             { "data: {\"id\":1,\n", "data: \"result\":{\"content\":[{\"text\":\"bucăți\"}]}}\n", "\n" }, 30)
                                              << "bucăți" << -1;
-        const QString big(4 * 1024 * 1024, QLatin1Char('k'));
-        Reply open = Reply::eventStream({ compact(rpcResult(content({ text(big) }))) });
+        const QByteArray big(4 * 1024 * 1024, 'k');
+        Reply open = textResult(big, "text/event-stream");
         open.chunks = { open.body };
         open.holdOpenAfterChunks = true;
-        QTest::newRow("stream left open after megabytes") << open << big << -1;
+        QTest::newRow("stream left open after megabytes") << open << QString(big) << -1;
 
         const int invalid = MCPError::invalidResponse;
-        failure("array body", Reply::text("[1,2]", 200, "application/json"), invalid);
         failure("truncated json", Reply::text(R"({"jsonrpc":"2.0","result":{)", 200, "application/json"), invalid);
         failure("stream without object", Reply::eventStream({ "{broken", "[DONE]", "\"text\"" }), invalid);
         failure("stream that is not utf-8",
             Reply::text("data: {\"id\":1,\"result\":{}}\n: \xff\xfe\n", 200, "text/event-stream"), invalid);
         failure("empty 202 to a request", Reply::text({}, 202), invalid);
         failure("result not an object", Reply::text(R"({"id":1,"result":"yes"})", 200, "application/json"), invalid);
-        failure("status 400", Reply::text("oops", 400), invalid);
         failure("status 500", Reply::text("oops", 500), invalid);
-        failure("status 401", Reply::text("{}", 401, "application/json"), MCPError::unauthorized);
-        failure("status 403", Reply::text("{}", 403, "application/json"), MCPError::unauthorized);
-        failure("404 within a session", Reply::text("gone", 404), MCPError::sessionExpired,
-            "Serverul MCP nu mai recunoaște sesiunea.");
         failure("remote error",
             Reply::text(R"({"error":{"code":1,"message":"cheie greșită"}})", 200, "application/json"), MCPError::remote,
             "MCP: cheie greșită");
@@ -181,20 +170,6 @@ private Q_SLOTS:
         QCOMPARE(seen, QJsonObject({ { "name", "Search-Docs" }, { "arguments", arguments } }));
     }
 
-    // Bad endpoints and a token that would inject a header are refused before anything is sent.
-    void badEndpointsAndTokensNeverReachTheNetwork()
-    {
-        FakeHttpServer http;
-        MCPClient client;
-        for (const QString endpoint : { "nu este un url", "http://127.0.0.1:99999/mcp" }) {
-            QCOMPARE(mcpError(client.callTool(server(endpoint), "t", {})).kind(), MCPError::invalidEndpoint);
-            QVERIFY(AsyncTest::await(client.discoverBindings({ server(endpoint) })).isEmpty());
-        }
-        const MCPServerConfig injecting = server(http.baseUrl() + "/mcp", "Test", "tok\r\nX-Injected: 1");
-        QVERIFY(AsyncTest::awaitError<HeaderValueError>(client.initialize(injecting)));
-        QVERIFY(http.requests().isEmpty());
-    }
-
     // Keep-alives reset the inactivity limit, never the deadline (60 s of 25 s scaled to 720 ms of 300).
     void anEndlesslyPingingServerTimesOut()
     {
@@ -211,8 +186,7 @@ private Q_SLOTS:
         QElapsedTimer timer;
         timer.start();
         const auto error = AsyncTest::awaitError<URLError>(client.callTool(server(mcp.endpoint()), "t", {}), 5'000);
-        QVERIFY(error);
-        QCOMPARE(error->code(), URLError::timedOut);
+        QCOMPARE(error.value().code(), URLError::timedOut);
         QVERIFY2(timer.elapsed() >= 650 && timer.elapsed() < 2'500, qPrintable(QString::number(timer.elapsed())));
     }
 
@@ -226,7 +200,6 @@ private Q_SLOTS:
             QJsonObject { { "name", "listă" } },
             QJsonObject { { "name", longName }, { "description", "" }, { "inputSchema", "not an object" } },
             QJsonObject { { "name", "" } },
-            QJsonObject { { "title", "no name" } },
             QJsonObject { { "name", 42 } },
             QJsonObject { { "name", "search_docs" } },
         });
@@ -250,7 +223,6 @@ private Q_SLOTS:
         QCOMPARE(bindings[2].definition.description, QString(" [MCP: My Server]"));
         QCOMPARE(bindings[0].definition.inputSchema.value("required").toArray().first().toString(), QString("q"));
         const QJsonObject emptySchema { { "type", "object" }, { "properties", QJsonObject() } };
-        QCOMPARE(bindings[1].definition.inputSchema, emptySchema);
         QCOMPARE(bindings[2].definition.inputSchema, emptySchema);
         QCOMPARE(failing.http.requestCount("/mcp"), 1);
     }
@@ -271,14 +243,11 @@ private Q_SLOTS:
             QStringList({ "initialize", "notifications/initialized", "tools/call", "tools/call", "initialize",
                 "notifications/initialized", "tools/call" }));
         // The agreed version goes with every request after a handshake, not with the handshake.
-        QStringList versions, sessions;
-        for (const auto &request : mcp.http.requests("/mcp")) {
+        QStringList versions;
+        for (const auto &request : mcp.http.requests("/mcp"))
             versions.append(QString::fromUtf8(request.header("MCP-Protocol-Version")));
-            sessions.append(QString::fromUtf8(request.header("Mcp-Session-Id")));
-        }
         QCOMPARE(
             versions, QStringList({ "", "2025-06-18", "2025-06-18", "2025-06-18", "", "2025-06-18", "2025-06-18" }));
-        QCOMPARE(sessions.mid(4), QStringList({ "", "session-2", "session-2" }));
 
         mcp.expireToken();
         auto first = client.callTool(stale, "echo", {});
@@ -286,12 +255,8 @@ private Q_SLOTS:
         auto third = client.callTool(stale, "echo", {});
         for (auto *task : { &first, &second, &third })
             QCOMPARE(AsyncTest::await(std::move(*task)), QString("ecou: ok"));
-        QCOMPARE(mcp.http.requestCount("/token"), 1);
         QCOMPARE(changes.size(), 1);
         const MCPServerConfig renewed = changes.first();
-        QCOMPARE(renewed.id, stale.id);
-        QCOMPARE(renewed.bearerToken, QString("access-2"));
-        QCOMPARE(renewed.oauth.refreshToken, QString("refresh-2"));
         QVERIFY(qAbs(QDateTime::currentDateTimeUtc().secsTo(*renewed.oauth.accessTokenExpiresAt) - 3600) < 5);
         AsyncTest::await(client.callTool(stale, "echo", {}));
         QCOMPARE(mcp.http.requests("/mcp").last().header("Authorization"), QByteArray("Bearer access-2"));
@@ -309,49 +274,38 @@ private Q_SLOTS:
         // A server that forgets every session gets one new handshake, then the error.
         mcp.forgetsEverySession = true;
         const int handshakes = mcp.sessionsStarted();
-        QCOMPARE(mcpError(restarted.callTool(expiring, "echo", {})).kind(), MCPError::sessionExpired);
+        QCOMPARE(mcpError(restarted.callTool(expiring, "echo", {})).description(),
+            QString("Serverul MCP nu mai recunoaște sesiunea."));
         QCOMPARE(mcp.sessionsStarted(), handshakes + 1);
     }
 
     // A refused grant marks the server for reconnecting and is not retried; a failed provider is.
-    void aFailedRenewalShowsTheUnauthorizedText_data()
-    {
-        QTest::addColumn<Reply>("refreshReply");
-        QTest::addColumn<bool>("refused");
-        QTest::newRow("refresh token refused")
-            << Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400) << true;
-        QTest::newRow("client refused") << Reply::json(QJsonObject { { "error", "invalid_client" } }, 401) << true;
-        QTest::newRow("html page") << Reply::text("<html><body>Login</body></html>", 200, "text/html") << false;
-        QTest::newRow("reply without access_token") << Reply::json(QJsonObject { { "token_type", "Bearer" } }) << false;
-        QTest::newRow("provider down") << Reply::text("oops", 503) << false;
-    }
-
     void aFailedRenewalShowsTheUnauthorizedText()
     {
-        QFETCH(Reply, refreshReply);
-        QFETCH(bool, refused);
-        FakeOAuthMCPServer mcp;
-        const MCPServerConfig config = mcp.connectedServer();
-        mcp.expireToken();
-        mcp.refreshReply = refreshReply;
-        MCPClient client;
-        QList<MCPServerConfig> changes;
-        QObject::connect(&client, &MCPClient::serverCredentialsChanged,
-            [&changes](const MCPServerConfig &server) { changes.append(server); });
-        const MCPError error = mcpError(client.callTool(config, "echo", {}));
-        QCOMPARE(error.kind(), MCPError::unauthorized);
-        QCOMPARE(error.description(), QString("MCP necesită autentificare sau tokenul a expirat."));
-        QCOMPARE(changes.size(), refused ? 1 : 0);
-        QVERIFY(!refused || changes.first().needsReconnect);
-        QCOMPARE(mcpError(client.callTool(config, "echo", {})).kind(), MCPError::unauthorized);
-        QCOMPARE(mcp.http.requestCount("/token"), refused ? 1 : 2);
+        for (const bool refused : { true, false }) {
+            FakeOAuthMCPServer mcp;
+            const MCPServerConfig config = mcp.connectedServer();
+            mcp.expireToken();
+            mcp.refreshReply = refused ? Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400)
+                                       : Reply::text("<html>Login</html>", 503, "text/html");
+            MCPClient client;
+            QList<MCPServerConfig> changes;
+            QObject::connect(&client, &MCPClient::serverCredentialsChanged,
+                [&changes](const MCPServerConfig &server) { changes.append(server); });
+            const MCPError error = mcpError(client.callTool(config, "echo", {}));
+            QCOMPARE(error.description(), QString("MCP necesită autentificare sau tokenul a expirat."));
+            QCOMPARE(changes.size(), refused ? 1 : 0);
+            QVERIFY(!refused || changes.first().needsReconnect);
+            QCOMPARE(mcpError(client.callTool(config, "echo", {})).kind(), MCPError::unauthorized);
+            QCOMPARE(mcp.http.requestCount("/token"), refused ? 1 : 2);
+        }
     }
 
     // Pages by cursor; a cursor not listed leads to a page with a cursor never seen before.
     void toolListsAreReadPageByPage_data()
     {
         QTest::addColumn<QByteArray>("pages");
-        QTest::addColumn<QStringList>("expected"); // empty: the list is refused
+        QTest::addColumn<QStringList>("expected");
         QTest::addColumn<int>("requests");
         QTest::newRow("three pages") << QByteArray(
             R"({"": {"tools": [{"name": "a"}, {"name": "b"}], "nextCursor": "c1"},
@@ -360,13 +314,12 @@ private Q_SLOTS:
         QTest::newRow("cursor that comes back") << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "c1"},
             "c1": {"tools": [{"name": "b"}], "nextCursor": "c1"}})")
                                                 << QStringList({ "a", "b" }) << 2;
-        QTest::newRow("cursor that is no text")
-            << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": 7}})") << QStringList({ "a" }) << 1;
         QTest::newRow("endless pages") << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "next"}})")
                                        << QStringList { "a" } + QStringList(MCPClient::maxToolPages - 1, "b")
                                        << MCPClient::maxToolPages;
-        QTest::newRow("page that is not an object")
-            << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "c1"}, "c1": "nu"})") << QStringList() << 2;
+        QTest::newRow("tool that is not an object drops the list")
+            << QByteArray(R"({"": {"tools": [{"name": "a"}], "nextCursor": "c1"}, "c1": {"tools": [5]}})")
+            << QStringList() << 2;
     }
 
     void toolListsAreReadPageByPage()
@@ -389,14 +342,10 @@ private Q_SLOTS:
                 QJsonObject { { "jsonrpc", "2.0" }, { "id", message.value("id") }, { "result", result } });
         });
         MCPClient client;
-        if (expected.isEmpty()) {
-            QCOMPARE(mcpError(client.listTools(server(mcp.endpoint()))).kind(), MCPError::invalidResponse);
-        } else {
-            QStringList names;
-            for (const QJsonObject &listed : AsyncTest::await(client.listTools(server(mcp.endpoint()))))
-                names.append(listed.value("name").toString());
-            QCOMPARE(names, expected);
-        }
+        QStringList names;
+        for (const QJsonObject &listed : AsyncTest::await(client.listTools(server(mcp.endpoint()))))
+            names.append(listed.value("name").toString());
+        QCOMPARE(names, expected);
         QCOMPARE(cursors.size(), requests);
         QCOMPARE(cursors.first(), QString());
     }

@@ -101,7 +101,6 @@ private Q_SLOTS:
         const MCPOAuthManager::Connection connection = AsyncTest::await(manager.connect(itemFor(endpoint), "", ""));
         QCOMPARE(connection.accessToken, auth.accessToken);
         // What renewing the token needs is kept; this provider states no lifetime.
-        QCOMPARE(connection.grant.refreshToken, auth.refreshToken);
         QCOMPARE(connection.grant.tokenEndpoint, auth.base() + "/token");
         QCOMPARE(connection.grant.clientID, QString("kelo-client"));
         QCOMPARE(connection.grant.resource, endpoint);
@@ -110,11 +109,7 @@ private Q_SLOTS:
             QStringList({ "Descopăr configurația OAuth…", "Înregistrez Kelo la provider…", "Aștept autentificarea…",
                 "Finalizez conexiunea…", "" }));
         QCOMPARE(running.size(), 2);
-        QVERIFY(!manager.running());
-
-        // The fake checks PKCE; the wire format is checked against a strict real provider (MCPCommandTest).
-        QVERIFY(
-            QRegularExpression("^[0-9A-F]{32}$").match(auth.lastAuthorization().queryItemValue("state")).hasMatch());
+        // The fake checks PKCE; the wire format is checked against a strict real provider in the journeys.
         const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
         QVERIFY(QRegularExpression("^[0-9A-F]{64}$").match(form.queryItemValue("code_verifier")).hasMatch());
         QCOMPARE(mcp.requestCount("/.well-known/oauth-authorization-server"), 0);
@@ -133,70 +128,43 @@ private Q_SLOTS:
             auth.lastAuthorization().queryItemValue("scope", QUrl::FullyDecoded), QString("drive.readonly mail read"));
         const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
         QCOMPARE(form.queryItemValue("client_secret", QUrl::FullyDecoded), QString("s3cr&t"));
-
-        // Nothing published about the resource: its origin is taken as the issuer.
-        QStringList paths;
-        for (const auto &request : auth.http.requests())
-            paths.append(request.method + ' ' + request.path);
-        QCOMPARE(paths.mid(0, 4),
-            QStringList({ "POST /mcp/", "GET /.well-known/oauth-protected-resource",
-                "GET /.well-known/oauth-protected-resource/mcp/", "GET /.well-known/oauth-authorization-server" }));
+        // Nothing published about the resource (the suffixed place was tried too): its origin is the issuer.
+        QCOMPARE(auth.http.requestCount("/.well-known/oauth-protected-resource/mcp/"), 1);
     }
 
-    void findsMetadataWhereRealServersPutIt_data()
-    {
-        QTest::addColumn<QString>("where");
-        QTest::newRow("path-suffixed resource metadata") << "suffix";
-        QTest::newRow("resource_metadata of the challenge") << "challenge";
-        QTest::newRow("issuer with a path and trailing slash") << "tenant";
-        QTest::newRow("openid configuration") << "openid";
-    }
-
+    // A path-suffixed document, one the challenge names, an OpenID configuration; no "//" from an issuer
+    // with a path and a trailing slash.
     void findsMetadataWhereRealServersPutIt()
     {
-        QFETCH(QString, where);
-        AuthServer auth(where == "openid" ? "/none" : "/tenant");
+        AuthServer auth("/tenant");
         FakeHttpServer mcp;
         const QString endpoint = mcp.baseUrl() + "/v1/mcp";
         const QJsonObject resource { { "resource", endpoint },
             { "authorization_servers", QJsonArray { auth.base() + "/tenant/" } } };
-        if (where == "suffix") {
-            mcp.on(
-                "GET", "/.well-known/oauth-protected-resource", Reply::json(QJsonObject { { "resource", endpoint } }));
-            mcp.on("GET", "/.well-known/oauth-protected-resource/v1/mcp", Reply::json(resource));
-        } else if (where == "challenge") {
-            Reply challenge = Reply::text("{}", 401, "application/json");
-            challenge.headers.append(qMakePair(QByteArray("www-authenticate"),
-                QByteArray("Bearer error=\"invalid_token\", resource_metadata=\"") + mcp.baseUrl().toUtf8()
-                    + "/meta/prm\""));
-            mcp.on("POST", "/v1/mcp", challenge);
-            mcp.on("GET", "/meta/prm", Reply::json(resource));
-        } else if (where == "tenant") {
-            mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
-        } else {
-            auth.http.on(
-                "GET", "/tenant/.well-known/openid-configuration", Reply::json(auth.authorizationServerMetadata()));
-            mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
-        }
+        mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(QJsonObject { { "resource", endpoint } }));
+        mcp.on("GET", "/.well-known/oauth-protected-resource/v1/mcp", Reply::json(resource));
         MCPOAuthManager manager(options());
+        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")).accessToken, auth.accessToken);
+
+        Reply challenge = Reply::text("{}", 401, "application/json");
+        challenge.headers.append(qMakePair(QByteArray("www-authenticate"),
+            "Bearer error=\"invalid_token\", resource_metadata=\"" + mcp.baseUrl().toUtf8() + "/meta/prm\""));
+        mcp.on("POST", "/v1/mcp", challenge);
+        mcp.on("GET", "/.well-known/oauth-protected-resource/v1/mcp", Reply::text("none", 404));
+        mcp.on("GET", "/meta/prm", Reply::json(resource));
+        QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")).accessToken, auth.accessToken);
+
+        auth.http.on("GET", "/tenant/.well-known/oauth-authorization-server", Reply::text("none", 404));
+        auth.http.on(
+            "GET", "/tenant/.well-known/openid-configuration", Reply::json(auth.authorizationServerMetadata()));
         QCOMPARE(AsyncTest::await(manager.connect(itemFor(endpoint), "", "")).accessToken, auth.accessToken);
         for (const auto &request : auth.http.requests() + mcp.requests())
             QVERIFY2(!request.path.contains("//"), qPrintable(request.path));
     }
 
-    void scopeAndResourceComeFromWhatTheServerPublishes_data()
-    {
-        QTest::addColumn<QString>("source");
-        QTest::addColumn<QString>("expectedScope");
-        QTest::newRow("challenge") << QString("challenge") << QString("mcp:read mcp:write");
-        QTest::newRow("resource metadata") << QString("resource") << QString("files offline_access");
-        QTest::newRow("authorization server") << QString("server") << QString("openid offline_access");
-    }
-
+    // Scopes are the challenge's, else the resource's, else the authorization server's.
     void scopeAndResourceComeFromWhatTheServerPublishes()
     {
-        QFETCH(QString, source);
-        QFETCH(QString, expectedScope);
         AuthServer auth;
         QJsonObject metadata = auth.authorizationServerMetadata();
         metadata.insert("scopes_supported", QJsonArray { "openid", "offline_access" });
@@ -206,27 +174,27 @@ private Q_SLOTS:
         FakeHttpServer mcp;
         // The resource names itself with another spelling of the host than the one typed.
         const QString declared = QStringLiteral("http://localhost:%1/mcp").arg(mcp.port());
-        QJsonObject resource { { "resource", declared }, { "authorization_servers", QJsonArray { auth.base() } } };
-        if (source != "server")
-            resource.insert("scopes_supported", QJsonArray { "files", "offline_access" });
-        mcp.on("GET", "/.well-known/oauth-protected-resource", Reply::json(resource));
-        if (source == "challenge") {
-            Reply challenge = Reply::text({}, 401);
-            challenge.headers.append(qMakePair(QByteArray("WWW-Authenticate"),
-                QByteArray(R"(Bearer realm="mcp", scope="mcp:read mcp:write", error="invalid_token")")));
-            mcp.on("POST", "/mcp", challenge);
-        }
+        QJsonObject resource { { "resource", declared }, { "authorization_servers", QJsonArray { auth.base() } },
+            { "scopes_supported", QJsonArray { "files", "offline_access" } } };
+        mcp.on("GET", "/.well-known/oauth-protected-resource", [&](const auto &) { return Reply::json(resource); });
+        Reply challenge = Reply::text({}, 401);
+        challenge.headers.append(qMakePair(QByteArray("WWW-Authenticate"),
+            QByteArray(R"(Bearer realm="mcp", scope="mcp:read mcp:write", error="invalid_token")")));
+        mcp.enqueue("POST", "/mcp", challenge);
 
         MCPOAuthManager manager(options());
-        const QDateTime before = QDateTime::currentDateTimeUtc();
-        const auto connection = AsyncTest::await(manager.connect(itemFor(mcp.baseUrl() + "/mcp"), "", ""));
-        QCOMPARE(auth.lastAuthorization().queryItemValue("scope", QUrl::FullyDecoded), expectedScope);
-        QCOMPARE(auth.lastAuthorization().queryItemValue("resource", QUrl::FullyDecoded), declared);
-        const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").first().body));
-        QCOMPARE(form.queryItemValue("resource", QUrl::FullyDecoded), declared);
-        QCOMPARE(connection.grant.resource, declared);
-        QVERIFY(connection.grant.accessTokenExpiresAt);
-        QVERIFY(qAbs(before.secsTo(*connection.grant.accessTokenExpiresAt) - 3600) < 5);
+        for (const QString scope : { "mcp:read mcp:write", "files offline_access", "openid offline_access" }) {
+            const QDateTime before = QDateTime::currentDateTimeUtc();
+            const auto connection = AsyncTest::await(manager.connect(itemFor(mcp.baseUrl() + "/mcp"), "", ""));
+            QCOMPARE(auth.lastAuthorization().queryItemValue("scope", QUrl::FullyDecoded), scope);
+            QCOMPARE(auth.lastAuthorization().queryItemValue("resource", QUrl::FullyDecoded), declared);
+            const QUrlQuery form(QString::fromUtf8(auth.http.requests("/token").last().body));
+            QCOMPARE(form.queryItemValue("resource", QUrl::FullyDecoded), declared);
+            QCOMPARE(connection.grant.resource, declared);
+            QVERIFY(qAbs(before.secsTo(connection.grant.accessTokenExpiresAt.value()) - 3600) < 5);
+            if (scope.startsWith("files"))
+                resource.remove("scopes_supported");
+        }
     }
 
     void discoveryFailsFastWhenTheServerIsOutOfReach()
@@ -309,13 +277,7 @@ private Q_SLOTS:
         auth.http.enqueue("POST", "/register", Reply::json(QJsonObject { { "client_id", 7 } }));
         QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::registrationFailed);
 
-        auth.http.enqueue("POST", "/token", Reply::json(QJsonObject { { "error", "invalid_grant" } }, 400));
-        error = expectError<MCPOAuthError>(manager, item);
-        QCOMPARE(error.kind(), MCPOAuthError::tokenExchangeFailed);
-        QVERIFY(error.description().contains("invalid_grant"));
         auth.http.enqueue("POST", "/token", Reply::json(QJsonObject { { "access_token", "" } }));
-        QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::tokenMissing);
-        auth.http.enqueue("POST", "/token", Reply::text("access_token=abc", 200, "application/x-www-form-urlencoded"));
         QCOMPARE(expectError<MCPOAuthError>(manager, item).kind(), MCPOAuthError::tokenMissing);
 
         FakeHttpServer bare;

@@ -10,7 +10,6 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -78,9 +77,7 @@ private Q_SLOTS:
         const auto handOff = [&dir](const QStringList &arguments) {
             return OAuthCallbackChannel::handOffArguments(QStringList { "kelo-companion" } + arguments, dir);
         };
-        QCOMPARE(handOff({}), -1);
         QCOMPARE(handOff({ "--verbose", "https://x.org" }), -1);
-        QCOMPARE(handOff({ "kelo://oauth?code=1&state=2" }), 1);
         OAuthCallbackChannel channel(dir);
         QVERIFY(channel.listen());
         QSignalSpy spy(&channel, &OAuthCallbackChannel::callbackReceived);
@@ -104,44 +101,18 @@ private Q_SLOTS:
         QCOMPARE(spy.first().first().toUrl(), QUrl("kelo://oauth?state=ok"));
     }
 
-    void aSessionReturnsTheRedirectOfItsFlowOrEnds()
+    // A session returning its redirect is driven by MCPOAuthManagerTest, cancelling too. It also ends when
+    // timed out, without a browser or without a channel to listen on.
+    void aSessionEndsWithoutItsRedirect()
     {
-        const QString dir = freshDirectory();
-        OAuthCallbackChannel other(dir);
-        QVERIFY(other.listen());
-        other.addPendingState("OTHER");
-        QSignalSpy otherSpy(&other, &OAuthCallbackChannel::callbackReceived);
-
-        OAuthCallbackChannel channel(dir);
-        QUrl opened;
-        WebAuthenticationSession session(
-            &channel,
-            [&](const QUrl &url) {
-                opened = url;
-                [](QString dir) -> QCoro::Task<> {
-                    co_await OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=stray&state=UNKNOWN"), dir);
-                    co_await OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=theirs&state=OTHER"), dir);
-                    co_await OAuthCallbackChannel::deliver(QUrl("kelo://oauth?code=mine&state=MINE"), dir);
-                }(dir);
-                return true;
-            },
-            5'000);
-        const QUrl callback = AsyncTest::await(session.start(QUrl("https://auth.example/authorize"), "MINE"));
-        QCOMPARE(opened, QUrl("https://auth.example/authorize"));
-        QCOMPARE(callback, QUrl("kelo://oauth?code=mine&state=MINE"));
-        QCOMPARE(otherSpy.size(), 1);
-
-        // It ends when cancelled, timed out, without a browser or without a channel to listen on.
-        const auto failure = [](OAuthCallbackChannel *on, bool browserOpens, int timeoutMs, bool cancel = false) {
+        OAuthCallbackChannel channel(freshDirectory());
+        const auto failure = [](OAuthCallbackChannel *on, bool browserOpens, int timeoutMs) {
             WebAuthenticationSession session(
                 on, [=](const QUrl &) { return browserOpens; }, timeoutMs);
-            if (cancel)
-                QTimer::singleShot(20, &session, &WebAuthenticationSession::cancel);
             return AsyncTest::awaitError<WebAuthenticationError>(session.start(QUrl("https://a.example"), "S"), 5'000)
                 .value()
                 .kind();
         };
-        QCOMPARE(failure(&channel, true, 60'000, true), WebAuthenticationError::canceled);
         QCOMPARE(failure(&channel, true, 100), WebAuthenticationError::timedOut);
         QCOMPARE(failure(&channel, false, 60'000), WebAuthenticationError::browserUnavailable);
 

@@ -25,15 +25,9 @@ class WebSkillServiceTest : public QObject
     {
         return Reply::text(body, status, "text/html; charset=iso-8859-2");
     }
-    static QJsonObject page(const QString &title, const QJsonValue &excerpt = QJsonValue::Undefined,
-        const QJsonValue &description = QJsonValue::Undefined)
+    static QJsonObject page(const QString &title, const QJsonValue &excerpt = {}, const QJsonValue &description = {})
     {
-        QJsonObject object { { "title", title }, { "id", 1 }, { "key", title } };
-        if (!excerpt.isUndefined())
-            object.insert("excerpt", excerpt);
-        if (!description.isUndefined())
-            object.insert("description", description);
-        return object;
+        return { { "title", title }, { "excerpt", excerpt }, { "description", description } };
     }
 
     std::unique_ptr<FakeHttpServer> m_server;
@@ -43,11 +37,6 @@ class WebSkillServiceTest : public QObject
 
     QString search(const QString &query) { return AsyncTest::await(m_service->searchRomanianWeb(query)); }
     QString fetch(const QString &path) { return AsyncTest::await(m_service->fetchURL(m_server->baseUrl() + path)); }
-
-    template<typename E> std::optional<E> searchError()
-    {
-        return AsyncTest::awaitError<E>(m_service->searchRomanianWeb(QStringLiteral("x")));
-    }
 
 private Q_SLOTS:
     void init()
@@ -64,7 +53,7 @@ private Q_SLOTS:
         m_server->enqueue("GET", searchPath, pages({}));
         m_server->enqueue("GET", searchPath,
             pages({ page("Brașov", "Orașul <span class=\"searchmatch\">Brașov</span> este", "municipiu din România"),
-                page("Gol"),
+                QJsonObject { { "title", "Gol" } },
                 page("Ceai",
                     "Un <span class=\"searchmatch\">ceai</span> <b>negru</b> <SPAN class=\"searchmatch\">x</SPAN>"),
                 page("Descriere goală", "extras", ""), page("Nul", "extras păstrat", QJsonValue::Null), sixth,
@@ -88,21 +77,16 @@ private Q_SLOTS:
         QVERIFY2(wire.startsWith(QLatin1String("q=%C8%99tefan%20cel%20mare%20%26%20fiii%2Bnepo")), qPrintable(wire));
 
         // Failures are typed errors, never text for the model.
-        for (const Reply &failed :
-            { Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404), Reply::text("", 503) }) {
-            m_server->enqueue("GET", searchPath, failed);
-            QCOMPARE(searchError<URLError>()->code(), URLError::badServerResponse);
-        }
-        for (const Reply &reply : { Reply::text("<html>Wikipedia is down</html>", 200, "text/html"),
-                 Reply::text("{\"pages\":[", 200, "application/json"), Reply::json(QJsonArray { page("x") }),
-                 Reply::json(QJsonObject { { "results", QJsonArray {} } }),
-                 Reply::json(QJsonObject { { "pages", "none" } }),
-                 pages({ QJsonObject { { "excerpt", "fără titlu" } } }), pages({ page("Titlu", 5) }),
-                 pages({ QJsonObject { { "title", 7 } } }), pages({ "text" }) }) {
+        m_server->enqueue("GET", searchPath, Reply::json(QJsonObject { { "pages", QJsonArray {} } }, 404));
+        QCOMPARE(AsyncTest::awaitError<URLError>(m_service->searchRomanianWeb("x")).value().code(),
+            URLError::badServerResponse);
+        for (const Reply &reply :
+            { Reply::text("{\"pages\":[", 200, "application/json"), Reply::json(QJsonObject { { "pages", "none" } }),
+                pages({ "text" }), pages({ QJsonObject { { "title", 7 } } }), pages({ page("Titlu", 5) }) }) {
             m_server->enqueue("GET", searchPath, reply);
-            const auto error = searchError<DecodingError>();
-            QVERIFY2(error, reply.body.constData());
-            QVERIFY(error->description().startsWith(QStringLiteral("Răspunsul serverului nu are forma așteptată")));
+            const auto error = AsyncTest::awaitError<DecodingError>(m_service->searchRomanianWeb("x"));
+            QVERIFY2(error && error->description().startsWith("Răspunsul serverului nu are forma așteptată"),
+                reply.body.constData());
         }
     }
 
@@ -110,28 +94,23 @@ private Q_SLOTS:
     void unusableAddressesAndFailedPagesAreTypedErrors()
     {
         m_server->on("GET", "/lipsa", html("<h1>Pagina nu există</h1>", 404));
-        m_server->on("GET", "/eroare", html("<h1>Oops</h1>", 500));
         QTcpServer closed;
         QVERIFY(closed.listen(QHostAddress::LocalHost));
         const QString refused = QStringLiteral("http://127.0.0.1:%1/x").arg(closed.serverPort());
         closed.close();
         const QList<QPair<QString, URLError::Code>> cases { { "ftp://127.0.0.1/pagina", URLError::badURL },
-            { "file:///etc/passwd", URLError::badURL }, { "pagina", URLError::badURL }, { "", URLError::badURL },
-            { "javascript:alert(1)", URLError::badURL },
-            { m_server->baseUrl() + "/lipsa", URLError::badServerResponse },
-            { m_server->baseUrl() + "/eroare", URLError::badServerResponse },
+            { "", URLError::badURL }, { m_server->baseUrl() + "/lipsa", URLError::badServerResponse },
             { refused, URLError::cannotConnectToHost } };
         for (const auto &[url, code] : cases) {
             const auto error = AsyncTest::awaitError<URLError>(m_service->fetchURL(url));
             QVERIFY2(error && error->code() == code, qPrintable(url));
         }
-        QCOMPARE(m_server->requests().size(), 2);
+        QCOMPARE(m_server->requests().size(), 1);
 
         // Upper-case schemes are let through; HTTPS fails only at the TLS handshake with a plain server.
         m_server->on("GET", "/pagina", html("<p>Salut</p>"));
         QString upper = m_server->baseUrl().replace("http", "HTTP") + "/pagina";
         QCOMPARE(AsyncTest::await(m_service->fetchURL(upper)), QStringLiteral(" Salut "));
-        QVERIFY(m_server->requests("/pagina").first().header("User-Agent") != "KeloCompanion/2.0 (iOS)");
         const auto handshake = AsyncTest::awaitError<URLError>(m_service->fetchURL(upper.replace("HTTP", "HTTPS")));
         QVERIFY(handshake && handshake->code() != URLError::badURL);
     }
@@ -191,8 +170,7 @@ private Q_SLOTS:
         m_server->on("GET", "/start", Reply::redirect(302, m_server->baseUrl().toUtf8() + "/secret"));
         const auto redirected
             = AsyncTest::awaitError<BlockedAddressError>(trusting.fetchURL("http://localhost:" + port + "/start"));
-        QVERIFY(redirected);
-        QCOMPARE(redirected->address(), QStringLiteral("127.0.0.1"));
+        QCOMPARE(redirected.value().address(), QStringLiteral("127.0.0.1"));
         QCOMPARE(m_server->requestCount("/start"), 1);
         QCOMPARE(m_server->requestCount("/secret"), 0);
 

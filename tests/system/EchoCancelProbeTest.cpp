@@ -20,29 +20,24 @@ private Q_SLOTS:
         QTest::addColumn<bool>("available");
         QTest::addColumn<QString>("reasonPart");
         QTest::addColumn<QString>("lastCall");
-        QTest::newRow("no server") << QByteArray("echo 'Connection failure: Connection refused' >&2; exit 1") << false
-                                   << "niciun server de sunet"
-                                   << "info";
-        QTest::newRow("module refused") << QByteArray(
-            "[ \"$1\" = info ] && exit 0\necho 'Failure: Module initialization failed' >&2; exit 1")
-                                        << false << "Module initialization failed"
-                                        << "load-module";
-        QTest::newRow("loaded, then unloaded")
-            << QByteArray("[ \"$1\" = load-module ] && echo 536870913\nexit 0") << true << ""
-            << "unload-module 536870913";
+        const QByteArray infoWorks = "[ \"$1\" = info ] && exit 0\n";
+        QTest::newRow("no server") << QByteArray("echo 'Connection refused' >&2; exit 1") << false
+                                   << QString("niciun server de sunet") << QString("info");
+        QTest::newRow("module refused at length")
+            << infoWorks
+                + "printf 'Failure: Module initialization failed' >&2\n"
+                  "head -c 200000 /dev/zero | tr '\\0' x >&2; exit 1"
+            << false << QString("Module initialization failed") << QString("load-module");
+        QTest::newRow("loaded, then unloaded") << QByteArray("[ \"$1\" = load-module ] && echo 536870913\nexit 0")
+                                               << true << QString() << QString("unload-module 536870913");
         QTest::newRow("garbage instead of an index")
-            << QByteArray("[ \"$1\" = load-module ] && head -c 300 /dev/urandom\nexit 0") << true << ""
-            << "load-module";
-        QTest::newRow("killed by a signal") << QByteArray("kill -9 $$") << false << "nu a răspuns"
-                                            << "info";
-        QTest::newRow("refused, with a flood on stderr")
-            << QByteArray("[ \"$1\" = info ] && exit 0\nhead -c 200000 /dev/zero | tr '\\0' x >&2; exit 1") << false
-            << "module-echo-cancel"
-            << "load-module";
-        QTest::newRow("missing") << QByteArray() << false << "pactl"
-                                 << "";
-        QTest::newRow("interpreter missing") << QByteArray("#!/nonexistent/interpreter\n") << false << ""
-                                             << "";
+            << QByteArray("[ \"$1\" = load-module ] && head -c 300 /dev/urandom\nexit 0") << true << QString()
+            << QString("load-module");
+        QTest::newRow("killed by a signal")
+            << QByteArray("kill -9 $$") << false << QString("nu a răspuns") << QString("info");
+        QTest::newRow("missing") << QByteArray() << false << QString("pactl") << QString();
+        QTest::newRow("interpreter missing")
+            << QByteArray("#!/nonexistent/interpreter\n") << false << QString("nu a răspuns") << QString();
     }
 
     void reportsWhyNotOrCleansUp()
