@@ -6,9 +6,9 @@
 #include "voice/ProviderError.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
 using Reply = FakeHttpServer::Reply;
 using Headers = FakeHttpServer::Headers;
 using VoiceTestSupport::FakeCloudVoices;
@@ -23,18 +23,40 @@ const CloudVoiceProvider &provider(VoiceEnginePreset engine)
     return *CloudVoiceProvider::forEngine(engine);
 }
 
-QStringList field(const QList<CloudVoice> &voices, const std::function<QString(const CloudVoice &)> &read)
+// How a call ended, in one comparable line: its text result, "ok", "URLError <code>" or
+// "<domain> <code>: <description>".
+template<typename T> QString outcome(QCoro::Task<T> task)
 {
-    QStringList values;
-    for (const CloudVoice &voice : voices)
-        values.append(read(voice));
-    return values;
+    try {
+        if constexpr (std::is_same_v<T, QString>)
+            return AsyncTest::await(std::move(task));
+        AsyncTest::await(std::move(task));
+        return u"ok"_s;
+    } catch (const ProviderError &error) {
+        return u"%1 %2: %3"_s.arg(error.domain()).arg(error.code()).arg(error.description());
+    } catch (const URLError &error) {
+        return u"URLError %1"_s.arg(int(error.code()));
+    }
 }
+
+// The voices listed, as "id/gender/detail" each.
+QCoro::Task<QString> listed(CloudSpeechClient &client, VoiceEnginePreset engine)
+{
+    const QList<CloudVoice> voices = co_await client.voices(provider(engine), FakeCloudVoices::credentials());
+    QStringList shown;
+    for (const CloudVoice &voice : voices)
+        shown.append(voice.provider != engine ? u"another provider"_s
+                                              : voice.id + u'/' + voice.genderOrEmpty() + u'/' + voice.detailOrEmpty());
+    co_return shown.join(u' ');
+}
+
+const QString undecodable = u"URLError %1"_s.arg(int(URLError::cannotDecodeContentData));
+const QString badURL = u"URLError %1"_s.arg(int(URLError::badURL));
 
 } // namespace
 
 // Every row of the cloud voice table against a loopback server: the exact requests, and what every
-// kind of bad answer turns into.
+// kind of answer turns into.
 class CloudSpeechClientTest : public QObject
 {
     Q_OBJECT
@@ -45,7 +67,7 @@ class CloudSpeechClientTest : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        m_mp3 = VoiceTestSupport::makeSpeechMp3(QStringLiteral("Salut."));
+        m_mp3 = VoiceTestSupport::makeSpeechMp3(u"Salut."_s);
         if (m_mp3.isEmpty())
             QSKIP("espeak-ng and lame are needed to make test audio (scripts/install-deps.sh)");
     }
@@ -112,106 +134,35 @@ private Q_SLOTS:
             QCOMPARE(request.body, body);
     }
 
-    void googleAnswersThatHoldNoAudio_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::newRow("not JSON") << m_mp3;
-        QTest::newRow("an array") << QByteArray("[1,2]");
-        QTest::newRow("no audioContent") << QByteArray(R"({"audio":"AAAA"})");
-        QTest::newRow("audioContent not a string") << QByteArray(R"({"audioContent":12})");
-        QTest::newRow("invalid base64") << QByteArray(R"({"audioContent":"*** not base64 ***"})");
-        QTest::newRow("characters outside base64") << QByteArray(R"({"audioContent":"QUJD\u0219"})");
-    }
-
-    void googleAnswersThatHoldNoAudio()
-    {
-        QFETCH(QByteArray, body);
-        m_fake->server().on("POST", "/v1/text:synthesize", Reply::text(body, 200, "application/json"));
-        CloudSpeechClient client;
-        const auto error = AsyncTest::awaitError<URLError>(
-            client.synthesize(provider(VoiceEnginePreset::googleCloud), "x", FakeCloudVoices::credentials()));
-        QVERIFY(error);
-        QCOMPARE(error->code(), URLError::cannotDecodeContentData);
-    }
-
-    void credentialsCannotSendTheKeyElsewhere()
-    {
-        m_fake->server().on("POST", "/v1/voices", Reply::text("wrong endpoint", 200));
-        CloudSpeechClient client;
-        // The region becomes part of the host name: anything but a label is refused before sending.
-        for (const QString region : { "evil.example.com#", "west europe", "a/b" }) {
-            const auto error = AsyncTest::awaitError<URLError>(
-                client.synthesize(provider(VoiceEnginePreset::azureSpeech), "x", { "k", region, {} }));
-            QVERIFY2(error && error->code() == URLError::badURL, qPrintable(region));
-            const auto listError = AsyncTest::awaitError<URLError>(
-                client.voices(provider(VoiceEnginePreset::azureSpeech), { "k", region, {} }));
-            QVERIFY2(listError && listError->code() == URLError::badURL, qPrintable(region));
-        }
-        QVERIFY(m_fake->server().requests().isEmpty());
-        // A voice id stays one path segment.
-        QVERIFY(AsyncTest::awaitError<ProviderError>(
-            client.synthesize(provider(VoiceEnginePreset::elevenLabs), "x", { "k", {}, "../../voices" })));
-        QCOMPARE(m_fake->server().requestCount("/v1/voices"), 0);
-    }
-
-    void refusalsCarryStatusAndBody_data()
+    // Synthesis answers that hold no audio, refusals, and voice lists good, odd and wrong.
+    void answers_data()
     {
         QTest::addColumn<VoiceEnginePreset>("engine");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<QString>("description");
-        const QByteArray jsonError = R"({"detail":{"status":"invalid_api_key","message":"Invalid API key"}})";
-        QTest::newRow("elevenlabs 401 with JSON")
-            << VoiceEnginePreset::elevenLabs << 401 << jsonError << QString::fromUtf8(jsonError);
-        QTest::newRow("azure 500 without body")
-            << VoiceEnginePreset::azureSpeech << 500 << QByteArray() << "Azure Speech nu a putut fi redat.";
-        QTest::newRow("google 429, long body cut")
-            << VoiceEnginePreset::googleCloud << 429 << QByteArray(2000, 'e') << QString(600, 'e');
-    }
-
-    void refusalsCarryStatusAndBody()
-    {
-        QFETCH(VoiceEnginePreset, engine);
-        QFETCH(int, status);
-        QFETCH(QByteArray, body);
-        QFETCH(QString, description);
-        const Reply refusal = Reply::text(body, status, "application/json");
-        m_fake->server().on("POST", FakeCloudVoices::synthesisPath(engine), refusal);
-        m_fake->server().on(
-            "GET", provider(engine).voiceListRequest(FakeCloudVoices::credentials()).url().path(), refusal);
-        CloudSpeechClient client;
-
-        const auto error = AsyncTest::awaitError<ProviderError>(
-            client.synthesize(provider(engine), "x", FakeCloudVoices::credentials()));
-        QVERIFY(error);
-        QCOMPARE(error->domain(), QStringLiteral("Kelo.") + provider(engine).name);
-        QCOMPARE(error->code(), status);
-        QCOMPARE(error->description(), description);
-        const auto listError
-            = AsyncTest::awaitError<ProviderError>(client.voices(provider(engine), FakeCloudVoices::credentials()));
-        QVERIFY(listError);
-        QCOMPARE(listError->description(), description);
-    }
-
-    void aDeadServerIsATransportError()
-    {
-        auto gone = std::make_unique<FakeHttpServer>();
-        ScopedEnvironment dead("KELO_ELEVENLABS_BASE_URL", gone->baseUrl());
-        gone.reset();
-        const auto error = AsyncTest::awaitError<URLError>(CloudSpeechClient().synthesize(
-            provider(VoiceEnginePreset::elevenLabs), "x", FakeCloudVoices::credentials()));
-        QVERIFY(error);
-        QCOMPARE(error->code(), URLError::cannotConnectToHost);
-    }
-
-    void voiceListsKeepWellFormedRomanianVoices_data()
-    {
-        QTest::addColumn<VoiceEnginePreset>("engine");
+        QTest::addColumn<bool>("list");
         QTest::addColumn<Reply>("reply");
-        QTest::addColumn<QStringList>("ids");
-        QTest::addColumn<QStringList>("genders");
-        QTest::addColumn<QStringList>("details");
-        const QJsonArray google {
+        QTest::addColumn<QString>("expected");
+        const auto google = VoiceEnginePreset::googleCloud, azure = VoiceEnginePreset::azureSpeech,
+                   eleven = VoiceEnginePreset::elevenLabs;
+        const auto body
+            = [](const QByteArray &body, int status = 200) { return Reply::text(body, status, "application/json"); };
+        QTest::newRow("google: not JSON") << google << false << body(m_mp3) << undecodable;
+        QTest::newRow("google: an array") << google << false << body("[1,2]") << undecodable;
+        QTest::newRow("google: no audioContent") << google << false << body(R"({"audio":"AAAA"})") << undecodable;
+        QTest::newRow("google: audioContent not a string")
+            << google << false << body(R"({"audioContent":12})") << undecodable;
+        QTest::newRow("google: invalid base64")
+            << google << false << body(R"({"audioContent":"*** not base64 ***"})") << undecodable;
+        QTest::newRow("google: characters outside base64")
+            << google << false << body(R"({"audioContent":"QUJD\u0219"})") << undecodable;
+        const QByteArray keyError = R"({"detail":{"status":"invalid_api_key","message":"Invalid API key"}})";
+        QTest::newRow("elevenlabs: 401 with JSON")
+            << eleven << false << body(keyError, 401) << "Kelo.ElevenLabs 401: " + QString::fromUtf8(keyError);
+        QTest::newRow("azure: 500 without body")
+            << azure << false << body({}, 500) << u"Kelo.Azure Speech 500: Azure Speech nu a putut fi redat."_s;
+        QTest::newRow("google: 429, long body cut")
+            << google << false << body(QByteArray(2000, 'e'), 429) << "Kelo.Google Cloud 429: " + QString(600, u'e');
+
+        const QJsonArray googleVoices {
             QJsonObject {
                 { "languageCodes", QJsonArray { "ro-RO" } }, { "name", "ro-RO-Wavenet-B" }, { "ssmlGender", "MALE" } },
             QJsonObject { { "languageCodes", QJsonArray { "en-US" } }, { "name", "en-US-Wavenet-A" } },
@@ -221,72 +172,70 @@ private Q_SLOTS:
             QJsonObject { { "languageCodes", QJsonArray { "ro-RO" } }, { "ssmlGender", "FEMALE" } },
             QJsonValue("not an object"),
         };
-        QTest::newRow("google") << VoiceEnginePreset::googleCloud << Reply::json(QJsonObject { { "voices", google } })
-                                << QStringList { "ro-RO-Standard-A", "ro-RO-Wavenet-B" }
-                                << QStringList { "feminină", "masculină" } << QStringList { "Standard", "Wavenet" };
-        const QJsonArray azure {
+        QTest::newRow("google voices") << google << true << Reply::json(QJsonObject { { "voices", googleVoices } })
+                                       << u"ro-RO-Standard-A/feminină/Standard ro-RO-Wavenet-B/masculină/Wavenet"_s;
+        const QJsonArray azureVoices {
             QJsonObject { { "ShortName", "ro-RO-EmilNeural" }, { "DisplayName", "Emil" }, { "Locale", "ro-RO" },
                 { "Gender", "Male" }, { "VoiceType", "Neural" } },
             QJsonObject { { "ShortName", "de-DE-KatjaNeural" }, { "DisplayName", "Katja" }, { "Locale", "de-DE" } },
             QJsonObject { { "ShortName", "ro-RO-AlinaNeural" }, { "DisplayName", "Alina" }, { "Locale", "ro-RO" },
                 { "Gender", "neutral" } },
         };
-        QTest::newRow("azure") << VoiceEnginePreset::azureSpeech << Reply::json(azure)
-                               << QStringList { "ro-RO-AlinaNeural", "ro-RO-EmilNeural" }
-                               << QStringList { "neutră", "masculină" } << QStringList { "", "Neural" };
-        const QJsonArray eleven {
+        QTest::newRow("azure voices") << azure << true << Reply::json(azureVoices)
+                                      << u"ro-RO-AlinaNeural/neutră/ ro-RO-EmilNeural/masculină/Neural"_s;
+        const QJsonArray elevenVoices {
             QJsonObject { { "voice_id", "v2" }, { "name", "Rachel" }, { "category", "premade" },
                 { "labels", QJsonObject { { "gender", "female" } } } },
             QJsonObject { { "voice_id", "v1" }, { "name", "andrei" }, { "category", "cloned" } },
             QJsonObject { { "voice_id", 7 }, { "name", "wrong type" } },
             QJsonObject { { "name", "no id" } },
         };
-        QTest::newRow("elevenlabs, every language")
-            << VoiceEnginePreset::elevenLabs << Reply::json(QJsonObject { { "voices", eleven } })
-            << QStringList { "v1", "v2" } << QStringList { "", "feminină" } << QStringList { "cloned", "premade" };
+        QTest::newRow("elevenlabs voices, every language")
+            << eleven << true << Reply::json(QJsonObject { { "voices", elevenVoices } })
+            << u"v1//cloned v2/feminină/premade"_s;
+        QTest::newRow("voices: html") << eleven << true << body("<html>oops</html>") << undecodable;
+        QTest::newRow("voices: google array") << google << true << body("[]") << undecodable;
+        QTest::newRow("voices: azure object") << azure << true << body(R"({"voices":[]})") << undecodable;
+        QTest::newRow("voices: cut short") << azure << true << body("[{\"ShortName\":\"ro-") << undecodable;
     }
 
-    void voiceListsKeepWellFormedRomanianVoices()
+    void answers()
     {
         QFETCH(VoiceEnginePreset, engine);
+        QFETCH(bool, list);
         QFETCH(Reply, reply);
-        QFETCH(QStringList, ids);
-        QFETCH(QStringList, genders);
-        QFETCH(QStringList, details);
-        const QNetworkRequest expected = provider(engine).voiceListRequest(FakeCloudVoices::credentials());
-        m_fake->server().on("GET", expected.url().path(), reply);
+        QFETCH(QString, expected);
+        const QNetworkRequest listRequest = provider(engine).voiceListRequest(FakeCloudVoices::credentials());
+        m_fake->server().on(
+            list ? "GET" : "POST", list ? listRequest.url().path() : FakeCloudVoices::synthesisPath(engine), reply);
+        CloudSpeechClient client;
 
-        const QList<CloudVoice> voices
-            = AsyncTest::await(CloudSpeechClient().voices(provider(engine), FakeCloudVoices::credentials()));
-        QCOMPARE(field(voices, [](const CloudVoice &voice) { return voice.id; }), ids);
-        QCOMPARE(field(voices, &CloudVoice::genderOrEmpty), genders);
-        QCOMPARE(field(voices, &CloudVoice::detailOrEmpty), details);
-        QVERIFY(std::all_of(voices.begin(), voices.end(), [&](const CloudVoice &v) { return v.provider == engine; }));
+        QCOMPARE(list ? outcome(listed(client, engine))
+                      : outcome(client.synthesize(provider(engine), "x", FakeCloudVoices::credentials())),
+            expected);
         const FakeHttpServer::Request request = m_fake->server().requests().first();
-        QCOMPARE(request.query.toString(), expected.url().query());
-        for (const QByteArray &header : expected.rawHeaderList())
-            QCOMPARE(request.header(header), expected.rawHeader(header));
+        if (list) {
+            QCOMPARE(request.query.toString(), listRequest.url().query());
+            for (const QByteArray &header : listRequest.rawHeaderList())
+                QCOMPARE(request.header(header), listRequest.rawHeader(header));
+        }
     }
 
-    void voiceListsThatAreNotTheProvidersDocument_data()
+    void credentialsCannotSendTheKeyElsewhere()
     {
-        QTest::addColumn<VoiceEnginePreset>("engine");
-        QTest::addColumn<QByteArray>("body");
-        QTest::newRow("html") << VoiceEnginePreset::elevenLabs << QByteArray("<html>oops</html>");
-        QTest::newRow("google array") << VoiceEnginePreset::googleCloud << QByteArray("[]");
-        QTest::newRow("azure object") << VoiceEnginePreset::azureSpeech << QByteArray(R"({"voices":[]})");
-        QTest::newRow("cut short") << VoiceEnginePreset::azureSpeech << QByteArray("[{\"ShortName\":\"ro-");
-    }
-
-    void voiceListsThatAreNotTheProvidersDocument()
-    {
-        QFETCH(VoiceEnginePreset, engine);
-        QFETCH(QByteArray, body);
-        const QString path = provider(engine).voiceListRequest(FakeCloudVoices::credentials()).url().path();
-        m_fake->server().on("GET", path, Reply::text(body, 200, "application/json"));
-        const auto error = AsyncTest::awaitError<URLError>(
-            CloudSpeechClient().voices(provider(engine), FakeCloudVoices::credentials()));
-        QVERIFY(error && error->code() == URLError::cannotDecodeContentData);
+        m_fake->server().on("POST", "/v1/voices", Reply::text("wrong endpoint", 200));
+        CloudSpeechClient client;
+        const CloudVoiceProvider &azure = provider(VoiceEnginePreset::azureSpeech);
+        // The region becomes part of the host name: anything but a label is refused before sending.
+        for (const QString &region : { u"evil.example.com#"_s, u"west europe"_s, u"a/b"_s }) {
+            QCOMPARE(outcome(client.synthesize(azure, "x", { "k", region, {} })), badURL);
+            QCOMPARE(outcome(client.voices(azure, { "k", region, {} })), badURL);
+        }
+        QVERIFY(m_fake->server().requests().isEmpty());
+        // A voice id stays one path segment.
+        QVERIFY(outcome(client.synthesize(provider(VoiceEnginePreset::elevenLabs), "x", { "k", {}, "../../voices" }))
+                    .startsWith(u"Kelo.ElevenLabs 404"_s));
+        QCOMPARE(m_fake->server().requestCount("/v1/voices"), 0);
     }
 };
 
