@@ -61,6 +61,14 @@ int playingStreams()
     return int(run(u"pactl"_s, { u"list"_s, u"sink-inputs"_s }).count(owner));
 }
 
+QStringList firstArguments(const QSignalSpy &spy)
+{
+    QStringList values;
+    for (const QList<QVariant> &arguments : spy)
+        values.append(arguments.first().toString());
+    return values;
+}
+
 AudioLevels measure(const QByteArray &pcm16kMono)
 {
     constexpr int rate = 16'000;

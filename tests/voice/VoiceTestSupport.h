@@ -5,9 +5,8 @@
 #include "settings/Presets.h"
 #include "voice/CloudVoiceProvider.h"
 
-#include <QByteArray>
 #include <QProcess>
-#include <QString>
+#include <QSignalSpy>
 
 #include <memory>
 #include <vector>
@@ -34,6 +33,9 @@ QString audioUnavailableReason();
 
 // Playback streams this process has open on the sound server.
 int playingStreams();
+
+// The first argument of every signal the spy recorded, as text.
+QStringList firstArguments(const QSignalSpy &spy);
 
 // Statistics of 16 kHz mono s16le audio; audibleSeconds counts 20 ms windows above the silence floor.
 struct AudioLevels
