@@ -57,25 +57,13 @@ class SpeechSynthesizerTest : public QObject
 
     FakeHttpServer &server() { return r->fake.server(); }
 
-    // Each piece answered with its own audio after its own delay, whatever order the requests take.
-    void answerPieces(VoiceEnginePreset engine, const QList<int> &delaysMs, int failingPiece = -1)
-    {
-        server().on("POST", FakeCloudVoices::synthesisPath(engine), [=, this](const FakeHttpServer::Request &request) {
-            qsizetype i = 0;
-            while (i < pieces.size() && !request.body.contains(pieces[i].chopped(1).toUtf8()))
-                ++i;
-            Reply reply = i == failingPiece ? Reply::text("overloaded", 503)
-                                            : FakeCloudVoices::audio(engine, m_pieceAudio.value(i));
-            reply.delayMs = delaysMs.value(i);
-            return reply;
-        });
-    }
-
 private Q_SLOTS:
     void initTestCase()
     {
+        // The first piece long enough to be still playing when it is interrupted.
         for (const QString &piece : pieces)
-            m_pieceAudio.append(makeSpeechMp3(piece));
+            m_pieceAudio.append(
+                makeSpeechMp3(piece == pieces[0] ? piece + u" Aceasta este o frază ceva mai lungă."_s : piece));
         if (m_pieceAudio.first().isEmpty())
             QSKIP("espeak-ng and lame are needed to make test audio (scripts/install-deps.sh)");
     }
@@ -187,82 +175,78 @@ private Q_SLOTS:
         QCOMPARE(published.size(), 1);
     }
 
-    // Pieces answered out of order (the first last) play in order, never more than two requests at
-    // a time, back to back through one output; a piece that fails is reported once and the rest
-    // still plays. The device then runs dry, and the end waits for finish().
-    void queuePlaysPiecesInOrderWithoutGaps_data()
+    // An answer's pieces answered out of order (the first last) play in order, never more than two
+    // requests at a time, back to back through one output; a piece that fails is reported once and
+    // the rest still plays. The device then runs dry, and the end waits for finishQueue(). Barge-in
+    // silences within 100 ms (only this process's streams count) and drops the requests under way:
+    // nothing plays or reports them later, and the answer never finishes.
+    void answerPlaysInOrderUntilStopped_data()
     {
         QTest::addColumn<VoiceEnginePreset>("engine");
+        QTest::addColumn<QList<int>>("delaysMs");
         QTest::addColumn<int>("failingPiece");
+        QTest::addColumn<bool>("bargeIn");
+        const QList<int> firstLast { 500, 250, 20 };
         for (const CloudVoiceProvider &provider : CloudVoiceProvider::all())
-            QTest::newRow(qPrintable(provider.name)) << provider.engine << -1;
-        QTest::newRow("middle piece fails") << VoiceEnginePreset::elevenLabs << 1;
+            QTest::newRow(qPrintable(provider.name)) << provider.engine << firstLast << -1 << false;
+        QTest::newRow("middle piece fails") << VoiceEnginePreset::elevenLabs << firstLast << 1 << false;
+        QTest::newRow("barge-in") << VoiceEnginePreset::azureSpeech << QList<int> { 0, 1'200, 1'200 } << -1 << true;
     }
 
-    void queuePlaysPiecesInOrderWithoutGaps()
+    void answerPlaysInOrderUntilStopped()
     {
         KELO_REQUIRE_AUDIO();
         QFETCH(VoiceEnginePreset, engine);
+        QFETCH(QList<int>, delaysMs);
         QFETCH(int, failingPiece);
-        answerPieces(engine, { 500, 250, 20 }, failingPiece);
-        CloudSpeechQueue queue(*CloudVoiceProvider::forEngine(engine), FakeCloudVoices::credentials());
-        QSignalSpy started(&queue, &CloudSpeechQueue::pieceStarted);
-        QSignalSpy finished(&queue, &CloudSpeechQueue::finished);
-        QSignalSpy failed(&queue, &CloudSpeechQueue::failed);
+        QFETCH(bool, bargeIn);
+        server().on("POST", FakeCloudVoices::synthesisPath(engine), [=, this](const FakeHttpServer::Request &request) {
+            qsizetype i = 0;
+            while (i < pieces.size() && !request.body.contains(pieces[i].chopped(1).toUtf8()))
+                ++i;
+            Reply reply = i == failingPiece ? Reply::text("overloaded", 503)
+                                            : FakeCloudVoices::audio(engine, m_pieceAudio.value(i));
+            reply.delayMs = delaysMs.value(i);
+            return reply;
+        });
+        FakeCloudVoices::configure(r->settings, engine);
         QStringList heard = pieces;
         if (failingPiece >= 0)
             heard.removeAt(failingPiece);
 
         for (const QString &piece : pieces)
-            queue.enqueue(piece);
-        QTest::qWait(150);
-        QCOMPARE(server().requests().size(), CloudSpeechQueue::maxRequestsInFlight);
-        QVERIFY(AsyncTest::waitUntil([&] { return queue.output()->underruns() > 0; }, 20'000));
-        QCOMPARE(firstArguments(started), heard);
-        QTest::qWait(300);
-        QVERIFY(finished.isEmpty());
-        queue.finish();
-        QVERIFY(AsyncTest::waitUntil([&] { return !finished.isEmpty(); }));
-        QTest::qWait(200);
-        QCOMPARE(firstArguments(finished), QStringList { "true" });
-        QCOMPARE(firstArguments(failed), failingPiece >= 0 ? QStringList { "overloaded" } : QStringList {});
-        QCOMPARE(queue.output()->underruns(), 1);
-        QCOMPARE(server().requests().size(), 3);
-    }
-
-    // Barge-in: the sound stops within 100 ms (only this process's streams count), the request still
-    // under way is dropped, and the answer never reports that it finished.
-    void stopSpeakingSilencesWithin100MsAndDropsTheQueue()
-    {
-        KELO_REQUIRE_AUDIO();
-        const QString path = FakeCloudVoices::synthesisPath(VoiceEnginePreset::elevenLabs);
-        Reply longer = FakeCloudVoices::audio(VoiceEnginePreset::elevenLabs,
-            makeSpeechMp3(u"Aceasta este o frază mai lungă, care ar trebui să țină câteva secunde bune."_s));
-        server().enqueue("POST", path, longer);
-        longer.delayMs = 800;
-        server().on("POST", path, longer);
-        FakeCloudVoices::configure(r->settings, VoiceEnginePreset::elevenLabs);
-
-        r->speech.enqueue(u"Prima frază."_s, &r->settings);
-        QVERIFY(AsyncTest::waitUntil([&] { return r->speech.isSpeaking(); }));
-        r->speech.enqueue(u"A doua frază."_s, &r->settings);
-        QTest::qWait(400);
-        QCOMPARE(playingStreams(), 1);
-
-        QElapsedTimer clock;
-        clock.start();
-        r->speech.stopSpeaking();
-        while (playingStreams() > 0 && clock.elapsed() < 2'000)
-            QTest::qWait(5);
-        const qint64 silentMs = clock.elapsed();
-        QVERIFY2(silentMs <= 100, qPrintable(QString::number(silentMs)));
-        QVERIFY(!r->speech.isSpeaking());
-
-        // The second answer arrives late: nothing plays it and nothing is reported.
-        QTest::qWait(1'200);
-        QCOMPARE(playingStreams(), 0);
-        QVERIFY(r->speech.lastError().isEmpty() && r->finished.isEmpty());
-        // Speaking before prepared: no observer sees a moment of neither.
+            r->speech.enqueue(piece, &r->settings);
+        auto *queue = r->speech.findChild<CloudSpeechQueue *>();
+        QSignalSpy started(queue, &CloudSpeechQueue::pieceStarted);
+        QSignalSpy failed(queue, &CloudSpeechQueue::failed);
+        if (bargeIn) {
+            QVERIFY(AsyncTest::waitUntil([&] { return r->speech.isSpeaking(); }));
+            QTest::qWait(200);
+            QCOMPARE(playingStreams(), 1);
+            QElapsedTimer clock;
+            clock.start();
+            r->speech.stopSpeaking();
+            while (playingStreams() > 0 && clock.elapsed() < 2'000)
+                QTest::qWait(5);
+            const qint64 silentMs = clock.elapsed();
+            QVERIFY2(silentMs <= 100, qPrintable(QString::number(silentMs)));
+            QTest::qWait(1'500);
+            QCOMPARE(playingStreams(), 0);
+            QVERIFY(r->finished.isEmpty() && r->speech.lastError().isEmpty());
+        } else {
+            QTest::qWait(150);
+            QCOMPARE(server().requests().size(), CloudSpeechQueue::maxRequestsInFlight);
+            QVERIFY(AsyncTest::waitUntil([&] { return r->speech.cloudAudioOutput()->underruns() > 0; }, 20'000));
+            QCOMPARE(firstArguments(started), heard);
+            QTest::qWait(300);
+            QVERIFY(r->finished.isEmpty());
+            r->speech.finishQueue();
+            QVERIFY(r->finished.wait(10'000));
+            QCOMPARE(r->finished.size(), 1);
+            QCOMPARE(firstArguments(failed), failingPiece >= 0 ? QStringList { "overloaded" } : QStringList {});
+            QCOMPARE(server().requests().size(), 3);
+        }
+        // One speaking stretch, speaking before prepared: no observer sees a moment of neither.
         QCOMPARE(r->log, (QStringList { "preparing", "speaking", "prepared", "idle" }));
     }
 

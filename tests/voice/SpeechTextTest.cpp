@@ -48,11 +48,8 @@ private Q_SLOTS:
         QTest::newRow("markup characters become blanks")
             << clean << "## Titlu\n* **unu** | _doi_\n> citat" << u"Titlu unu doi citat"_s;
         QTest::newRow("white space collapses and is trimmed") << clean << "  \n\tunu \r\n\n doi \t " << u"unu doi"_s;
-        QTest::newRow("underscores are blanked before an address is recognised")
-            << clean << "http://a.ro/x_y" << u"link y"_s;
         QTest::newRow("a no-break space ends an address, and collapses")
             << clean << u"Vezi https://a.ro\u00a0acum\u2003gata."_s << u"Vezi link acum gata."_s;
-        QTest::newRow("an empty reasoning block") << clean << "<analysis>\n</analysis>  \n " << u""_s;
         QTest::newRow("sentences, trimmed")
             << split << "Bună ziua. Ce mai faci? Eu sunt bine!" << u"Bună ziua.|Ce mai faci?|Eu sunt bine!"_s;
         QTest::newRow("only blanks stay one piece") << split << "   " << u"   "_s;

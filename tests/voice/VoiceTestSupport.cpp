@@ -79,7 +79,6 @@ AudioLevels measure(const QByteArray &pcm16kMono)
     const qsizetype count = pcm16kMono.size() / 2;
 
     AudioLevels levels;
-    levels.seconds = double(count) / rate;
     for (qsizetype start = 0; start + window <= count; start += window) {
         double sum = 0;
         for (qsizetype i = start; i < start + window; ++i) {

@@ -2,7 +2,6 @@
 
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
-#include "settings/Presets.h"
 #include "voice/CloudVoiceProvider.h"
 
 #include <QProcess>
@@ -40,7 +39,6 @@ QStringList firstArguments(const QSignalSpy &spy);
 // Statistics of 16 kHz mono s16le audio; audibleSeconds counts 20 ms windows above the silence floor.
 struct AudioLevels
 {
-    double seconds = 0;
     double audibleSeconds = 0;
     double peak = 0;
 };
