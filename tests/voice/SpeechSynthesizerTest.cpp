@@ -250,24 +250,64 @@ private Q_SLOTS:
         QCOMPARE(r->log, (QStringList { "preparing", "speaking", "prepared", "idle" }));
     }
 
-    // Markdown cleaned, sentences queued, one speaking stretch and one end (LocalSynthesizerTest hears it).
-    void localSpeechQueuesPiecesAndFinishesOnce()
+    // The local engine on a real speech-dispatcher with eSpeak NG: only Romanian voices, each once;
+    // an answer's sentences (markdown cleaned) heard in order, one speaking stretch and one end.
+    // stopSpeaking() silences it and drops the queue without events; speech right after keeps its own.
+    void localEngineSpeaksInOrderAndStops()
     {
         KELO_REQUIRE_AUDIO();
-        r->settings.setVoiceEngine(VoiceEnginePreset::appleLocal);
-        r->settings.setVoiceRate(0.6);
-        r->settings.setVoiceIdentifier(u"no such voice"_s);
+        LocalSynthesizer *engine = r->speech.localSynthesizer();
+        QSignalSpy started(engine, &LocalSynthesizer::didStart);
+        QSignalSpy finished(engine, &LocalSynthesizer::didFinish);
+        QVERIFY(AsyncTest::waitUntil([&] { return !r->speech.bestVoiceDescription().startsWith(u"Se caută"_s); },
+            LocalSynthesizer::startDeadlineMs));
+        if (engine->engineState() == LocalSynthesizer::EngineState::unavailable)
+            QSKIP(qPrintable("speech-dispatcher is not usable here: " + engine->unavailableReason()));
+        const QList<LocalVoice> voices = r->speech.romanianVoices();
+        QSet<QString> identifiers;
+        for (const LocalVoice &voice : voices) {
+            QVERIFY2(voice.language.toLower().startsWith(u"ro"_s), qPrintable(voice.language));
+            identifiers.insert(voice.identifier);
+        }
+        QVERIFY(!voices.isEmpty() && identifiers.size() == voices.size());
 
+        r->settings.setVoiceEngine(VoiceEnginePreset::appleLocal);
+        r->settings.setVoiceIdentifier(voices.last().identifier);
+        MonitorRecording recording;
         r->speech.enqueue(u"## Bună ziua! Vezi [pagina](https://example.ro)."_s, &r->settings);
         r->speech.enqueue(u"Mulțumesc."_s, &r->settings);
         r->speech.finishQueue();
-        QVERIFY(AsyncTest::waitUntil([&] { return !r->finished.isEmpty() || !r->speech.lastError().isEmpty(); },
-            LocalSynthesizer::startDeadlineMs + 30'000));
-        if (r->speech.localSynthesizer()->engineState() == LocalSynthesizer::EngineState::unavailable)
-            QSKIP(qPrintable("speech-dispatcher is not usable here: " + r->speech.lastError()));
+        QVERIFY(
+            AsyncTest::waitUntil([&] { return !r->finished.isEmpty() || !r->speech.lastError().isEmpty(); }, 30'000));
         QVERIFY2(r->speech.lastError().isEmpty(), qPrintable(r->speech.lastError()));
-        QCOMPARE(r->finished.size(), 1);
+        QCOMPARE(firstArguments(started), (QStringList { "1", "2", "3" }));
+        QCOMPARE(firstArguments(finished), (QStringList { "1", "2", "3" }));
         QCOMPARE(r->log, (QStringList { "speaking", "idle" }));
+        QTest::qWait(2'000);
+        const double audible = measure(recording.stop()).audibleSeconds;
+        QVERIFY2(audible > 1.0, qPrintable(QString::number(audible)));
+
+        // An unknown voice falls back to the first.
+        r->settings.setVoiceIdentifier(u"no such voice"_s);
+        r->speech.enqueue(u"Aceasta este o propoziție destul de lungă, ca să o pot opri în mijlocul ei fără grabă. "
+                          "Aceasta nu trebuie să se audă."_s,
+            &r->settings);
+        QVERIFY(AsyncTest::waitUntil([&] { return started.size() == 4; }, 15'000));
+        r->speech.stopSpeaking();
+        QTest::qWait(1'500);
+        MonitorRecording afterStop;
+        QTest::qWait(3'000);
+        const double audibleAfterStop = measure(afterStop.stop()).audibleSeconds;
+        QVERIFY2(audibleAfterStop < 0.2, qPrintable(QString::number(audibleAfterStop)));
+        QVERIFY(started.size() == 4 && finished.size() == 3);
+
+        r->speech.enqueue(u"O frază care va fi întreruptă foarte curând de alta."_s, &r->settings);
+        QVERIFY(AsyncTest::waitUntil([&] { return started.size() == 5; }, 15'000));
+        r->speech.speak(u"A doua frază."_s, &r->settings);
+        QVERIFY(AsyncTest::waitUntil([&] { return finished.size() == 4; }, 20'000));
+        QCOMPARE(firstArguments(started), (QStringList { "1", "2", "3", "4", "6", "7" }));
+        QCOMPARE(firstArguments(finished), (QStringList { "1", "2", "3", "7" }));
+        QCOMPARE(r->finished.size(), 2);
     }
 };
 
