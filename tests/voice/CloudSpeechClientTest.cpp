@@ -101,11 +101,11 @@ private Q_SLOTS:
         QFETCH(QString, address);
         QFETCH(Headers, headers);
         QFETCH(QByteArray, body);
-        m_fake->server().on("POST", address.section(u'?', 0, 0), FakeCloudVoices::audio(engine, m_mp3));
+        m_fake->server.on("POST", address.section(u'?', 0, 0), FakeCloudVoices::audio(engine, m_mp3));
         CloudSpeechClient client;
 
         QCOMPARE(AsyncTest::await(client.synthesize(provider(engine), text, credentials)), m_mp3);
-        const FakeHttpServer::Request request = m_fake->server().requests().first();
+        const FakeHttpServer::Request request = m_fake->server.requests().first();
         QCOMPARE(request.path + u'?' + request.query.toString(QUrl::FullyEncoded), address);
         for (const auto &[name, value] : headers)
             QCOMPARE(request.header(name), value);
@@ -136,8 +136,11 @@ private Q_SLOTS:
         const QByteArray keyError = R"({"detail":{"status":"invalid_api_key","message":"Invalid API key"}})";
         QTest::newRow("elevenlabs: 401 with JSON")
             << eleven << false << body(keyError, 401) << QString::fromUtf8(keyError);
-        QTest::newRow("google: 429, long body cut")
-            << google << false << body(QByteArray(2000, 'e'), 429) << QString(600, u'e');
+        // Two-byte and four-byte characters: the cut counts characters, never splits one.
+        const QString cut = u"ă"_s.repeated(599) + u"😀"_s;
+        QTest::newRow("google: 429, long body cut") << google << false << body((cut + u"xx"_s).toUtf8(), 429) << cut;
+        QTest::newRow("azure: 502, body not UTF-8") << azure << false << body(QByteArray("\xff\xfe\0garbage", 10), 502)
+                                                    << u"Azure Speech nu a putut fi redat."_s;
 
         QTest::newRow("google voices")
             << google << true
@@ -171,9 +174,9 @@ private Q_SLOTS:
         QFETCH(bool, list);
         QFETCH(Reply, reply);
         QFETCH(QString, expected);
-        const CloudVoiceCredentials credentials = FakeCloudVoices::credentials();
+        const CloudVoiceCredentials credentials = FakeCloudVoices::credentials;
         const QString listPath = provider(engine).voiceListRequest(credentials).url().path();
-        m_fake->server().on(list ? "GET" : "POST", list ? listPath : FakeCloudVoices::synthesisPath(engine), reply);
+        m_fake->server.on(list ? "GET" : "POST", list ? listPath : FakeCloudVoices::synthesisPath(engine), reply);
         CloudSpeechClient client;
         QCOMPARE(list ? outcome(client.voices(provider(engine), credentials))
                       : outcome(client.synthesize(provider(engine), "x", credentials)),
@@ -189,11 +192,11 @@ private Q_SLOTS:
             QCOMPARE(outcome(client.synthesize(azure, "x", { "k", region, {} })), badURL);
             QCOMPARE(outcome(client.voices(azure, { "k", region, {} })), badURL);
         }
-        QVERIFY(m_fake->server().requests().isEmpty());
+        QVERIFY(m_fake->server.requests().isEmpty());
         // A voice id stays one path segment.
         outcome(client.synthesize(provider(VoiceEnginePreset::elevenLabs), "x", { "k", {}, "../../voices" }));
-        QCOMPARE(m_fake->server().requests().size(), 1);
-        QCOMPARE(m_fake->server().requests().first().path, u"/v1/text-to-speech/../../voices"_s);
+        QCOMPARE(m_fake->server.requests().size(), 1);
+        QCOMPARE(m_fake->server.requests().first().path, u"/v1/text-to-speech/../../voices"_s);
     }
 };
 

@@ -55,7 +55,7 @@ class SpeechSynthesizerTest : public QObject
     QList<QByteArray> m_pieceAudio;
     std::optional<Rig> r;
 
-    FakeHttpServer &server() { return r->fake.server(); }
+    FakeHttpServer &server() { return r->fake.server; }
 
 private Q_SLOTS:
     void initTestCase()
@@ -96,7 +96,7 @@ private Q_SLOTS:
             << eleven << Credentials {} << unsent << u"Introdu cheia ElevenLabs."_s << false;
         QTest::newRow("elevenlabs without voice") << eleven << Credentials { "key", {}, {} } << unsent
                                                   << u"Alege o voce ElevenLabs înainte de test."_s << true;
-        const Credentials complete = FakeCloudVoices::credentials();
+        const Credentials complete = FakeCloudVoices::credentials;
         QTest::newRow("401 with a JSON body")
             << eleven << complete << json(keyError, 401) << QString::fromUtf8(keyError) << false;
         QTest::newRow("200 that is no MP3") << azure << complete << json("<html>captive portal</html>", 200)

@@ -1,7 +1,5 @@
 #include "voice/SpeechText.h"
 
-#include "voice/ProviderError.h"
-
 #include <QTest>
 
 #include <functional>
@@ -10,8 +8,8 @@ using namespace Qt::StringLiterals;
 using Call = std::function<QString(const QString &)>;
 Q_DECLARE_METATYPE(Call)
 
-// What reaches the voices (cleaned text, sentences, rates; SSML escaping is checked on the Azure
-// request) and what an odd refusal turns into: each row is one pure function of a text.
+// What reaches the voices: cleaned text, sentences and rates (SSML escaping is checked on the Azure
+// request). Each row is one pure function of a text.
 class SpeechTextTest : public QObject
 {
     Q_OBJECT
@@ -29,13 +27,6 @@ private Q_SLOTS:
                 SpeechText::utteranceRate(in.section(u' ', 0, 0).toDouble(), in.section(u' ', 1).toInt()));
         };
         const Call qtRate = [](const QString &rate) { return QString::number(SpeechText::qtRate(rate.toDouble())); };
-        // "status body" -> "code description"; the body's bytes as Latin-1, so any byte fits in a row.
-        const Call refusal = [](const QString &in) {
-            const ProviderError error = ProviderError::fromResponse(
-                u"ElevenLabs"_s, in.section(u' ', 0, 0).toInt(), in.section(u' ', 1).toLatin1());
-            return QString::number(error.code()) + u' ' + error.description();
-        };
-
         QTest::newRow("reasoning blocks, any case, across lines")
             << clean << "<THINK>plan\nsteps</think>Bună! <analysis>x</analysis>Gata." << u"Bună! Gata."_s;
         QTest::newRow("only the first closing tag ends a block")
@@ -61,13 +52,6 @@ private Q_SLOTS:
         QTest::newRow("qt scale") << qtRate << "0.4" << u"-0.2"_s;
         QTest::newRow("qt scale clamped") << qtRate << "3" << u"1"_s;
         QTest::newRow("qt scale of infinity") << qtRate << "inf" << u"0"_s;
-        QTest::newRow("refusal not UTF-8")
-            << refusal << QString::fromLatin1("502 \xff\xfe\0garbage", 14) << u"502 ElevenLabs nu a putut fi redat."_s;
-        QTest::newRow("refusal without HTTP status") << refusal << "0 x" << u"-1 x"_s;
-        // Two-byte and four-byte characters: the cut counts characters, never splits one.
-        const QString cut = u"ă"_s.repeated(599) + u"😀"_s;
-        QTest::newRow("refusal cut at 600 characters")
-            << refusal << QString::fromLatin1(("403 " + cut + QString(50, u'x')).toUtf8()) << "403 " + cut;
     }
 
     void pureFunctions()

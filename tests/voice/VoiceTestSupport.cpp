@@ -119,18 +119,6 @@ QByteArray MonitorRecording::stop()
     return m_process->readAllStandardOutput();
 }
 
-FakeCloudVoices::FakeCloudVoices()
-    : m_server(std::make_unique<FakeHttpServer>())
-{
-    for (const char *variable : { "KELO_GOOGLE_TTS_BASE_URL", "KELO_AZURE_TTS_BASE_URL", "KELO_ELEVENLABS_BASE_URL" })
-        m_environment.push_back(std::make_unique<ScopedEnvironment>(variable, m_server->baseUrl()));
-}
-
-CloudVoiceCredentials FakeCloudVoices::credentials()
-{
-    return { u"key"_s, u"westeurope"_s, u"voice"_s };
-}
-
 void FakeCloudVoices::configure(AppSettings &settings, VoiceEnginePreset engine, const CloudVoiceCredentials &given)
 {
     settings.setVoiceEngine(engine);
@@ -143,7 +131,7 @@ void FakeCloudVoices::configure(AppSettings &settings, VoiceEnginePreset engine,
 
 QString FakeCloudVoices::synthesisPath(VoiceEnginePreset engine)
 {
-    return CloudVoiceProvider::forEngine(engine)->synthesisRequest(credentials()).url().path();
+    return CloudVoiceProvider::forEngine(engine)->synthesisRequest(credentials).url().path();
 }
 
 FakeHttpServer::Reply FakeCloudVoices::audio(VoiceEnginePreset engine, const QByteArray &mp3)

@@ -8,7 +8,6 @@
 #include <QSignalSpy>
 
 #include <memory>
-#include <vector>
 
 class AppSettings;
 
@@ -58,23 +57,20 @@ private:
 };
 
 // Every cloud voice's base address on one loopback server, answered in that provider's shapes.
-class FakeCloudVoices
+struct FakeCloudVoices
 {
-public:
-    FakeCloudVoices();
-    FakeHttpServer &server() { return *m_server; }
+    FakeHttpServer server;
+    ScopedEnvironment google { "KELO_GOOGLE_TTS_BASE_URL", server.baseUrl() };
+    ScopedEnvironment azure { "KELO_AZURE_TTS_BASE_URL", server.baseUrl() };
+    ScopedEnvironment eleven { "KELO_ELEVENLABS_BASE_URL", server.baseUrl() };
 
     // Credentials every provider accepts, and settings holding these or others for every provider.
-    static CloudVoiceCredentials credentials();
+    static inline const CloudVoiceCredentials credentials { "key", "westeurope", "voice" };
     static void configure(
-        AppSettings &settings, VoiceEnginePreset engine, const CloudVoiceCredentials &given = credentials());
+        AppSettings &settings, VoiceEnginePreset engine, const CloudVoiceCredentials &given = credentials);
     static QString synthesisPath(VoiceEnginePreset engine);
     // A successful synthesis answer carrying this MP3.
     static FakeHttpServer::Reply audio(VoiceEnginePreset engine, const QByteArray &mp3);
-
-private:
-    std::unique_ptr<FakeHttpServer> m_server;
-    std::vector<std::unique_ptr<ScopedEnvironment>> m_environment;
 };
 
 } // namespace VoiceTestSupport
