@@ -13,8 +13,7 @@
 using namespace Qt::StringLiterals;
 using namespace VoiceTestSupport;
 
-// MP3 decoding on real LAME output, and playback of successive pieces through the PulseAudio null
-// sink of the test services, checked by recording what the sink played.
+// MP3 decoding of real LAME output, and playback into the null sink checked by recording it.
 class CloudAudioOutputTest : public QObject
 {
     Q_OBJECT
@@ -29,10 +28,8 @@ private Q_SLOTS:
             QSKIP("espeak-ng and lame are needed to make test audio (scripts/install-deps.sh)");
     }
 
-    // Decoding at each file's own format, a file cut short up to where it stops, and data that holds
-    // no audio refused. Then three pieces all there before playback are heard in full and back to
-    // back; a piece at another rate after the device ran dry still plays (the sink reopens for it),
-    // and the dry spell counts once.
+    // Files decoded at their own rate (a cut one up to where it stops), no-audio refused; pieces heard
+    // in full back to back, and one at another rate after a dry spell (counted once) still plays.
     void decodesAndPlaysPiecesBackToBack()
     {
         const QList<QByteArray> pieces { m_mp3, m_mp3.left(m_mp3.size() / 2), m_mp3.left(m_mp3.size() / 4),
@@ -88,8 +85,7 @@ private Q_SLOTS:
         QCOMPARE(firstAudio.size(), 1);
         QCOMPARE(output.underruns(), 1);
 
-        // The null sink still holds the tail of the stream when the output reports its end.
-        QTest::qWait(2'500);
+        QTest::qWait(2'500); // the tail still in the null sink when the output reports its end
         const AudioLevels levels = measure(recording.stop());
         QVERIFY2(levels.peak > 3'000, qPrintable(QString::number(levels.peak)));
         // Speech has pauses between words; most of it is above the floor, none of it beyond the pieces.

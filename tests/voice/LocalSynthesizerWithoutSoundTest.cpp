@@ -9,8 +9,7 @@
 
 #include <signal.h>
 
-// speech-dispatcher without any sound server accepts the text and then never reports the end. The
-// engine must give up on its own and say so, instead of leaving Kelo "speaking" forever.
+// speech-dispatcher without sound never reports the end: the engine gives up and says so.
 class LocalSynthesizerWithoutSoundTest : public QObject
 {
     Q_OBJECT
@@ -39,21 +38,15 @@ private Q_SLOTS:
         QSignalSpy failed(&synthesizer, &LocalSynthesizer::failed);
         const LocalSynthesizer::Utterance utterance { 1, QStringLiteral("Da.") };
         synthesizer.enqueue(utterance);
-        QCOMPARE(synthesizer.engineState(), LocalSynthesizer::EngineState::starting);
-        QVERIFY(
-            AsyncTest::waitUntil([&] { return synthesizer.engineState() != LocalSynthesizer::EngineState::starting; },
-                LocalSynthesizer::startDeadlineMs));
+        QVERIFY(AsyncTest::waitUntil([&] { return !failed.isEmpty() || !finished.isEmpty(); },
+            LocalSynthesizer::startDeadlineMs + LocalSynthesizer::deadlineMs(utterance) + 5'000));
         if (synthesizer.engineState() == LocalSynthesizer::EngineState::unavailable)
             QSKIP(qPrintable("speech-dispatcher is not usable here: " + synthesizer.unavailableReason()));
-
-        QVERIFY(AsyncTest::waitUntil(
-            [&] { return !failed.isEmpty() || !finished.isEmpty(); }, LocalSynthesizer::deadlineMs(utterance) + 5'000));
         if (!finished.isEmpty())
             QSKIP("speech-dispatcher found another audio output here; nothing got stuck");
         QVERIFY(failed.first().first().toString().startsWith(QStringLiteral("Vocea locală nu a răspuns la timp.")));
         // The stuck engine was left behind; the next utterance starts afresh.
         QCOMPARE(synthesizer.engineState(), LocalSynthesizer::EngineState::notStarted);
-        QVERIFY(finished.isEmpty());
     }
 };
 

@@ -24,8 +24,7 @@ namespace {
 
 const QStringList pieces { u"Unu."_s, u"Doi."_s, u"Trei."_s };
 
-// A speaker with its own home, loopback voices and settings, and every change of its published
-// state in order ("speaking"/"idle", "preparing"/"prepared").
+// A speaker with its own home, voices and settings; `log` has its state changes in order.
 struct Rig
 {
     TemporaryHome home;
@@ -46,8 +45,7 @@ struct Rig
 
 } // namespace
 
-// Speaking end to end: settings in, requests out to a loopback server, real MP3 played into the
-// PulseAudio null sink, the published state and playbackFinished().
+// Speaking end to end: settings in, requests to a loopback server, real MP3 into the null sink.
 class SpeechSynthesizerTest : public QObject
 {
     Q_OBJECT
@@ -60,7 +58,7 @@ class SpeechSynthesizerTest : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        // The first piece long enough to be still playing when it is interrupted.
+        // The first piece still playing when it is interrupted.
         for (const QString &piece : pieces)
             m_pieceAudio.append(
                 makeSpeechMp3(piece == pieces[0] ? piece + u" Aceasta este o frază ceva mai lungă."_s : piece));
@@ -71,8 +69,7 @@ private Q_SLOTS:
     void init() { r.emplace(); }
     void cleanup() { r.reset(); }
 
-    // Missing settings are named before anything is sent (a voice list needs only the key, and is
-    // then fetched); a provider's failure ends idle with its text.
+    // Missing settings named before anything is sent (a voice list needs only the key); failures end idle.
     void failuresEndIdleWithTheirText_data()
     {
         QTest::addColumn<VoiceEnginePreset>("engine");
@@ -175,11 +172,8 @@ private Q_SLOTS:
         QCOMPARE(published.size(), 1);
     }
 
-    // An answer's pieces answered out of order (the first last) play in order, never more than two
-    // requests at a time, back to back through one output; a piece that fails is reported once and
-    // the rest still plays. The device then runs dry, and the end waits for finishQueue(). Barge-in
-    // silences within 100 ms (only this process's streams count) and drops the requests under way:
-    // nothing plays or reports them later, and the answer never finishes.
+    // Pieces answered last-first play in order, two requests at most, back to back; a failed one is
+    // reported once; the end waits for finishQueue(). Barge-in silences within 100 ms and drops the rest.
     void answerPlaysInOrderUntilStopped_data()
     {
         QTest::addColumn<VoiceEnginePreset>("engine");
@@ -211,8 +205,7 @@ private Q_SLOTS:
         });
         FakeCloudVoices::configure(r->settings, engine);
         QStringList heard = pieces;
-        if (failingPiece >= 0)
-            heard.removeAt(failingPiece);
+        heard.removeOne(pieces.value(failingPiece));
 
         for (const QString &piece : pieces)
             r->speech.enqueue(piece, &r->settings);
@@ -246,13 +239,12 @@ private Q_SLOTS:
             QCOMPARE(firstArguments(failed), failingPiece >= 0 ? QStringList { "overloaded" } : QStringList {});
             QCOMPARE(server().requests().size(), 3);
         }
-        // One speaking stretch, speaking before prepared: no observer sees a moment of neither.
+        // Speaking before prepared: no observer sees a moment of neither.
         QCOMPARE(r->log, (QStringList { "preparing", "speaking", "prepared", "idle" }));
     }
 
-    // The local engine on a real speech-dispatcher with eSpeak NG: only Romanian voices, each once;
-    // an answer's sentences (markdown cleaned) heard in order, one speaking stretch and one end.
-    // stopSpeaking() silences it and drops the queue without events; speech right after keeps its own.
+    // speech-dispatcher with eSpeak NG: Romanian voices once each, sentences heard in order, one end;
+    // stopping drops the queue silently, and speech right after keeps its own events.
     void localEngineSpeaksInOrderAndStops()
     {
         KELO_REQUIRE_AUDIO();

@@ -35,18 +35,15 @@ QByteArray run(const QString &program, const QStringList &arguments, const QByte
 QByteArray makeSpeechMp3(const QString &text, const QString &sampleRateKHz)
 {
     const QByteArray wav = run(u"espeak-ng"_s, { u"-v"_s, u"ro"_s, u"--stdout"_s, text });
-    if (wav.isEmpty())
-        return {};
-    return run(u"lame"_s, { u"--quiet"_s, u"--resample"_s, sampleRateKHz, u"-"_s, u"-"_s }, wav);
+    return wav.isEmpty() ? QByteArray()
+                         : run(u"lame"_s, { u"--quiet"_s, u"--resample"_s, sampleRateKHz, u"-"_s, u"-"_s }, wav);
 }
 
 QString audioUnavailableReason()
 {
     if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR"))
         return u"no XDG_RUNTIME_DIR: start the test services (scripts/test.sh)"_s;
-    QProcess info;
-    info.start(u"pactl"_s, { u"info"_s });
-    if (!info.waitForStarted(5'000) || !info.waitForFinished(5'000) || info.exitCode() != 0)
+    if (run(u"pactl"_s, { u"info"_s }).isEmpty())
         return u"no PulseAudio server reachable: start the test services (scripts/test.sh)"_s;
     if (QMediaDevices::defaultAudioOutput().isNull())
         return u"Qt sees no audio output device"_s;
@@ -99,17 +96,6 @@ MonitorRecording::MonitorRecording()
         { u"--device=nullsink.monitor"_s, u"--format=s16le"_s, u"--rate=16000"_s, u"--channels=1"_s, u"--raw"_s,
             u"--latency-msec=20"_s });
     m_process->waitForStarted(5'000);
-}
-
-MonitorRecording::~MonitorRecording()
-{
-    if (isRecording())
-        stop();
-}
-
-bool MonitorRecording::isRecording() const
-{
-    return m_process->state() == QProcess::Running;
 }
 
 QByteArray MonitorRecording::stop()

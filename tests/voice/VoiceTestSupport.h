@@ -11,8 +11,7 @@
 
 class AppSettings;
 
-// Real audio for the voice tests: speech made by eSpeak NG and encoded by LAME at test time, and a
-// recording of what the PulseAudio null sink of the test services played.
+// Real audio for the voice tests: eSpeak NG speech encoded by LAME, and what the null sink played.
 namespace VoiceTestSupport {
 
 // An MP3 of the Romanian text at `sampleRateKHz` ("22.05", "24", "44.1"); empty without espeak-ng or lame.
@@ -48,8 +47,8 @@ class MonitorRecording
 {
 public:
     MonitorRecording();
-    ~MonitorRecording();
-    bool isRecording() const;
+    ~MonitorRecording() { stop(); }
+    bool isRecording() const { return m_process->state() == QProcess::Running; }
     QByteArray stop();
 
 private:
