@@ -11,15 +11,9 @@ using Reply = FakeHttpServer::Reply;
 using Headers = FakeHttpServer::Headers;
 using VoiceTestSupport::FakeCloudVoices;
 
-Q_DECLARE_METATYPE(CloudVoiceCredentials)
 Q_DECLARE_METATYPE(FakeHttpServer::Reply)
 
 namespace {
-
-const CloudVoiceProvider &provider(VoiceEnginePreset engine)
-{
-    return *CloudVoiceProvider::forEngine(engine);
-}
 
 // What the user reads of a call: the voices listed ("id/gender/detail" each), or the error.
 template<typename T> QString outcome(QCoro::Task<T> task)
@@ -96,8 +90,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, body);
         m_fake->server.on("POST", address.section(u'?', 0, 0), FakeCloudVoices::audio(engine, mp3));
         CloudSpeechClient client;
-
-        QCOMPARE(AsyncTest::await(client.synthesize(provider(engine), text, credentials)), mp3);
+        QCOMPARE(AsyncTest::await(client.synthesize(*CloudVoiceProvider::forEngine(engine), text, credentials)), mp3);
         const FakeHttpServer::Request request = m_fake->server.requests().first();
         QCOMPARE(request.path + u'?' + request.query.toString(QUrl::FullyEncoded), address);
         for (const auto &[name, value] : headers)
@@ -167,19 +160,20 @@ private Q_SLOTS:
         QFETCH(bool, list);
         QFETCH(Reply, reply);
         QFETCH(QString, expected);
+        const CloudVoiceProvider &provider = *CloudVoiceProvider::forEngine(engine);
         const CloudVoiceCredentials credentials = FakeCloudVoices::credentials;
-        const QString listPath = provider(engine).voiceListRequest(credentials).url().path();
+        const QString listPath = provider.voiceListRequest(credentials).url().path();
         m_fake->server.on(list ? "GET" : "POST", list ? listPath : FakeCloudVoices::synthesisPath(engine), reply);
         CloudSpeechClient client;
-        QCOMPARE(list ? outcome(client.voices(provider(engine), credentials))
-                      : outcome(client.synthesize(provider(engine), "x", credentials)),
+        QCOMPARE(list ? outcome(client.voices(provider, credentials))
+                      : outcome(client.synthesize(provider, "x", credentials)),
             expected);
     }
 
     void credentialsCannotSendTheKeyElsewhere()
     {
         CloudSpeechClient client;
-        const CloudVoiceProvider &azure = provider(VoiceEnginePreset::azureSpeech);
+        const CloudVoiceProvider &azure = *CloudVoiceProvider::forEngine(VoiceEnginePreset::azureSpeech);
         // The region becomes part of the host name: anything but a label is refused before sending.
         for (const QString &region : { u"evil.example.com#"_s, u"west europe"_s, u"a/b"_s }) {
             QCOMPARE(outcome(client.synthesize(azure, "x", { "k", region, {} })), badURL);
@@ -187,7 +181,8 @@ private Q_SLOTS:
         }
         QVERIFY(m_fake->server.requests().isEmpty());
         // A voice id stays one path segment.
-        outcome(client.synthesize(provider(VoiceEnginePreset::elevenLabs), "x", { "k", {}, "../../voices" }));
+        outcome(client.synthesize(
+            *CloudVoiceProvider::forEngine(VoiceEnginePreset::elevenLabs), "x", { "k", {}, "../../voices" }));
         QCOMPARE(m_fake->server.requests().size(), 1);
         QCOMPARE(m_fake->server.requests().first().path, u"/v1/text-to-speech/../../voices"_s);
     }

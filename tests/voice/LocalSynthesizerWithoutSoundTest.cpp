@@ -19,7 +19,6 @@ private Q_SLOTS:
     {
         // A runtime directory of our own: no PulseAudio socket, and a speech-dispatcher of its own.
         QTemporaryDir runtime;
-        QFile::setPermissions(runtime.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         ScopedEnvironment noSound("XDG_RUNTIME_DIR", runtime.path());
         ScopedEnvironment noServer("PULSE_SERVER", QStringLiteral("unix:/nonexistent"));
         // That daemon hangs in its audio output and ignores SIGTERM; its modules share its session.

@@ -73,3 +73,5 @@ struct FakeCloudVoices
 };
 
 } // namespace VoiceTestSupport
+
+Q_DECLARE_METATYPE(CloudVoiceCredentials)
