@@ -52,7 +52,8 @@ qint64 ChainedPcmStream::readData(char *data, qint64 maxSize)
             m_anyRead = true;
             Q_EMIT firstSamplesRead();
         }
-    } else if (m_anyRead && !m_inputEnded && !m_starved) {
+    } else if (maxSize > 0 && m_anyRead && !m_inputEnded && !m_starved) {
+        // A pull of nothing (the sink asks for zero bytes now and then) found nothing missing.
         m_starved = true;
         ++m_underruns;
     }

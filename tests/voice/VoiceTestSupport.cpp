@@ -6,15 +6,17 @@
 #include <QCoreApplication>
 #include <QJsonObject>
 #include <QMediaDevices>
-#include <QStandardPaths>
 #include <QtEndian>
 
 #include <cmath>
+
+using namespace Qt::StringLiterals;
 
 namespace VoiceTestSupport {
 
 namespace {
 
+// The program's output, or nothing when it is missing or fails.
 QByteArray run(const QString &program, const QStringList &arguments, const QByteArray &input = {})
 {
     QProcess process;
@@ -32,29 +34,19 @@ QByteArray run(const QString &program, const QStringList &arguments, const QByte
 
 QByteArray makeSpeechMp3(const QString &text, const QString &sampleRateKHz)
 {
-    if (QStandardPaths::findExecutable(QStringLiteral("espeak-ng")).isEmpty()
-        || QStandardPaths::findExecutable(QStringLiteral("lame")).isEmpty())
-        return {};
-    const QByteArray wav = run(
-        QStringLiteral("espeak-ng"), { QStringLiteral("-v"), QStringLiteral("ro"), QStringLiteral("--stdout"), text });
-    if (wav.isEmpty())
-        return {};
-    return run(QStringLiteral("lame"),
-        { QStringLiteral("--quiet"), QStringLiteral("--resample"), sampleRateKHz, QStringLiteral("-"),
-            QStringLiteral("-") },
-        wav);
+    const QByteArray wav = run(u"espeak-ng"_s, { u"-v"_s, u"ro"_s, u"--stdout"_s, text });
+    return wav.isEmpty() ? QByteArray()
+                         : run(u"lame"_s, { u"--quiet"_s, u"--resample"_s, sampleRateKHz, u"-"_s, u"-"_s }, wav);
 }
 
 QString audioUnavailableReason()
 {
     if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR"))
-        return QStringLiteral("no XDG_RUNTIME_DIR: start the test services (scripts/test.sh)");
-    QProcess info;
-    info.start(QStringLiteral("pactl"), { QStringLiteral("info") });
-    if (!info.waitForStarted(5'000) || !info.waitForFinished(5'000) || info.exitCode() != 0)
-        return QStringLiteral("no PulseAudio server reachable: start the test services (scripts/test.sh)");
+        return u"no XDG_RUNTIME_DIR: start the test services (scripts/test.sh)"_s;
+    if (run(u"pactl"_s, { u"info"_s }).isEmpty())
+        return u"no PulseAudio server reachable: start the test services (scripts/test.sh)"_s;
     if (QMediaDevices::defaultAudioOutput().isNull())
-        return QStringLiteral("Qt sees no audio output device");
+        return u"Qt sees no audio output device"_s;
     return {};
 }
 
@@ -63,7 +55,15 @@ int playingStreams()
     // Only this process's streams: other tests and programs may share the sound server.
     const QByteArray owner
         = "application.process.id = \"" + QByteArray::number(QCoreApplication::applicationPid()) + '"';
-    return int(run(QStringLiteral("pactl"), { QStringLiteral("list"), QStringLiteral("sink-inputs") }).count(owner));
+    return int(run(u"pactl"_s, { u"list"_s, u"sink-inputs"_s }).count(owner));
+}
+
+QStringList firstArguments(const QSignalSpy &spy)
+{
+    QStringList values;
+    for (const QList<QVariant> &arguments : spy)
+        values.append(arguments.first().toString());
+    return values;
 }
 
 AudioLevels measure(const QByteArray &pcm16kMono)
@@ -76,7 +76,6 @@ AudioLevels measure(const QByteArray &pcm16kMono)
     const qsizetype count = pcm16kMono.size() / 2;
 
     AudioLevels levels;
-    levels.seconds = double(count) / rate;
     for (qsizetype start = 0; start + window <= count; start += window) {
         double sum = 0;
         for (qsizetype i = start; i < start + window; ++i) {
@@ -93,23 +92,10 @@ AudioLevels measure(const QByteArray &pcm16kMono)
 MonitorRecording::MonitorRecording()
     : m_process(std::make_unique<QProcess>())
 {
-    m_process->start(QStringLiteral("parec"),
-        { QStringLiteral("--device=nullsink.monitor"), QStringLiteral("--format=s16le"), QStringLiteral("--rate=16000"),
-            QStringLiteral("--channels=1"), QStringLiteral("--raw"), QStringLiteral("--latency-msec=20") });
+    m_process->start(u"parec"_s,
+        { u"--device=nullsink.monitor"_s, u"--format=s16le"_s, u"--rate=16000"_s, u"--channels=1"_s, u"--raw"_s,
+            u"--latency-msec=20"_s });
     m_process->waitForStarted(5'000);
-}
-
-MonitorRecording::~MonitorRecording()
-{
-    if (isRecording()) {
-        m_process->terminate();
-        m_process->waitForFinished(5'000);
-    }
-}
-
-bool MonitorRecording::isRecording() const
-{
-    return m_process->state() == QProcess::Running;
 }
 
 QByteArray MonitorRecording::stop()
@@ -119,32 +105,19 @@ QByteArray MonitorRecording::stop()
     return m_process->readAllStandardOutput();
 }
 
-FakeCloudVoices::FakeCloudVoices()
-    : m_server(std::make_unique<FakeHttpServer>())
+void FakeCloudVoices::configure(AppSettings &settings, VoiceEnginePreset engine, const CloudVoiceCredentials &given)
 {
-    for (const char *variable : { "KELO_GOOGLE_TTS_BASE_URL", "KELO_AZURE_TTS_BASE_URL", "KELO_ELEVENLABS_BASE_URL" })
-        m_environment.push_back(std::make_unique<ScopedEnvironment>(variable, m_server->baseUrl()));
-}
-
-CloudVoiceCredentials FakeCloudVoices::credentials()
-{
-    return { QStringLiteral("key"), QStringLiteral("westeurope"), QStringLiteral("voice") };
-}
-
-void FakeCloudVoices::configure(AppSettings &settings, VoiceEnginePreset engine)
-{
-    const CloudVoiceCredentials complete = credentials();
     settings.setVoiceEngine(engine);
-    settings.setGoogleTTSAPIKey(complete.apiKey);
-    settings.setAzureSpeechKey(complete.apiKey);
-    settings.setAzureRegion(complete.region);
-    settings.setElevenAPIKey(complete.apiKey);
-    settings.setElevenVoiceID(complete.voice);
+    settings.setGoogleTTSAPIKey(given.apiKey);
+    settings.setAzureSpeechKey(given.apiKey);
+    settings.setAzureRegion(given.region);
+    settings.setElevenAPIKey(given.apiKey);
+    settings.setElevenVoiceID(given.voice);
 }
 
 QString FakeCloudVoices::synthesisPath(VoiceEnginePreset engine)
 {
-    return CloudVoiceProvider::forEngine(engine)->synthesisRequest(credentials()).url().path();
+    return CloudVoiceProvider::forEngine(engine)->synthesisRequest(credentials).url().path();
 }
 
 FakeHttpServer::Reply FakeCloudVoices::audio(VoiceEnginePreset engine, const QByteArray &mp3)

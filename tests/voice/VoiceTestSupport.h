@@ -2,32 +2,25 @@
 
 #include "FakeHttpServer.h"
 #include "TemporaryHome.h"
-#include "settings/Presets.h"
 #include "voice/CloudVoiceProvider.h"
 
-#include <QByteArray>
 #include <QProcess>
-#include <QString>
+#include <QSignalSpy>
 
 #include <memory>
-#include <vector>
 
 class AppSettings;
 
-// Real audio for the voice tests: speech made by eSpeak NG and encoded by LAME at test time, and a
-// recording of what the PulseAudio null sink of the test services played.
+// Real audio for the voice tests: eSpeak NG speech encoded by LAME, and what the null sink played.
 namespace VoiceTestSupport {
 
-// An MP3 of the Romanian text, resampled to `sampleRateKHz` ("22.05", "24", "44.1"); empty when
-// espeak-ng or lame is missing.
+// An MP3 of the Romanian text at `sampleRateKHz` ("22.05", "24", "44.1"); empty without espeak-ng or lame.
 QByteArray makeSpeechMp3(const QString &text, const QString &sampleRateKHz = QStringLiteral("24"));
 
-// Why audio tests cannot run here, or an empty string when a PulseAudio server answers and Qt
-// sees an output device.
+// Why audio tests cannot run here; empty when a PulseAudio server answers and Qt sees an output.
 QString audioUnavailableReason();
 
-// Skips the calling test function when there is no audio server (QSKIP returns from the function
-// it is written in, hence a macro).
+// Skips the calling test function when there is no audio (QSKIP returns from where it is written).
 #define KELO_REQUIRE_AUDIO()                                                                                           \
     do {                                                                                                               \
         const QString kelo_audio_problem = VoiceTestSupport::audioUnavailableReason();                                 \
@@ -35,14 +28,15 @@ QString audioUnavailableReason();
             QSKIP(qPrintable(kelo_audio_problem));                                                                     \
     } while (false)
 
-// Playback streams this process has open on the sound server, as pactl lists them.
+// Playback streams this process has open on the sound server.
 int playingStreams();
 
-// Statistics of 16 kHz mono s16le audio.
+// The first argument of every signal the spy recorded, as text.
+QStringList firstArguments(const QSignalSpy &spy);
+
+// Statistics of 16 kHz mono s16le audio; audibleSeconds counts 20 ms windows above the silence floor.
 struct AudioLevels
 {
-    double seconds = 0;
-    // Total length of 20 ms windows whose RMS is above the silence floor.
     double audibleSeconds = 0;
     double peak = 0;
 };
@@ -53,34 +47,31 @@ class MonitorRecording
 {
 public:
     MonitorRecording();
-    ~MonitorRecording();
-    bool isRecording() const;
+    ~MonitorRecording() { stop(); }
+    bool isRecording() const { return m_process->state() == QProcess::Running; }
     QByteArray stop();
 
 private:
     std::unique_ptr<QProcess> m_process;
 };
 
-// A loopback stand-in for every cloud voice: each provider's base address points at one server,
-// and its answers are built in the shape that provider sends.
-class FakeCloudVoices
+// Every cloud voice's base address on one loopback server, answered in that provider's shapes.
+struct FakeCloudVoices
 {
-public:
-    FakeCloudVoices();
-    FakeHttpServer &server() { return *m_server; }
+    FakeHttpServer server;
+    ScopedEnvironment google { "KELO_GOOGLE_TTS_BASE_URL", server.baseUrl() };
+    ScopedEnvironment azure { "KELO_AZURE_TTS_BASE_URL", server.baseUrl() };
+    ScopedEnvironment eleven { "KELO_ELEVENLABS_BASE_URL", server.baseUrl() };
 
-    // Credentials every provider accepts.
-    static CloudVoiceCredentials credentials();
-    // Complete settings for every cloud voice, `engine` chosen.
-    static void configure(AppSettings &settings, VoiceEnginePreset engine);
-    // Where the provider's synthesis requests go, read from its own request.
+    // Credentials every provider accepts, and settings holding these or others for every provider.
+    static inline const CloudVoiceCredentials credentials { "key", "westeurope", "voice" };
+    static void configure(
+        AppSettings &settings, VoiceEnginePreset engine, const CloudVoiceCredentials &given = credentials);
     static QString synthesisPath(VoiceEnginePreset engine);
     // A successful synthesis answer carrying this MP3.
     static FakeHttpServer::Reply audio(VoiceEnginePreset engine, const QByteArray &mp3);
-
-private:
-    std::unique_ptr<FakeHttpServer> m_server;
-    std::vector<std::unique_ptr<ScopedEnvironment>> m_environment;
 };
 
 } // namespace VoiceTestSupport
+
+Q_DECLARE_METATYPE(CloudVoiceCredentials)
