@@ -77,7 +77,7 @@ private Q_SLOTS:
         TemporaryHome home;
         FakeCloudVoices voices;
         const QString speech = FakeCloudVoices::synthesisPath(VoiceEnginePreset::googleCloud);
-        voices.server().on("POST", speech, FakeCloudVoices::audio(VoiceEnginePreset::googleCloud, mp3));
+        voices.server.on("POST", speech, FakeCloudVoices::audio(VoiceEnginePreset::googleCloud, mp3));
         FakeHttpServer model;
         model.on("POST", "/chat/completions",
             FakeHttpServer::Reply::eventStreamChunks(ChatCompletionReplies::streamedWords(kAnswer), 200));
@@ -115,7 +115,7 @@ private Q_SLOTS:
         QVERIFY2(AsyncTest::waitUntil([&] { return streamsOf(companion.processId()) > 0; }, 20'000),
             qPrintable(companion.readAllStandardError()));
         // Spoken sentence by sentence: the first request carries the first sentence alone.
-        QCOMPARE(voices.server().requests().first().json().value("input").toObject().value("text").toString(),
+        QCOMPARE(voices.server.requests().first().json().value("input").toObject().value("text").toString(),
             QStringLiteral("Bună ziua, sunt Kelo și îți răspund imediat."));
 
         // A click on empty space hands the keyboard to push-to-talk; Space is the orb.
@@ -124,10 +124,10 @@ private Q_SLOTS:
         QVERIFY(AsyncTest::waitUntil([&] { return streamsOf(companion.processId()) == 0; }, 2'000));
         QTest::qWait(300);
         xdotool({ "keyup", "space" });
-        const qsizetype spoken = voices.server().requests().size();
+        const qsizetype spoken = voices.server.requests().size();
         // The rest of the answer is neither fetched nor spoken.
         QTest::qWait(4'000);
-        QCOMPARE(voices.server().requests().size(), spoken);
+        QCOMPARE(voices.server.requests().size(), spoken);
         QVERIFY(spoken < 4);
         companion.terminate();
         QVERIFY(companion.waitForFinished(10'000));
