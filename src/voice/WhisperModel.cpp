@@ -141,22 +141,9 @@ int WhisperModel::threadsFor(int cores, int busyTasks)
     return std::max(1, cores - std::max(0, busyTasks));
 }
 
-int WhisperModel::busyTasksNow()
-{
-    QFile file(QStringLiteral("/proc/loadavg"));
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    // "0.52 0.58 0.59 3/467 12345": the averages, then tasks runnable now / all tasks. The averages
-    // hold our own earlier transcriptions; what counts is who competes for the cores at this moment.
-    // The count includes the thread reading this file.
-    const QList<QByteArray> fields = file.readLine(256).split(' ');
-    const int runnable = fields.value(3).split('/').value(0).toInt();
-    return std::max(0, runnable - 1);
-}
-
 int WhisperModel::threadsNow()
 {
-    return threadsFor(std::clamp(QThread::idealThreadCount(), 1, 4), busyTasksNow());
+    return threadsFor(std::clamp(QThread::idealThreadCount(), 1, 4), m_competition.busyCores());
 }
 
 #ifndef KELO_WITH_WHISPER

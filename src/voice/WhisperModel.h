@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CpuCompetition.h"
 #include "WhisperModelFile.h"
 
 #include <QString>
@@ -56,16 +57,16 @@ public:
     // two threads came out over ten times slower than one on two busy cores. So every core only
     // while the others are idle, and one core fewer for each core they keep busy.
     static int threadsFor(int cores, int busyTasks);
-    // How many other tasks want a core right now, from /proc/loadavg (0 when it cannot be read).
-    static int busyTasksNow();
 
 private:
     WhisperModel(WhisperModelFile file, whisper_context *context);
-    static int threadsNow();
+    // Runs on the worker thread only, as does m_competition.
+    int threadsNow();
 
     WhisperModelFile m_file;
     whisper_context *m_context;
     std::atomic<int> m_maxTokens { 0 };
     std::atomic<int> m_threads { 0 };
     int m_lastTokenCount = 0;
+    CpuCompetition m_competition;
 };
