@@ -10,6 +10,8 @@
 #include "system/BackgroundExecutionManager.h"
 #include "system/SignalWait.h"
 
+#include <QSignalBlocker>
+
 namespace {
 const QString cloudSample = QStringLiteral("Salut, sunt Kelo. Aceasta este o mostră de voce în limba română.");
 const QString backgroundTaskName = QStringLiteral("Kelo cloud voice");
@@ -32,6 +34,8 @@ SpeechSynthesizer::SpeechSynthesizer(QObject *parent)
 
 SpeechSynthesizer::~SpeechSynthesizer()
 {
+    // Whoever watches the state may already be half gone; a dying speaker tells nobody.
+    const QSignalBlocker quiet(this);
     close();
 }
 

@@ -29,9 +29,10 @@ struct Rig
     TemporaryHome home;
     FakeCloudVoices fake;
     AppSettings settings;
+    // Before the speaker, which outlives it otherwise.
+    QStringList log;
     SpeechSynthesizer speech;
     QSignalSpy finished { &speech, &SpeechSynthesizer::playbackFinished };
-    QStringList log;
 
     Rig()
     {
