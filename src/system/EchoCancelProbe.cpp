@@ -41,6 +41,8 @@ QCoro::Task<EchoCancelProbe::Outcome> EchoCancelProbe::run(QStringList arguments
     bool finished = false;
     if (started)
         finished = co_await qCoro(process).waitForFinished(std::chrono::milliseconds(kTimeoutMs));
+    // pactl often ends before the wait begins, which QCoro reports as not finished.
+    finished = finished || (started && process.state() == QProcess::NotRunning);
     if (!finished || process.exitStatus() != QProcess::NormalExit) {
         process.kill();
         process.waitForFinished(1000);

@@ -286,10 +286,12 @@ QCoro::Task<DoctorCheck> SystemDoctor::checkSchemeHandler()
     process.setProgram(xdgMime);
     process.setArguments(
         { QStringLiteral("query"), QStringLiteral("default"), QStringLiteral("x-scheme-handler/kelo") });
-    const bool started = co_await qCoro(process).start();
+    const bool started = co_await qCoro(process).start(QIODevice::ReadOnly, std::chrono::milliseconds(probeTimeoutMs));
     bool finished = false;
     if (started)
         finished = co_await qCoro(process).waitForFinished(std::chrono::milliseconds(probeTimeoutMs));
+    // A quick answer may end before the wait begins, which QCoro reports as not finished.
+    finished = finished || (started && process.state() == QProcess::NotRunning);
     if (!finished) {
         process.kill();
         co_return toDo(title, QStringLiteral("xdg-mime nu a răspuns."));

@@ -384,7 +384,8 @@ private Q_SLOTS:
 
         m_service->on("GET", "/models", Reply::json(QJsonObject { { "data", QJsonArray() } }));
         const Run live = kelo({ "doctor", "--live" });
-        QVERIFY2(live.out.contains(QStringLiteral("OK  Cheia OpenCode Zen: Conectat")), qPrintable(live.out));
+        QVERIFY2(live.out.contains(QStringLiteral("OK  Cheia OpenCode Zen: Conectat")),
+            qPrintable(QString::number(live.exitCode) + '\n' + live.out + live.err));
         QCOMPARE(m_service->requestCount(QStringLiteral("/models")), 1);
     }
 
