@@ -59,7 +59,7 @@ private:
     QCoro::Task<DoctorCheck> checkRecognitionModel();
     QCoro::Task<QList<DoctorCheck>> checkMCPServers();
     static QCoro::Task<DoctorCheck> checkServer(MCPClient *client, MCPServerConfig server);
-    static QCoro::Task<DoctorCheck> checkVoiceBargeIn();
+    static DoctorCheck checkVoiceBargeIn();
     static QCoro::Task<DoctorCheck> checkSchemeHandler();
 
     ChatStore *m_store;
