@@ -23,16 +23,6 @@ const QString kAnswer = QStringLiteral(
     "Bună ziua, sunt Kelo și îți răspund imediat. Prima propoziție ajunge la voce cât timp scriu restul. "
     "A doua propoziție urmează fără pauză. A treia nu mai e rostită dacă mă întrerupi. Iar a patra e ultima.");
 
-// Sound streams the given process has open on the test services' PulseAudio server.
-int streamsOf(qint64 pid)
-{
-    QProcess pactl;
-    pactl.start(QStringLiteral("pactl"), { QStringLiteral("list"), QStringLiteral("sink-inputs") });
-    pactl.waitForFinished(10'000);
-    return int(
-        pactl.readAllStandardOutput().count(QStringLiteral("application.process.id = \"%1\"").arg(pid).toUtf8()));
-}
-
 } // namespace
 
 // The desktop app under a virtual display, driven with the keyboard and the mouse: a typed question
@@ -116,7 +106,8 @@ private Q_SLOTS:
         click(window.center().x() - 30, window.bottom() - 117);
         xdotool({ "type", "--delay", "10", "Spune-mi ceva lung" });
         xdotool({ "key", "Return" });
-        QVERIFY2(AsyncTest::waitUntil([&] { return streamsOf(companion.processId()) > 0; }, 20'000),
+        QVERIFY2(
+            AsyncTest::waitUntil([&] { return VoiceTestSupport::playingStreams(companion.processId()) > 0; }, 20'000),
             qPrintable(companion.readAllStandardError()));
         // Spoken sentence by sentence: the first request carries the first sentence alone.
         QCOMPARE(voices.server.requests().first().json().value("input").toObject().value("text").toString(),
@@ -125,7 +116,8 @@ private Q_SLOTS:
         // A click on empty space hands the keyboard to push-to-talk; Space is the orb.
         click(window.right() - 39, window.top() + 150);
         xdotool({ "keydown", "space" });
-        QVERIFY(AsyncTest::waitUntil([&] { return streamsOf(companion.processId()) == 0; }, 2'000));
+        QVERIFY(
+            AsyncTest::waitUntil([&] { return VoiceTestSupport::playingStreams(companion.processId()) == 0; }, 2'000));
         QTest::qWait(300);
         xdotool({ "keyup", "space" });
         const qsizetype spoken = voices.server.requests().size();

@@ -50,11 +50,10 @@ QString audioUnavailableReason()
     return {};
 }
 
-int playingStreams()
+int playingStreams(qint64 pid)
 {
-    // Only this process's streams: other tests and programs may share the sound server.
-    const QByteArray owner
-        = "application.process.id = \"" + QByteArray::number(QCoreApplication::applicationPid()) + '"';
+    // Only that process's streams: other tests and programs may share the sound server.
+    const QByteArray owner = "application.process.id = \"" + QByteArray::number(pid) + '"';
     return int(run(u"pactl"_s, { u"list"_s, u"sink-inputs"_s }).count(owner));
 }
 

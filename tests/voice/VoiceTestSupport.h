@@ -4,6 +4,7 @@
 #include "TemporaryHome.h"
 #include "voice/CloudVoiceProvider.h"
 
+#include <QCoreApplication>
 #include <QProcess>
 #include <QSignalSpy>
 
@@ -28,8 +29,8 @@ QString audioUnavailableReason();
             QSKIP(qPrintable(kelo_audio_problem));                                                                     \
     } while (false)
 
-// Playback streams this process has open on the sound server.
-int playingStreams();
+// Playback streams a process (this one unless given) has open on the sound server.
+int playingStreams(qint64 pid = QCoreApplication::applicationPid());
 
 // The first argument of every signal the spy recorded, as text.
 QStringList firstArguments(const QSignalSpy &spy);
